@@ -61,6 +61,16 @@ struct T4dDblVector {
         const double len = length();
         return len > 0 ? T4dDblVector{x / len, y / len, z / len} : T4dDblVector{};
     }
+    // In place; a zero vector stays zero. Returns the length it had.
+    double normalizeIt() {
+        const double len = length();
+        if (len > 0) *this /= len;
+        return len;
+    }
+    double distanceTo(const T4dDblVector& o) const { return (*this - o).length(); }
+    bool isEquivalent(const T4dDblVector& o, double tol = 1e-10) const {
+        return std::fabs(x - o.x) <= tol && std::fabs(y - o.y) <= tol && std::fabs(z - o.z) <= tol;
+    }
 };
 
 inline constexpr T4dDblVector operator*(double s, const T4dDblVector& v) {
@@ -68,3 +78,6 @@ inline constexpr T4dDblVector operator*(double s, const T4dDblVector& v) {
 }
 
 inline const T4dDblVector T4dDblVector::identity{};
+
+// Points and vectors share one type; the name says which is meant.
+using T4dDblPoint = T4dDblVector;
