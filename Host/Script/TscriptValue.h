@@ -40,6 +40,10 @@ public:
     std::vector<double>& floatArray() { return std::get<std::vector<double>>(fData); }
     std::vector<std::string>& stringArray() { return std::get<std::vector<std::string>>(fData); }
     std::vector<TscriptVector>& vectorArray() { return std::get<std::vector<TscriptVector>>(fData); }
+    const int& intRef() const { return std::get<int>(fData); }
+    const double& floatRef() const { return std::get<double>(fData); }
+    const std::string& stringRef() const { return std::get<std::string>(fData); }
+    const TscriptVector& vectorRef() const { return std::get<TscriptVector>(fData); }
     const std::vector<int>& intArray() const { return std::get<std::vector<int>>(fData); }
     const std::vector<double>& floatArray() const { return std::get<std::vector<double>>(fData); }
     const std::vector<std::string>& stringArray() const { return std::get<std::vector<std::string>>(fData); }

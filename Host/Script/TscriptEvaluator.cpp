@@ -1,0 +1,801 @@
+#include "Host/Script/TscriptEvaluator.h"
+
+#include "Host/Script/TscriptParser.h"
+
+#include <cstdlib>
+#include <optional>
+
+namespace {
+
+bool looksLikeFlag(const TscriptValue& v) {
+    if (v.type() != TscriptType::String)
+        return false;
+    const std::string& s = v.stringRef();
+    return s.size() > 1 && s[0] == '-' &&
+           ((s[1] >= 'a' && s[1] <= 'z') || (s[1] >= 'A' && s[1] <= 'Z') || s[1] == '_');
+}
+
+size_t arraySize(const TscriptValue& v) {
+    switch (v.type()) {
+    case TscriptType::IntArray: return v.intArray().size();
+    case TscriptType::FloatArray: return v.floatArray().size();
+    case TscriptType::StringArray: return v.stringArray().size();
+    case TscriptType::VectorArray: return v.vectorArray().size();
+    default: return 0;
+    }
+}
+
+TscriptValue arrayElement(const TscriptValue& v, size_t i) {
+    switch (v.type()) {
+    case TscriptType::IntArray: return v.intArray()[i];
+    case TscriptType::FloatArray: return v.floatArray()[i];
+    case TscriptType::StringArray: return v.stringArray()[i];
+    case TscriptType::VectorArray: return v.vectorArray()[i];
+    default: return {};
+    }
+}
+
+// `e` is already of the array's element type.
+void setArrayElement(TscriptValue& a, size_t i, TscriptValue& e) {
+    switch (a.type()) {
+    case TscriptType::IntArray:
+        if (i >= a.intArray().size())
+            a.intArray().resize(i + 1, 0);
+        a.intArray()[i] = e.intRef();
+        break;
+    case TscriptType::FloatArray:
+        if (i >= a.floatArray().size())
+            a.floatArray().resize(i + 1, 0.0);
+        a.floatArray()[i] = e.floatRef();
+        break;
+    case TscriptType::StringArray:
+        if (i >= a.stringArray().size())
+            a.stringArray().resize(i + 1);
+        a.stringArray()[i] = e.stringRef();
+        break;
+    case TscriptType::VectorArray:
+        if (i >= a.vectorArray().size())
+            a.vectorArray().resize(i + 1, TscriptVector{0, 0, 0});
+        a.vectorArray()[i] = e.vectorRef();
+        break;
+    default:
+        break;
+    }
+}
+
+int componentIndex(const std::string& letter) { return letter == "x" ? 0 : letter == "y" ? 1 : 2; }
+
+std::string describeVar(const TscriptExpr& e) {
+    if (e.kind == TscriptExprKind::Var)
+        return " ($" + e.name + ")";
+    if (e.kind == TscriptExprKind::Index && e.kids[0]->kind == TscriptExprKind::Var)
+        return " ($" + e.kids[0]->name + "[...])";
+    return "";
+}
+
+} // namespace
+
+// ---------------------------------------------------------------- guards
+
+TscriptEvaluator::DepthGuard::DepthGuard(TscriptEvaluator& e, int line) : fE(e) {
+    if (++fE.fWalkDepth > kMaxWalkDepth) {
+        --fE.fWalkDepth;
+        fE.fail(line, "script nested too deeply (calls within calls, or expressions within expressions)");
+    }
+}
+
+TscriptEvaluator::FrameGuard::~FrameGuard() {
+    while (fE.fLocals.size() > fLocals)
+        fE.fLocals.pop_back();
+    fE.fFrames.resize(fFrames);
+}
+
+TscriptEvaluator::ScopeGuard::ScopeGuard(TscriptEvaluator& e) : fE(e), fLocals(e.fLocals.size()) {
+    fE.fFrames.back().scopes.push_back(fLocals);
+}
+
+TscriptEvaluator::ScopeGuard::~ScopeGuard() {
+    while (fE.fLocals.size() > fLocals)
+        fE.fLocals.pop_back();
+    fE.fFrames.back().scopes.pop_back();
+}
+
+// ---------------------------------------------------------------- entry points
+
+TscriptEvaluator::TscriptEvaluator(TscriptHost& host) : fHost(host) { seed(0); }
+
+bool TscriptEvaluator::run(std::string_view source, const std::string& fileName, bool echo) {
+    if (fFrames.empty())
+        fSteps = 0;
+    try {
+        TscriptParser parser(source, fileName, 1);
+        runUnit(parser.parse(), echo);
+        return true;
+    } catch (const TscriptError& e) {
+        if (!e.reported())
+            fHost.error(e.where(), e.what());
+    } catch (const std::bad_alloc&) {
+        fHost.error({fileName, 0}, "out of memory");
+    } catch (const std::exception& e) {
+        fHost.error({fileName, 0}, e.what());
+    }
+    return false;
+}
+
+TscriptValue TscriptEvaluator::evaluate(std::string_view source, const TsourceLocation& where) {
+    if (fFrames.empty())
+        fSteps = 0;
+    TscriptParser parser(source, where.file, where.line > 0 ? where.line : 1);
+    return runUnit(parser.parse(), false);
+}
+
+TscriptValue TscriptEvaluator::runUnit(const std::shared_ptr<TscriptUnit>& unit, bool echo) {
+    for (const auto& s : unit->top.stmts)
+        if (s->kind == TscriptStmtKind::Proc && s->proc->global)
+            fGlobalProcs[s->proc->name] = ProcRef{unit, s->proc.get()};
+
+    FrameGuard guard(*this);
+    Frame frame;
+    frame.base = fLocals.size();
+    frame.unit = unit;
+    fFrames.push_back(std::move(frame));
+
+    TscriptValue last;
+    for (const auto& s : unit->top.stmts) {
+        if (s->kind == TscriptStmtKind::Expr) {
+            last = eval(*s->expr);
+            if (echo && s->isCall && !last.isNone())
+                fHost.result(last);
+            continue;
+        }
+        last = TscriptValue();
+        if (exec(*s) == Flow::Return)
+            return std::move(fReturnValue);
+    }
+    return last;
+}
+
+// ---------------------------------------------------------------- helpers
+
+TsourceLocation TscriptEvaluator::where(int line) const {
+    return {fFrames.empty() ? std::string() : fFrames.back().unit->file, line};
+}
+
+void TscriptEvaluator::fail(int line, const std::string& message) const {
+    throw TscriptError(message, where(line));
+}
+
+void TscriptEvaluator::tick(int line) {
+    if (fInterrupt && fInterrupt->load(std::memory_order_relaxed))
+        fail(line, "interrupted");
+    if (fStepLimit && ++fSteps > fStepLimit)
+        fail(line, "step limit of " + std::to_string(fStepLimit) + " reached");
+}
+
+void TscriptEvaluator::seed(int s) {
+    unsigned u = static_cast<unsigned>(s);
+    fRandState[0] = 0x330e;
+    fRandState[1] = static_cast<unsigned short>(u & 0xffffu);
+    fRandState[2] = static_cast<unsigned short>(u >> 16);
+}
+
+double TscriptEvaluator::random() { return erand48(fRandState); }
+
+TscriptValue* TscriptEvaluator::lookup(const std::string& name) {
+    const Frame& f = fFrames.back();
+    for (size_t i = fLocals.size(); i-- > f.base;) {
+        LocalVar& v = fLocals[i];
+        if (v.name == name)
+            return v.alias ? v.alias : &v.value;
+    }
+    // Procs see the top level only through `global` declarations.
+    if (!f.proc) {
+        auto it = fGlobals.find(name);
+        if (it != fGlobals.end())
+            return &it->second;
+    }
+    return nullptr;
+}
+
+TscriptValue* TscriptEvaluator::variableOf(const TscriptExpr& e) {
+    return e.kind == TscriptExprKind::Var ? lookup(e.name) : nullptr;
+}
+
+TscriptValue& TscriptEvaluator::variable(const TscriptExpr& var) {
+    TscriptValue* v = lookup(var.name);
+    if (!v)
+        fail(var.line, "undeclared variable $" + var.name);
+    return *v;
+}
+
+TscriptValue& TscriptEvaluator::declare(const std::string& name, TscriptType type, bool global, int line) {
+    Frame& f = fFrames.back();
+    bool topLevel = !f.proc && f.scopes.empty();
+    if (global || topLevel) {
+        auto [it, inserted] = fGlobals.try_emplace(name, scriptZero(type));
+        if (!inserted && it->second.type() != type)
+            fail(line, "$" + name + " is already declared as " + scriptTypeName(it->second.type()) +
+                           ", not " + scriptTypeName(type));
+        if (topLevel)
+            return it->second;
+        // A global brought into a block or proc: an alias in the current scope.
+        size_t start = f.scopes.empty() ? f.base : f.scopes.back();
+        for (size_t i = fLocals.size(); i-- > start;)
+            if (fLocals[i].name == name) {
+                if (fLocals[i].alias != &it->second)
+                    fail(line, "$" + name + " is already declared here as a local variable");
+                return it->second;
+            }
+        fLocals.push_back(LocalVar{name, TscriptValue(), &it->second});
+        return it->second;
+    }
+    size_t start = f.scopes.back();
+    for (size_t i = fLocals.size(); i-- > start;) {
+        LocalVar& v = fLocals[i];
+        if (v.name != name)
+            continue;
+        TscriptValue& slot = v.alias ? *v.alias : v.value;
+        if (slot.type() != type)
+            fail(line, "$" + name + " is already declared as " + scriptTypeName(slot.type()) + ", not " +
+                           scriptTypeName(type));
+        return slot;
+    }
+    fLocals.push_back(LocalVar{name, scriptZero(type), nullptr});
+    return fLocals.back().value;
+}
+
+bool TscriptEvaluator::findProc(const std::string& name, ProcRef& out) const {
+    if (!fFrames.empty()) {
+        // Procs that are not global are known in their own text only.
+        const auto& local = fFrames.back().unit->localProcs;
+        auto it = local.find(name);
+        if (it != local.end()) {
+            out = ProcRef{fFrames.back().unit, it->second};
+            return true;
+        }
+    }
+    auto it = fGlobalProcs.find(name);
+    if (it == fGlobalProcs.end())
+        return false;
+    out = it->second;
+    return true;
+}
+
+bool TscriptEvaluator::hasProc(const std::string& name) const {
+    if (fGlobalProcs.count(name))
+        return true;
+    return !fFrames.empty() && fFrames.back().unit->localProcs.count(name);
+}
+
+bool TscriptEvaluator::hasCallable(const std::string& name) const {
+    return hasProc(name) || findScriptBuiltin(name) || name == "catch" || name == "catchQuiet" ||
+           fHost.hasCommand(name);
+}
+
+int TscriptEvaluator::indexValue(const TscriptExpr& idx, const std::string& varName) {
+    TscriptValue tmp;
+    const TscriptValue& v = evalRef(idx, tmp);
+    if (!v.isNumber())
+        fail(idx.line, "the index of " + varName + " must be a number, not " + scriptTypeArticle(v.type()));
+    int i = v.asInt();
+    if (i < 0)
+        fail(idx.line, "negative index " + std::to_string(i) + " for " + varName);
+    return i;
+}
+
+// ---------------------------------------------------------------- statements
+
+TscriptEvaluator::Flow TscriptEvaluator::execStatements(const TscriptBlock& b) {
+    for (const auto& s : b.stmts) {
+        Flow f = exec(*s);
+        if (f != Flow::Normal)
+            return f;
+    }
+    return Flow::Normal;
+}
+
+TscriptEvaluator::Flow TscriptEvaluator::execBlock(const TscriptBlock& b, bool newScope) {
+    if (!newScope)
+        return execStatements(b);
+    ScopeGuard scope(*this);
+    return execStatements(b);
+}
+
+TscriptEvaluator::Flow TscriptEvaluator::execLoopBody(const TscriptBlock& b) {
+    ScopeGuard scope(*this);
+    return execStatements(b);
+}
+
+void TscriptEvaluator::execDecl(const TscriptStmt& s) {
+    for (const auto& d : s.decls) {
+        TscriptType type = d.isArray ? scriptArrayOf(s.declType) : s.declType;
+        TscriptValue init;
+        bool hasInit = false;
+        if (d.init) {
+            init = scriptConvert(eval(*d.init), type, "$" + d.name);
+            hasInit = true;
+        } else if (d.size) {
+            int n = indexValue(*d.size, "$" + d.name);
+            if (n > kMaxArrayIndex)
+                fail(d.line, "array size " + std::to_string(n) + " is too large for $" + d.name);
+            init = scriptZero(type);
+            if (n > 0) {
+                TscriptValue zero = scriptZero(s.declType);
+                setArrayElement(init, static_cast<size_t>(n - 1), zero);
+            }
+            hasInit = true;
+        }
+        bool existedGlobal = s.globalDecl && fGlobals.count(d.name);
+        TscriptValue& slot = declare(d.name, type, s.globalDecl, d.line);
+        if (hasInit)
+            slot = std::move(init);
+        else if (!existedGlobal)
+            slot = scriptZero(type);
+    }
+}
+
+TscriptEvaluator::Flow TscriptEvaluator::exec(const TscriptStmt& s) {
+    DepthGuard depth(*this, s.line);
+    switch (s.kind) {
+    case TscriptStmtKind::Empty:
+    case TscriptStmtKind::Proc:
+        return Flow::Normal;
+    case TscriptStmtKind::Expr:
+        eval(*s.expr);
+        return Flow::Normal;
+    case TscriptStmtKind::Decl:
+        execDecl(s);
+        return Flow::Normal;
+    case TscriptStmtKind::Block:
+        return execBlock(s.body, true);
+    case TscriptStmtKind::If:
+        for (size_t i = 0; i < s.conds.size(); ++i) {
+            if (scriptTruthAt(*s.conds[i]))
+                return execBlock(s.bodies[i], true);
+        }
+        if (s.elseBody)
+            return execBlock(*s.elseBody, true);
+        return Flow::Normal;
+    case TscriptStmtKind::While:
+        while (true) {
+            tick(s.line);
+            if (!scriptTruthAt(*s.conds[0]))
+                return Flow::Normal;
+            Flow f = execLoopBody(s.bodies[0]);
+            if (f == Flow::Break)
+                return Flow::Normal;
+            if (f == Flow::Return)
+                return f;
+        }
+    case TscriptStmtKind::DoWhile:
+        while (true) {
+            tick(s.line);
+            Flow f = execLoopBody(s.bodies[0]);
+            if (f == Flow::Break)
+                return Flow::Normal;
+            if (f == Flow::Return)
+                return f;
+            if (!scriptTruthAt(*s.conds[0]))
+                return Flow::Normal;
+        }
+    case TscriptStmtKind::For: {
+        // A declared loop variable lives in the loop; one made by assignment
+        // stays after it, like any assignment's.
+        std::optional<ScopeGuard> scope;
+        if (s.init && s.init->kind == TscriptStmtKind::Decl)
+            scope.emplace(*this);
+        if (s.init)
+            exec(*s.init);
+        while (true) {
+            tick(s.line);
+            if (s.conds[0] && !scriptTruthAt(*s.conds[0]))
+                return Flow::Normal;
+            Flow f = execLoopBody(s.bodies[0]);
+            if (f == Flow::Break)
+                return Flow::Normal;
+            if (f == Flow::Return)
+                return f;
+            if (s.step)
+                eval(*s.step);
+        }
+    }
+    case TscriptStmtKind::ForIn: {
+        TscriptValue items = eval(*s.expr);
+        if (!items.isArray())
+            fail(s.line, "'for ... in' needs an array, not " + scriptTypeArticle(items.type()));
+        TscriptType elem = scriptElementOf(items.type());
+        TscriptValue* var = lookup(s.loopVar);
+        if (!var)
+            var = &declare(s.loopVar, elem, false, s.line);
+        if (var->isArray())
+            fail(s.line, "the loop variable $" + s.loopVar + " of 'for ... in' is an array");
+        size_t n = arraySize(items);
+        for (size_t i = 0; i < n; ++i) {
+            tick(s.line);
+            // Looked up again: the body may have been where it was declared.
+            TscriptValue* slot = lookup(s.loopVar);
+            if (!slot)
+                fail(s.line, "undeclared variable $" + s.loopVar);
+            *slot = scriptConvert(arrayElement(items, i), slot->type(), "$" + s.loopVar);
+            Flow f = execLoopBody(s.bodies[0]);
+            if (f == Flow::Break)
+                break;
+            if (f == Flow::Return)
+                return f;
+        }
+        return Flow::Normal;
+    }
+    case TscriptStmtKind::Break:
+        return Flow::Break;
+    case TscriptStmtKind::Continue:
+        return Flow::Continue;
+    case TscriptStmtKind::Return:
+        fReturnValue = s.expr ? eval(*s.expr) : TscriptValue();
+        return Flow::Return;
+    }
+    return Flow::Normal;
+}
+
+// ---------------------------------------------------------------- expressions
+
+const TscriptValue& TscriptEvaluator::evalRef(const TscriptExpr& e, TscriptValue& tmp) {
+    if (e.kind == TscriptExprKind::Var)
+        return variable(e);
+    tmp = eval(e);
+    return tmp;
+}
+
+TscriptValue TscriptEvaluator::eval(const TscriptExpr& e) {
+    DepthGuard depth(*this, e.line);
+    switch (e.kind) {
+    case TscriptExprKind::Literal:
+        return e.value;
+    case TscriptExprKind::Var:
+        return variable(e);
+    case TscriptExprKind::Index:
+        return evalIndex(e);
+    case TscriptExprKind::Component:
+        return evalComponent(e);
+    case TscriptExprKind::Unary: {
+        TscriptValue tmp;
+        const TscriptValue& a = evalRef(*e.kids[0], tmp);
+        try {
+            return scriptUnary(e.op, a);
+        } catch (const TscriptFault& f) {
+            fail(e.line, f.message);
+        }
+    }
+    case TscriptExprKind::Binary: {
+        const TscriptExpr& rhs = *e.kids[1];
+        TscriptValue ta, tb;
+        // A right side that runs code may change a variable on the left, so
+        // the left is copied then; otherwise it is read in place.
+        bool pure = rhs.kind == TscriptExprKind::Literal || rhs.kind == TscriptExprKind::Var;
+        const TscriptValue& a = pure ? evalRef(*e.kids[0], ta) : (ta = eval(*e.kids[0]));
+        const TscriptValue& b = evalRef(rhs, tb);
+        try {
+            return scriptBinary(e.op, a, b);
+        } catch (const TscriptFault& f) {
+            fail(e.line, f.message);
+        }
+    }
+    case TscriptExprKind::Logical: {
+        bool a = scriptTruthAt(*e.kids[0]);
+        if (e.op == "&&")
+            return a ? TscriptValue(scriptTruthAt(*e.kids[1])) : TscriptValue(0);
+        return a ? TscriptValue(1) : TscriptValue(scriptTruthAt(*e.kids[1]));
+    }
+    case TscriptExprKind::Ternary:
+        return scriptTruthAt(*e.kids[0]) ? eval(*e.kids[1]) : eval(*e.kids[2]);
+    case TscriptExprKind::Assign:
+        return evalAssign(e);
+    case TscriptExprKind::PreIncDec:
+        return evalIncDec(e, false);
+    case TscriptExprKind::PostIncDec:
+        return evalIncDec(e, true);
+    case TscriptExprKind::Call:
+        return evalCall(e);
+    case TscriptExprKind::VectorLit: {
+        TscriptVector v{0, 0, 0};
+        for (int i = 0; i < 3; ++i) {
+            TscriptValue tmp;
+            const TscriptValue& c = evalRef(*e.kids[i], tmp);
+            if (!c.isNumber())
+                fail(e.line, "a vector component must be a number, not " + scriptTypeArticle(c.type()));
+            v[i] = c.asFloat();
+        }
+        return v;
+    }
+    case TscriptExprKind::ArrayLit:
+        return evalArrayLiteral(e);
+    case TscriptExprKind::Cast: {
+        TscriptValue tmp;
+        const TscriptValue& a = evalRef(*e.kids[0], tmp);
+        if (a.isArray() || a.isNone())
+            fail(e.line, std::string(scriptTypeName(e.castType)) + "(): cannot convert " +
+                             scriptTypeArticle(a.type()));
+        return scriptConvert(a, e.castType, "");
+    }
+    }
+    return {};
+}
+
+bool TscriptEvaluator::scriptTruthAt(const TscriptExpr& e) {
+    TscriptValue tmp;
+    const TscriptValue& v = evalRef(e, tmp);
+    try {
+        return scriptTruth(v);
+    } catch (const TscriptFault& f) {
+        fail(e.line, f.message);
+    }
+}
+
+TscriptValue TscriptEvaluator::evalIndex(const TscriptExpr& e) {
+    TscriptValue tmp;
+    const TscriptValue& base = evalRef(*e.kids[0], tmp);
+    if (!base.isArray())
+        fail(e.line, "cannot index " + scriptTypeArticle(base.type()) + describeVar(*e.kids[0]));
+    std::string name = e.kids[0]->kind == TscriptExprKind::Var ? "$" + e.kids[0]->name : "the array";
+    int i = indexValue(*e.kids[1], name);
+    size_t n = arraySize(base);
+    if (static_cast<size_t>(i) >= n)
+        fail(e.line, "index " + std::to_string(i) + " is out of range for " + name + " (size " + std::to_string(n) +
+                         ")");
+    return arrayElement(base, static_cast<size_t>(i));
+}
+
+TscriptValue TscriptEvaluator::evalComponent(const TscriptExpr& e) {
+    TscriptValue tmp;
+    const TscriptValue& base = e.kids[0]->kind == TscriptExprKind::Var ? variable(*e.kids[0])
+                                                                       : (tmp = eval(*e.kids[0]));
+    if (base.type() != TscriptType::Vector)
+        fail(e.line, "'." + e.name + "' needs a vector, not " + scriptTypeArticle(base.type()) +
+                         describeVar(*e.kids[0]));
+    return base.vectorRef()[componentIndex(e.name)];
+}
+
+TscriptValue TscriptEvaluator::readLvalue(const TscriptExpr& e) { return eval(e); }
+
+void TscriptEvaluator::writeLvalue(const TscriptExpr& e, const TscriptValue& v, TscriptValue& stored) {
+    if (e.kind == TscriptExprKind::Var) {
+        TscriptValue* slot = lookup(e.name);
+        if (!slot) {
+            // Assigning to a new name declares it, with the type of the value.
+            if (v.isNone())
+                fail(e.line, "cannot declare $" + e.name + " from a call that gives no value");
+            slot = &declare(e.name, v.type(), false, e.line);
+        }
+        *slot = scriptConvert(v, slot->type(), "$" + e.name);
+        stored = *slot;
+        return;
+    }
+    if (e.kind == TscriptExprKind::Index) {
+        const TscriptExpr& var = *e.kids[0];
+        TscriptValue& arr = variable(var);
+        if (!arr.isArray())
+            fail(e.line, "cannot index " + scriptTypeArticle(arr.type()) + describeVar(var));
+        int i = indexValue(*e.kids[1], "$" + var.name);
+        if (i > kMaxArrayIndex)
+            fail(e.line, "index " + std::to_string(i) + " is too large for $" + var.name);
+        TscriptValue elem = scriptConvert(v, scriptElementOf(arr.type()), "an element of $" + var.name);
+        // The index may have run code that redeclared nothing, but re-find to be safe.
+        TscriptValue& target = variable(var);
+        setArrayElement(target, static_cast<size_t>(i), elem);
+        stored = std::move(elem);
+        return;
+    }
+    // Component of a vector variable or of a vector array element.
+    const TscriptExpr& base = *e.kids[0];
+    if (!v.isNumber())
+        fail(e.line, "'." + e.name + "' takes a number, not " + scriptTypeArticle(v.type()));
+    double c = v.asFloat();
+    if (base.kind == TscriptExprKind::Var) {
+        TscriptValue& slot = variable(base);
+        if (slot.type() != TscriptType::Vector)
+            fail(e.line, "'." + e.name + "' needs a vector, not " + scriptTypeArticle(slot.type()) +
+                             describeVar(base));
+        slot.vectorRef()[componentIndex(e.name)] = c;
+    } else {
+        const TscriptExpr& var = *base.kids[0];
+        TscriptValue& arr = variable(var);
+        if (arr.type() != TscriptType::VectorArray)
+            fail(e.line, "'." + e.name + "' needs a vector, not an element of " + scriptTypeArticle(arr.type()) +
+                             describeVar(var));
+        int i = indexValue(*base.kids[1], "$" + var.name);
+        auto& items = variable(var).vectorArray();
+        if (static_cast<size_t>(i) >= items.size())
+            fail(e.line, "index " + std::to_string(i) + " is out of range for $" + var.name + " (size " +
+                             std::to_string(items.size()) + ")");
+        items[static_cast<size_t>(i)][componentIndex(e.name)] = c;
+    }
+    stored = c;
+}
+
+TscriptValue TscriptEvaluator::evalAssign(const TscriptExpr& e) {
+    const TscriptExpr& target = *e.kids[0];
+    TscriptValue v;
+    if (e.op == "=") {
+        v = eval(*e.kids[1]);
+    } else {
+        TscriptValue current = readLvalue(target);
+        TscriptValue rhs = eval(*e.kids[1]);
+        try {
+            v = scriptBinary(e.op.substr(0, 1), current, rhs);
+        } catch (const TscriptFault& f) {
+            fail(e.line, f.message);
+        }
+    }
+    TscriptValue stored;
+    try {
+        writeLvalue(target, v, stored);
+    } catch (const TscriptFault& f) {
+        fail(e.line, f.message);
+    }
+    return stored;
+}
+
+TscriptValue TscriptEvaluator::evalIncDec(const TscriptExpr& e, bool post) {
+    const TscriptExpr& target = *e.kids[0];
+    TscriptValue old = readLvalue(target);
+    if (!old.isNumber())
+        fail(e.line, "'" + e.op + "' needs an int or a float, not " + scriptTypeArticle(old.type()) +
+                         describeVar(target));
+    TscriptValue next = scriptBinary(e.op == "++" ? "+" : "-", old, TscriptValue(1));
+    TscriptValue stored;
+    try {
+        writeLvalue(target, next, stored);
+    } catch (const TscriptFault& f) {
+        fail(e.line, f.message);
+    }
+    return post ? old : stored;
+}
+
+TscriptValue TscriptEvaluator::evalArrayLiteral(const TscriptExpr& e) {
+    std::vector<TscriptValue> items;
+    items.reserve(e.kids.size());
+    // The element type is the widest present: int < float < vector, string above all.
+    TscriptType widest = TscriptType::None;
+    auto rank = [](TscriptType t) {
+        switch (t) {
+        case TscriptType::Int: return 1;
+        case TscriptType::Float: return 2;
+        case TscriptType::Vector: return 3;
+        case TscriptType::String: return 4;
+        default: return 0;
+        }
+    };
+    for (const auto& k : e.kids) {
+        items.push_back(eval(*k));
+        TscriptType t = items.back().type();
+        if (rank(t) == 0)
+            fail(k->line, "an array element must be a number, string or vector, not " + scriptTypeArticle(t));
+        if (rank(t) > rank(widest))
+            widest = t;
+    }
+    if (widest == TscriptType::Vector) {
+        for (const auto& it : items)
+            if (it.type() != TscriptType::Vector && !it.isNumber())
+                fail(e.line, "cannot mix vectors and strings in an array");
+    }
+    if (widest == TscriptType::None)
+        return std::vector<std::string>(); // {} converts to any array on assignment
+    TscriptValue out = scriptZero(scriptArrayOf(widest));
+    for (size_t i = 0; i < items.size(); ++i) {
+        TscriptValue el = scriptConvert(items[i], widest, "an array element");
+        setArrayElement(out, i, el);
+    }
+    return out;
+}
+
+// ---------------------------------------------------------------- calls
+
+TscriptValue TscriptEvaluator::evalCall(const TscriptExpr& e) {
+    tick(e.line);
+    // A copy of the reference keeps the proc's text alive through the call,
+    // even if the call redefines it.
+    ProcRef proc;
+    if (findProc(e.name, proc))
+        return callProc(proc, e);
+    if (e.name == "catch" || e.name == "catchQuiet")
+        return callCatch(e, e.name == "catchQuiet");
+    if (const TscriptBuiltin* b = findScriptBuiltin(e.name)) {
+        std::vector<TscriptValue> temps(e.args.size());
+        std::vector<const TscriptValue*> args(e.args.size());
+        for (size_t i = 0; i < e.args.size(); ++i)
+            args[i] = &evalRef(*e.args[i].expr, temps[i]);
+        // A later argument may have re-read nothing but could not have moved
+        // any variable: locals live in a deque and globals in a node map.
+        TscriptBuiltinCall call{*this, e.name, args, e.args, where(e.line)};
+        try {
+            return (*b)(call);
+        } catch (const TscriptFault& f) {
+            fail(e.line, f.message);
+        }
+    }
+    if (fHost.hasCommand(e.name))
+        return callCommand(e);
+    fail(e.line, "unknown command or procedure '" + e.name + "'");
+}
+
+TscriptValue TscriptEvaluator::callProc(const ProcRef& proc, const TscriptExpr& e) {
+    const TscriptProcDef& def = *proc.def;
+    if (e.args.size() != def.params.size())
+        fail(e.line, "proc '" + def.name + "' takes " + std::to_string(def.params.size()) + " argument" +
+                         (def.params.size() == 1 ? "" : "s") + ", given " + std::to_string(e.args.size()));
+    std::vector<TscriptValue> values;
+    values.reserve(def.params.size());
+    for (size_t i = 0; i < def.params.size(); ++i) {
+        TscriptValue v = eval(*e.args[i].expr);
+        try {
+            values.push_back(scriptConvert(v, def.params[i].type,
+                                           "parameter $" + def.params[i].name + " of proc '" + def.name + "'"));
+        } catch (const TscriptFault& f) {
+            fail(e.line, f.message);
+        }
+    }
+    if (fCallDepth >= kMaxCallDepth)
+        fail(e.line, "procs nested too deeply (more than " + std::to_string(kMaxCallDepth) + " calls), in '" +
+                         def.name + "'");
+    ++fCallDepth;
+    struct CallCount {
+        int& n;
+        ~CallCount() { --n; }
+    } count{fCallDepth};
+
+    FrameGuard guard(*this);
+    Frame frame;
+    frame.base = fLocals.size();
+    frame.scopes.push_back(frame.base);
+    frame.unit = proc.unit;
+    frame.proc = &def;
+    fFrames.push_back(std::move(frame));
+    for (size_t i = 0; i < def.params.size(); ++i)
+        fLocals.push_back(LocalVar{def.params[i].name, std::move(values[i]), nullptr});
+
+    Flow f = execStatements(def.body);
+    if (def.returnType == TscriptType::None)
+        return {};
+    if (f != Flow::Return)
+        return scriptZero(def.returnType);
+    TscriptValue result = std::move(fReturnValue);
+    fReturnValue = TscriptValue();
+    try {
+        return scriptConvert(result, def.returnType, "the result of proc '" + def.name + "'");
+    } catch (const TscriptFault& fault) {
+        fail(e.line, fault.message);
+    }
+}
+
+TscriptValue TscriptEvaluator::callCommand(const TscriptExpr& e) {
+    std::vector<TscriptArg> args;
+    args.reserve(e.args.size());
+    for (const auto& a : e.args) {
+        TscriptArg arg;
+        arg.value = eval(*a.expr);
+        arg.isFlag = e.commandSyntax ? a.isFlag : looksLikeFlag(arg.value);
+        args.push_back(std::move(arg));
+    }
+    try {
+        return fHost.runCommand(e.name, args, where(e.line));
+    } catch (const TscriptError&) {
+        throw;
+    } catch (const std::bad_alloc&) {
+        fail(e.line, e.name + ": out of memory");
+    } catch (const std::exception& x) {
+        fail(e.line, e.name + ": " + x.what());
+    }
+}
+
+TscriptValue TscriptEvaluator::callCatch(const TscriptExpr& e, bool quiet) {
+    if (e.args.size() != 1)
+        fail(e.line, e.name + ": expected 1 argument, given " + std::to_string(e.args.size()));
+    // Guards unwind frames and scopes back to here when the argument fails.
+    try {
+        eval(*e.args[0].expr);
+    } catch (const TscriptError& err) {
+        if (!quiet && !err.reported())
+            fHost.error(err.where(), err.what());
+        return 1;
+    }
+    return 0;
+}

@@ -1,0 +1,169 @@
+#pragma once
+// The tree walker behind TscriptInterpreter. Internal to Host/Script.
+
+#include "Host/Script/TscriptAst.h"
+#include "Host/Script/TscriptHost.h"
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+// A fault found below the evaluator (an operator, a built-in), which the
+// evaluator turns into a TscriptError at the node's line.
+struct TscriptFault {
+    std::string message;
+};
+
+class TscriptEvaluator;
+
+// What a built-in sees of its call.
+struct TscriptBuiltinCall {
+    TscriptEvaluator& eval;
+    const std::string& name;
+    const std::vector<const TscriptValue*>& args;
+    const std::vector<TscriptArgExpr>& exprs;
+    TsourceLocation where;
+
+    size_t count() const { return args.size(); }
+    const TscriptValue& operator[](size_t i) const { return *args[i]; }
+    [[noreturn]] void fail(const std::string& message) const { throw TscriptFault{name + ": " + message}; }
+    void expectCount(size_t lo, size_t hi) const;
+    double number(size_t i) const;          // Int or Float
+    int integer(size_t i) const;            // Int or Float, truncated
+    const std::string& text(size_t i) const; // String
+    TscriptVector vector(size_t i, bool allowNumber = true) const; // a number fills all three
+};
+
+using TscriptBuiltin = TscriptValue (*)(TscriptBuiltinCall&);
+const TscriptBuiltin* findScriptBuiltin(const std::string& name);
+
+// Operators on values; throw TscriptFault.
+TscriptValue scriptBinary(const std::string& op, const TscriptValue& a, const TscriptValue& b);
+TscriptValue scriptUnary(const std::string& op, const TscriptValue& a);
+bool scriptTruth(const TscriptValue& v);
+// Converts for storing into a variable of `type`; `what` names the target.
+TscriptValue scriptConvert(const TscriptValue& v, TscriptType type, const std::string& what);
+TscriptValue scriptZero(TscriptType type);
+std::string scriptTypeArticle(TscriptType t); // "an int", "a string[]" ...
+
+// A smooth gradient noise around zero, within [-1, 1].
+double scriptNoise1(double x);
+double scriptNoise3(double x, double y, double z);
+
+class TscriptEvaluator {
+public:
+    static constexpr int kMaxCallDepth = 256;
+    // Native recursion of the walker (statements, expressions, calls).
+    static constexpr int kMaxWalkDepth = 6000;
+    // Arrays do not grow past this by assignment (a typo should not eat memory).
+    static constexpr int kMaxArrayIndex = 1 << 24;
+
+    explicit TscriptEvaluator(TscriptHost& host);
+
+    bool run(std::string_view source, const std::string& fileName, bool echo);
+    TscriptValue evaluate(std::string_view source, const TsourceLocation& where);
+
+    TscriptHost& host() { return fHost; }
+    std::unordered_map<std::string, TscriptValue>& globals() { return fGlobals; }
+    bool hasProc(const std::string& name) const;
+    bool hasCallable(const std::string& name) const;
+    void setInterruptFlag(const std::atomic<bool>* flag) { fInterrupt = flag; }
+    void setStepLimit(std::uint64_t steps) { fStepLimit = steps; }
+
+    // Random stream of rand() and seed().
+    void seed(int s);
+    double random();
+
+    // For built-ins that write into a variable argument (tokenize, clear).
+    TscriptValue* variableOf(const TscriptExpr& e);
+
+private:
+    enum class Flow { Normal, Break, Continue, Return };
+
+    struct LocalVar {
+        std::string name;
+        TscriptValue value;
+        TscriptValue* alias = nullptr; // a global brought in by `global`
+    };
+    struct Frame {
+        size_t base = 0;                  // first local of the frame
+        std::vector<size_t> scopes;       // first local of each open block
+        std::shared_ptr<TscriptUnit> unit;
+        const TscriptProcDef* proc = nullptr;
+    };
+    struct ProcRef {
+        std::shared_ptr<TscriptUnit> unit;
+        const TscriptProcDef* def = nullptr;
+    };
+    struct DepthGuard {
+        DepthGuard(TscriptEvaluator& e, int line);
+        ~DepthGuard() { --fE.fWalkDepth; }
+        TscriptEvaluator& fE;
+    };
+    struct FrameGuard {
+        explicit FrameGuard(TscriptEvaluator& e) : fE(e), fLocals(e.fLocals.size()), fFrames(e.fFrames.size()) {}
+        ~FrameGuard();
+        TscriptEvaluator& fE;
+        size_t fLocals, fFrames;
+    };
+    struct ScopeGuard {
+        explicit ScopeGuard(TscriptEvaluator& e);
+        ~ScopeGuard();
+        TscriptEvaluator& fE;
+        size_t fLocals;
+    };
+
+    TscriptValue runUnit(const std::shared_ptr<TscriptUnit>& unit, bool echo);
+    Flow exec(const TscriptStmt& s);
+    Flow execBlock(const TscriptBlock& b, bool newScope);
+    Flow execStatements(const TscriptBlock& b);
+    Flow execLoopBody(const TscriptBlock& b);
+    void execDecl(const TscriptStmt& s);
+
+    TscriptValue eval(const TscriptExpr& e);
+    // A reference to a variable's storage when `e` is a variable, otherwise
+    // the value computed into `tmp`: reads of arrays copy nothing.
+    const TscriptValue& evalRef(const TscriptExpr& e, TscriptValue& tmp);
+    TscriptValue evalIndex(const TscriptExpr& e);
+    TscriptValue evalComponent(const TscriptExpr& e);
+    TscriptValue evalAssign(const TscriptExpr& e);
+    TscriptValue evalIncDec(const TscriptExpr& e, bool post);
+    TscriptValue evalCall(const TscriptExpr& e);
+    TscriptValue callProc(const ProcRef& proc, const TscriptExpr& e);
+    TscriptValue callCommand(const TscriptExpr& e);
+    TscriptValue callCatch(const TscriptExpr& e, bool quiet);
+    TscriptValue evalArrayLiteral(const TscriptExpr& e);
+
+    // Storage of an lvalue, its element or component; grows arrays when `grow`.
+    TscriptValue readLvalue(const TscriptExpr& e);
+    void writeLvalue(const TscriptExpr& e, const TscriptValue& v, TscriptValue& stored);
+    TscriptValue& variable(const TscriptExpr& var); // undeclared is an error
+    int indexValue(const TscriptExpr& idx, const std::string& varName);
+
+    TscriptValue* lookup(const std::string& name);
+    TscriptValue& declare(const std::string& name, TscriptType type, bool global, int line);
+    bool findProc(const std::string& name, ProcRef& out) const;
+    bool scriptTruthAt(const TscriptExpr& e);
+    void tick(int line);
+
+    TsourceLocation where(int line) const;
+    [[noreturn]] void fail(int line, const std::string& message) const;
+
+    TscriptHost& fHost;
+    std::unordered_map<std::string, TscriptValue> fGlobals;
+    std::deque<LocalVar> fLocals;
+    std::vector<Frame> fFrames;
+    std::unordered_map<std::string, ProcRef> fGlobalProcs;
+    TscriptValue fReturnValue;
+    unsigned short fRandState[3] = {0, 0, 0};
+    int fCallDepth = 0;
+    int fWalkDepth = 0;
+    const std::atomic<bool>* fInterrupt = nullptr;
+    std::uint64_t fStepLimit = 0;
+    std::uint64_t fSteps = 0;
+};

@@ -1,0 +1,34 @@
+#include "Host/Script/TscriptInterpreter.h"
+
+#include "Host/Script/TscriptEvaluator.h"
+
+TscriptInterpreter::TscriptInterpreter(TscriptHost& host) : fEval(std::make_unique<TscriptEvaluator>(host)) {}
+
+TscriptInterpreter::~TscriptInterpreter() = default;
+
+bool TscriptInterpreter::run(std::string_view source, const std::string& fileName, bool echo) {
+    return fEval->run(source, fileName, echo);
+}
+
+TscriptValue TscriptInterpreter::evaluate(std::string_view source, const TsourceLocation& where) {
+    return fEval->evaluate(source, where);
+}
+
+void TscriptInterpreter::setGlobal(const std::string& name, TscriptValue value) {
+    fEval->globals()[name] = std::move(value);
+}
+
+bool TscriptInterpreter::getGlobal(const std::string& name, TscriptValue& value) const {
+    auto& g = fEval->globals();
+    auto it = g.find(name);
+    if (it == g.end())
+        return false;
+    value = it->second;
+    return true;
+}
+
+bool TscriptInterpreter::hasProc(const std::string& name) const { return fEval->hasProc(name); }
+
+void TscriptInterpreter::setInterruptFlag(const std::atomic<bool>* flag) { fEval->setInterruptFlag(flag); }
+
+void TscriptInterpreter::setStepLimit(std::uint64_t steps) { fEval->setStepLimit(steps); }
