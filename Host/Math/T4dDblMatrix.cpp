@@ -113,20 +113,6 @@ double T4dDblMatrix::determinant() const {
     return det;
 }
 
-T4dDblVector T4dDblMatrix::transformPoint(const T4dDblVector& v) const {
-    const double x = v.x * m[0][0] + v.y * m[1][0] + v.z * m[2][0] + m[3][0];
-    const double y = v.x * m[0][1] + v.y * m[1][1] + v.z * m[2][1] + m[3][1];
-    const double z = v.x * m[0][2] + v.y * m[1][2] + v.z * m[2][2] + m[3][2];
-    const double w = v.x * m[0][3] + v.y * m[1][3] + v.z * m[2][3] + m[3][3];
-    if (w != 1.0 && w != 0.0) return {x / w, y / w, z / w};
-    return {x, y, z};
-}
-
-T4dDblVector T4dDblMatrix::transformVector(const T4dDblVector& v) const {
-    return {v.x * m[0][0] + v.y * m[1][0] + v.z * m[2][0], v.x * m[0][1] + v.y * m[1][1] + v.z * m[2][1],
-            v.x * m[0][2] + v.y * m[1][2] + v.z * m[2][2]};
-}
-
 bool T4dDblMatrix::operator==(const T4dDblMatrix& o) const {
     for (int i = 0; i < 4; ++i)
         for (int j = 0; j < 4; ++j)

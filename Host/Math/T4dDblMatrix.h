@@ -26,10 +26,20 @@ struct T4dDblMatrix {
     T4dDblMatrix transpose() const;
     double determinant() const;
 
-    // [x y z 1] * M, divided by w when w is not 1.
-    T4dDblVector transformPoint(const T4dDblVector& v) const;
+    // [x y z 1] * M, divided by w when w is not 1 (nor 0). Inline: it runs once per point in array loops.
+    T4dDblVector transformPoint(const T4dDblVector& v) const {
+        const double x = v.x * m[0][0] + v.y * m[1][0] + v.z * m[2][0] + m[3][0];
+        const double y = v.x * m[0][1] + v.y * m[1][1] + v.z * m[2][1] + m[3][1];
+        const double z = v.x * m[0][2] + v.y * m[1][2] + v.z * m[2][2] + m[3][2];
+        const double w = v.x * m[0][3] + v.y * m[1][3] + v.z * m[2][3] + m[3][3];
+        if (w != 1.0 && w != 0.0) return {x / w, y / w, z / w};
+        return {x, y, z};
+    }
     // [x y z 0] * M: directions ignore the translation.
-    T4dDblVector transformVector(const T4dDblVector& v) const;
+    T4dDblVector transformVector(const T4dDblVector& v) const {
+        return {v.x * m[0][0] + v.y * m[1][0] + v.z * m[2][0], v.x * m[0][1] + v.y * m[1][1] + v.z * m[2][1],
+                v.x * m[0][2] + v.y * m[1][2] + v.z * m[2][2]};
+    }
 
     T4dDblVector getTranslation() const { return {m[3][0], m[3][1], m[3][2]}; }
     void setTranslation(const T4dDblVector& t) {
