@@ -55,6 +55,20 @@ std::vector<double> Tcurve::knots() const {
     return k;
 }
 
+int Tcurve::numSpans() const {
+    return cvs_.size() < 2 ? 0 : numControlPoints() - effectiveDegree();
+}
+
+std::vector<T4dDblVector> Tcurve::editPoints() const {
+    std::vector<T4dDblVector> out;
+    if (cvs_.empty()) return out;
+    const int spans = numSpans();
+    if (spans == 0) return {cvs_[0]};
+    for (int i = 0; i <= spans; ++i)
+        out.push_back(evaluate(double(i) / spans));
+    return out;
+}
+
 T4dDblVector Tcurve::evaluate(double u) const {
     const int n = numControlPoints(), p = effectiveDegree();
     if (n == 0) return {};
@@ -65,7 +79,7 @@ T4dDblVector Tcurve::evaluate(double u) const {
     const int k = std::clamp(static_cast<int>(t) + p, p, n - 1);
     T4dDblVector d[4];
     for (int j = 0; j <= p; ++j)
-        d[j] = cvs_[static_cast<std::size_t>(k - p + j)];
+        d[j] = cvs_[k - p + j];
     return deBoorLocal(d, k, p, t, [n, p](int i) { return knotAt(i, n, p); });
 }
 
@@ -83,9 +97,7 @@ T4dDblVector Tcurve::derivative(double u) const {
     for (int j = 0; j < p; ++j) {
         const int i = k - p + j;
         const double den = knot(i + p + 1) - knot(i + 1);
-        d[j] = den > 0
-                   ? (cvs_[static_cast<std::size_t>(i + 1)] - cvs_[static_cast<std::size_t>(i)]) * (p / den)
-                   : T4dDblVector{};
+        d[j] = den > 0 ? (cvs_[i + 1] - cvs_[i]) * (p / den) : T4dDblVector{};
     }
     const T4dDblVector dt = deBoorLocal(d, k - 1, p - 1, t, [&knot](int i) { return knot(i + 1); });
     return dt * spans;
@@ -95,12 +107,12 @@ std::vector<double> Tcurve::lengthTable(int& pieces) const {
     const int spans = std::max(1, numControlPoints() - effectiveDegree());
     // Several pieces per span keep the quadrature and the inversion accurate on tight bends.
     pieces = spans * 16;
-    std::vector<double> table(static_cast<std::size_t>(pieces + 1), 0.0);
+    std::vector<double> table(pieces + 1, 0.0);
     for (int i = 0; i < pieces; ++i) {
         double sum = 0;
         for (int g = 0; g < 5; ++g)
             sum += kGaussW[g] * derivative((i + kGaussX[g]) / pieces).length();
-        table[static_cast<std::size_t>(i + 1)] = table[static_cast<std::size_t>(i)] + sum / pieces;
+        table[i + 1] = table[i] + sum / pieces;
     }
     return table;
 }
@@ -123,7 +135,7 @@ double Tcurve::parameterAtLength(double s, const std::vector<double>& table, int
     if (s >= table.back()) return 1;
     const int i = static_cast<int>(std::upper_bound(table.begin(), table.end(), s) - table.begin()) - 1;
     const double lo = double(i) / pieces, hi = double(i + 1) / pieces;
-    const double l0 = table[static_cast<std::size_t>(i)], l1 = table[static_cast<std::size_t>(i + 1)];
+    const double l0 = table[i], l1 = table[i + 1];
     double u = l1 > l0 ? lo + (hi - lo) * (s - l0) / (l1 - l0) : lo;
     // Newton on the length inside the piece, kept inside it.
     for (int it = 0; it < 4; ++it) {
@@ -141,7 +153,7 @@ double Tcurve::parameterAtLength(double s, const std::vector<double>& table, int
 std::vector<T4dDblVector> Tcurve::sampleEvenly(int n) const {
     std::vector<T4dDblVector> out;
     if (n <= 0 || cvs_.empty()) return out;
-    out.reserve(static_cast<std::size_t>(n));
+    out.reserve(n);
     if (n == 1) {
         out.push_back(evaluate(0));
         return out;

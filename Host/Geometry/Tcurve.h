@@ -23,8 +23,13 @@ public:
     const std::vector<T4dDblVector>& controlPoints() const { return cvs_; }
     std::vector<T4dDblVector>& controlPoints() { return cvs_; }
     int numControlPoints() const { return static_cast<int>(cvs_.size()); }
-    // Knot vector in the curve's own span (0 to number of spans), clamped at both ends.
+    // Knot vector in the curve's own span (0 to numSpans()), clamped at both ends.
     std::vector<double> knots() const;
+    int numSpans() const;
+    // Points on the curve at its distinct knots, start and end included: numSpans() + 1 of them.
+    std::vector<T4dDblVector> editPoints() const;
+    // The point at a parameter in knot units, 0 to numSpans(), as curve parameters are usually given.
+    T4dDblVector pointAtParam(double t) const { return evaluate(numSpans() > 0 ? t / numSpans() : 0); }
 
     // u is clamped to [0, 1]; an empty curve gives the origin.
     T4dDblVector evaluate(double u) const;

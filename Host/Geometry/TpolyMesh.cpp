@@ -47,7 +47,7 @@ void TpolyMesh::validate() const {
     int face = 0, left = faceCounts.empty() ? 0 : faceCounts[0];
     for (std::size_t i = 0; i < faceVertices.size(); ++i) {
         while (left == 0)
-            left = faceCounts[static_cast<std::size_t>(++face)];
+            left = faceCounts[++face];
         --left;
         if (faceVertices[i] < 0 || faceVertices[i] >= numPoints())
             throw std::invalid_argument("mesh face " + std::to_string(face) + " uses point " +
@@ -65,10 +65,10 @@ T4dDblVector TpolyMesh::newellNormal(int offset, int count) const {
     T4dDblVector n;
     const int* v = faceVertices.data() + offset;
     // Relative to the first point, for precision far from the origin.
-    const T4dDblVector o = points[static_cast<std::size_t>(v[0])];
+    const T4dDblVector o = points[v[0]];
     for (int i = 0; i < count; ++i) {
-        const T4dDblVector a = points[static_cast<std::size_t>(v[i])] - o;
-        const T4dDblVector b = points[static_cast<std::size_t>(v[(i + 1) % count])] - o;
+        const T4dDblVector a = points[v[i]] - o;
+        const T4dDblVector b = points[v[(i + 1) % count]] - o;
         n += a.cross(b);
     }
     return n;
@@ -101,26 +101,25 @@ int offsetOf(const std::vector<int>& counts, int face) {
                                 std::to_string(counts.size()) + " faces)");
     int at = 0;
     for (int f = 0; f < face; ++f)
-        at += counts[static_cast<std::size_t>(f)];
+        at += counts[f];
     return at;
 }
 } // namespace
 
 T4dDblVector TpolyMesh::faceNormal(int face) const {
-    return newellNormal(offsetOf(faceCounts, face), faceCounts[static_cast<std::size_t>(face)]).normal();
+    return newellNormal(offsetOf(faceCounts, face), faceCounts[face]).normal();
 }
 
 double TpolyMesh::faceArea(int face) const {
-    return 0.5 *
-           newellNormal(offsetOf(faceCounts, face), faceCounts[static_cast<std::size_t>(face)]).length();
+    return 0.5 * newellNormal(offsetOf(faceCounts, face), faceCounts[face]).length();
 }
 
 T4dDblVector TpolyMesh::faceCenter(int face) const {
     const int at = offsetOf(faceCounts, face);
-    const int n = faceCounts[static_cast<std::size_t>(face)];
+    const int n = faceCounts[face];
     T4dDblVector c;
     for (int i = 0; i < n; ++i)
-        c += points[static_cast<std::size_t>(faceVertices[static_cast<std::size_t>(at + i)])];
+        c += points[faceVertices[static_cast<std::size_t>(at + i)]];
     return n > 0 ? c / n : c;
 }
 
@@ -131,7 +130,7 @@ std::vector<T4dDblVector> TpolyMesh::vertexNormals() const {
         // Unnormalised: larger faces weigh more.
         const T4dDblVector n = newellNormal(at, faceCounts[f]);
         for (int i = 0; i < faceCounts[f]; ++i)
-            out[static_cast<std::size_t>(faceVertices[static_cast<std::size_t>(at + i)])] += n;
+            out[faceVertices[static_cast<std::size_t>(at + i)]] += n;
         at += faceCounts[f];
     }
     for (auto& n : out)
@@ -151,6 +150,7 @@ double orient(const double* a, const double* b, const double* c) {
 TmeshTriangles TpolyMesh::triangulate() const {
     TmeshTriangles out;
     out.vertices.reserve(faceVertices.size() * 3);
+    out.corners.reserve(faceVertices.size() * 3);
     out.faces.reserve(faceVertices.size());
     std::vector<double> xy;
     std::vector<int> ring;
@@ -161,6 +161,7 @@ TmeshTriangles TpolyMesh::triangulate() const {
         const int face = static_cast<int>(f);
         if (n == 3) {
             out.vertices.insert(out.vertices.end(), {v[0], v[1], v[2]});
+            out.corners.insert(out.corners.end(), {at, at + 1, at + 2});
             out.faces.push_back(face);
         } else if (n > 3) {
             // Project onto the plane across the normal's largest axis, keeping counter-clockwise order.
@@ -170,23 +171,21 @@ TmeshTriangles TpolyMesh::triangulate() const {
             if (std::fabs(nrm.z) > std::fabs(nrm[ax])) ax = 2;
             const int i0 = (ax + 1) % 3, i1 = (ax + 2) % 3;
             const bool flip = nrm[ax] < 0;
-            xy.resize(static_cast<std::size_t>(2 * n));
+            xy.resize(2 * n);
             for (int i = 0; i < n; ++i) {
-                const T4dDblVector& p = points[static_cast<std::size_t>(v[i])];
-                xy[static_cast<std::size_t>(2 * i)] = p[i0];
-                xy[static_cast<std::size_t>(2 * i + 1)] = flip ? -p[i1] : p[i1];
+                const T4dDblVector& p = points[v[i]];
+                xy[2 * i] = p[i0];
+                xy[2 * i + 1] = flip ? -p[i1] : p[i1];
             }
-            ring.resize(static_cast<std::size_t>(n));
+            ring.resize(n);
             for (int i = 0; i < n; ++i)
-                ring[static_cast<std::size_t>(i)] = i;
+                ring[i] = i;
             auto P = [&xy](int i) { return xy.data() + 2 * i; };
             while (ring.size() > 3) {
                 const int m = static_cast<int>(ring.size());
                 int ear = -1;
                 for (int k = 0; k < m && ear < 0; ++k) {
-                    const int a = ring[static_cast<std::size_t>((k + m - 1) % m)],
-                              b = ring[static_cast<std::size_t>(k)],
-                              c = ring[static_cast<std::size_t>((k + 1) % m)];
+                    const int a = ring[(k + m - 1) % m], b = ring[k], c = ring[(k + 1) % m];
                     if (orient(P(a), P(b), P(c)) <= 0) continue; // reflex or flat corner
                     bool empty = true;
                     for (int q : ring) {
@@ -202,14 +201,14 @@ TmeshTriangles TpolyMesh::triangulate() const {
                 // A degenerate face has no proper ear; clip any corner so every face still yields n-2
                 // triangles.
                 if (ear < 0) ear = 0;
-                const int a = ring[static_cast<std::size_t>((ear + m - 1) % m)],
-                          b = ring[static_cast<std::size_t>(ear)],
-                          c = ring[static_cast<std::size_t>((ear + 1) % m)];
+                const int a = ring[(ear + m - 1) % m], b = ring[ear], c = ring[(ear + 1) % m];
                 out.vertices.insert(out.vertices.end(), {v[a], v[b], v[c]});
+                out.corners.insert(out.corners.end(), {at + a, at + b, at + c});
                 out.faces.push_back(face);
                 ring.erase(ring.begin() + ear);
             }
             out.vertices.insert(out.vertices.end(), {v[ring[0]], v[ring[1]], v[ring[2]]});
+            out.corners.insert(out.corners.end(), {at + ring[0], at + ring[1], at + ring[2]});
             out.faces.push_back(face);
         }
         at += n;
@@ -237,8 +236,8 @@ std::vector<std::pair<int, int>> TpolyMesh::edges() const {
     int at = 0;
     for (int n : faceCounts) {
         for (int i = 0; i < n; ++i) {
-            const int a = faceVertices[static_cast<std::size_t>(at + i)];
-            const int b = faceVertices[static_cast<std::size_t>(at + (i + 1) % n)];
+            const int a = faceVertices[at + i];
+            const int b = faceVertices[at + (i + 1) % n];
             out.emplace_back(std::min(a, b), std::max(a, b));
         }
         at += n;

@@ -11,9 +11,11 @@ struct TuvPoint {
     bool operator==(const TuvPoint&) const = default;
 };
 
-// Triangles of a mesh: three point indices each, and the face each came from.
+// Triangles of a mesh: three point indices each, and the face each came from. corners gives, for each
+// triangle corner, its position in the mesh's faceVertices, so that uvs follow through uvIndices.
 struct TmeshTriangles {
     std::vector<int> vertices;
+    std::vector<int> corners;
     std::vector<int> faces;
     int count() const { return static_cast<int>(faces.size()); }
 };

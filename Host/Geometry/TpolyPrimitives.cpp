@@ -47,7 +47,7 @@ TpolyMesh makePolyPlane(double width, double height, int sx, int sy) {
     checkSubdivisions(fn, "subdivisionsY", sy, 1);
     checkTotal(fn, (sx + 1LL) * (sy + 1LL));
     TpolyMesh m;
-    m.points.reserve(static_cast<std::size_t>((sx + 1) * (sy + 1)));
+    m.points.reserve((sx + 1) * (sy + 1));
     // Row j runs towards -Z so that (i, j) -> (i+1, j) -> (i+1, j+1) turns counter-clockwise seen from +Y.
     for (int j = 0; j <= sy; ++j)
         for (int i = 0; i <= sx; ++i) {
@@ -107,7 +107,7 @@ TpolyMesh makePolyCube(double width, double height, double depth, int sx, int sy
         const int nu = n[sd.uAxis], nv = n[sd.vAxis];
         // Each side gets its own tile of a 3 x 2 uv atlas.
         const double tu = (s % 3) / 3.0, tv = (s / 3) / 2.0;
-        std::vector<int> ids(static_cast<std::size_t>((nu + 1) * (nv + 1)));
+        std::vector<int> ids((nu + 1) * (nv + 1));
         std::vector<int> uvIds(ids.size());
         for (int b = 0; b <= nv; ++b)
             for (int a = 0; a <= nu; ++a) {
@@ -115,11 +115,11 @@ TpolyMesh makePolyCube(double width, double height, double depth, int sx, int sy
                 l[sd.axis] = sd.high ? n[sd.axis] : 0;
                 l[sd.uAxis] = sd.uSign > 0 ? a : nu - a;
                 l[sd.vAxis] = sd.vSign > 0 ? b : nv - b;
-                const std::size_t k = static_cast<std::size_t>(b * (nu + 1) + a);
+                const std::size_t k = b * (nu + 1) + a;
                 ids[k] = pointAt(l);
                 uvIds[k] = m.addUv(tu + (double(a) / nu) / 3.0, tv + (double(b) / nv) / 2.0);
             }
-        auto k = [nu](int a, int b) { return static_cast<std::size_t>(b * (nu + 1) + a); };
+        auto k = [nu](int a, int b) { return b * (nu + 1) + a; };
         for (int b = 0; b < nv; ++b)
             for (int a = 0; a < nu; ++a)
                 m.addFace({ids[k(a, b)], ids[k(a + 1, b)], ids[k(a + 1, b + 1)], ids[k(a, b + 1)]},
@@ -223,11 +223,11 @@ TpolyMesh makePolyCylinder(double radius, double height, int sa, int sh, int sc)
             for (int i = 0; i < sa; ++i)
                 m.addPoint(ringPoint(radius * k / sc, kTwoPi * i / sa, y));
         auto C = [&](int k, int i) { return k == sc ? S(rim, i) : firstRing + (k - 1) * sa + i % sa; };
-        std::vector<int> ringUv(static_cast<std::size_t>(sc * sa));
+        std::vector<int> ringUv(sc * sa);
         for (int k = 1; k <= sc; ++k)
             for (int i = 0; i < sa; ++i)
-                ringUv[static_cast<std::size_t>((k - 1) * sa + i)] = capUv(double(k) / sc, i);
-        auto CU = [&](int k, int i) { return ringUv[static_cast<std::size_t>((k - 1) * sa + i % sa)]; };
+                ringUv[(k - 1) * sa + i] = capUv(double(k) / sc, i);
+        auto CU = [&](int k, int i) { return ringUv[(k - 1) * sa + i % sa]; };
         for (int i = 0; i < sa; ++i) {
             if (top)
                 m.addFace({centre, C(1, i), C(1, i + 1)}, {centreUv, CU(1, i), CU(1, i + 1)});

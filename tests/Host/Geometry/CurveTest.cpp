@@ -65,6 +65,16 @@ TEST(Tcurve, LongCubicIsSmoothWithMatchingDerivative) {
     const std::vector<double> expectedKnots{0, 0, 0, 0, 1, 2, 3, 4, 4, 4, 4};
     EXPECT_EQ(k, expectedKnots);
     expectNear(c.evaluate(1), {8, 0, 0}, 1e-15);
+    EXPECT_EQ(c.numSpans(), 4);
+    // Edit points at the knots; the second is the B-spline's knot point (P1 / 4 + 7 P2 / 12 + P3 / 6) of
+    // a clamped start, the middle one the uniform (P2 + 4 P3 + P4) / 6.
+    const auto ep = c.editPoints();
+    ASSERT_EQ(ep.size(), 5u);
+    expectNear(ep[1], T4dDblVector(1, 3, 0) / 4 + T4dDblVector(2, -1, 1) * 7 / 12 + T4dDblVector(4, 0, 2) / 6,
+               1e-14);
+    expectNear(ep[2], (T4dDblVector(2, -1, 1) + 4 * T4dDblVector(4, 0, 2) + T4dDblVector(5, 2, 0)) / 6,
+               1e-14);
+    expectNear(c.pointAtParam(2), ep[2], 0);
     // Central differences agree with the analytic derivative to O(h^2); h = 1e-5 gives ~1e-8 error.
     const double h = 1e-5;
     for (double u : {0.1, 0.25, 0.3333, 0.5, 0.75, 0.9}) {

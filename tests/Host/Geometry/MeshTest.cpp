@@ -70,6 +70,19 @@ TEST(TpolyMesh, TriangulationHandlesConcaveFacesAndKeepsWinding) {
     EXPECT_EQ(ct.count(), 12);
     EXPECT_EQ(ct.faces[0], 0);
     EXPECT_EQ(ct.faces[11], 5);
+    // Corners lead back into the face's own vertex list, and so to its uvs.
+    ASSERT_EQ(ct.corners.size(), ct.vertices.size());
+    const auto offsets = cube.faceOffsets();
+    for (std::size_t k = 0; k < ct.corners.size(); ++k) {
+        const int corner = ct.corners[k];
+        const int face = ct.faces[k / 3];
+        EXPECT_EQ(cube.faceVertices[corner], ct.vertices[k]);
+        EXPECT_GE(corner, offsets[face]);
+        EXPECT_LT(corner, offsets[face] + cube.faceCounts[face]);
+    }
+    const TmeshTriangles ut = u.triangulate();
+    for (std::size_t k = 0; k < ut.corners.size(); ++k)
+        EXPECT_EQ(u.faceVertices[ut.corners[k]], ut.vertices[k]);
 }
 
 TEST(TpolyMesh, EdgesAndVertexNormals) {
