@@ -1,0 +1,3 @@
+#include "Fluids/Core/TdataFluid.h"
+
+const TletterClass TdataFluid::sClass = {"fluid", &TdataGeometry::sClass};
