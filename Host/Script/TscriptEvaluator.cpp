@@ -114,6 +114,8 @@ bool TscriptEvaluator::run(std::string_view source, const std::string& fileName,
     } catch (const TscriptError& e) {
         if (!e.reported())
             fHost.error(e.where(), e.what());
+    } catch (const TscriptFault& f) {
+        fHost.error({fileName, 0}, f.message);
     } catch (const std::bad_alloc&) {
         fHost.error({fileName, 0}, "out of memory");
     } catch (const std::exception& e) {
@@ -336,6 +338,14 @@ void TscriptEvaluator::execDecl(const TscriptStmt& s) {
 
 TscriptEvaluator::Flow TscriptEvaluator::exec(const TscriptStmt& s) {
     DepthGuard depth(*this, s.line);
+    try {
+        return execNode(s);
+    } catch (const TscriptFault& f) {
+        fail(s.line, f.message);
+    }
+}
+
+TscriptEvaluator::Flow TscriptEvaluator::execNode(const TscriptStmt& s) {
     switch (s.kind) {
     case TscriptStmtKind::Empty:
     case TscriptStmtKind::Proc:
@@ -447,6 +457,15 @@ const TscriptValue& TscriptEvaluator::evalRef(const TscriptExpr& e, TscriptValue
 
 TscriptValue TscriptEvaluator::eval(const TscriptExpr& e) {
     DepthGuard depth(*this, e.line);
+    // Faults of operators and conversions get the line of the innermost node.
+    try {
+        return evalNode(e);
+    } catch (const TscriptFault& f) {
+        fail(e.line, f.message);
+    }
+}
+
+TscriptValue TscriptEvaluator::evalNode(const TscriptExpr& e) {
     switch (e.kind) {
     case TscriptExprKind::Literal:
         return e.value;

@@ -49,7 +49,6 @@ bool scriptTruth(const TscriptValue& v);
 // Converts for storing into a variable of `type`; `what` names the target.
 TscriptValue scriptConvert(const TscriptValue& v, TscriptType type, const std::string& what);
 TscriptValue scriptZero(TscriptType type);
-std::string scriptTypeArticle(TscriptType t); // "an int", "a string[]" ...
 
 // A smooth gradient noise around zero, within [-1, 1].
 double scriptNoise1(double x);
@@ -59,7 +58,7 @@ class TscriptEvaluator {
 public:
     static constexpr int kMaxCallDepth = 256;
     // Native recursion of the walker (statements, expressions, calls).
-    static constexpr int kMaxWalkDepth = 6000;
+    static constexpr int kMaxWalkDepth = 3000; // about 1.5 MB of stack
     // Arrays do not grow past this by assignment (a typo should not eat memory).
     static constexpr int kMaxArrayIndex = 1 << 24;
 
@@ -120,12 +119,14 @@ private:
 
     TscriptValue runUnit(const std::shared_ptr<TscriptUnit>& unit, bool echo);
     Flow exec(const TscriptStmt& s);
+    Flow execNode(const TscriptStmt& s);
     Flow execBlock(const TscriptBlock& b, bool newScope);
     Flow execStatements(const TscriptBlock& b);
     Flow execLoopBody(const TscriptBlock& b);
     void execDecl(const TscriptStmt& s);
 
     TscriptValue eval(const TscriptExpr& e);
+    TscriptValue evalNode(const TscriptExpr& e);
     // A reference to a variable's storage when `e` is a variable, otherwise
     // the value computed into `tmp`: reads of arrays copy nothing.
     const TscriptValue& evalRef(const TscriptExpr& e, TscriptValue& tmp);

@@ -263,6 +263,16 @@ TscriptToken TscriptLexer::next() {
     return t;
 }
 
+bool TscriptLexer::atCallOpen(const TscriptToken& word) const {
+    if (word.text.empty() || !isIdentStart(word.text[0]))
+        return false;
+    for (char c : word.text)
+        if (!isIdentChar(c))
+            return false;
+    size_t end = word.begin + word.text.size();
+    return end < fSrc.size() && fSrc[end] == '(';
+}
+
 bool TscriptLexer::atWordStop(size_t pos) const {
     char c = fSrc[pos];
     if (isSpace(c))

@@ -47,6 +47,8 @@ public:
         fPos = pos;
         fLine = line;
     }
+    // True when `word` is a plain name followed at once by '(' (a call).
+    bool atCallOpen(const TscriptToken& word) const;
     // Describes a token for messages: 'x', end of input ...
     static std::string describe(const TscriptToken& t);
 

@@ -96,15 +96,6 @@ bool equalValues(const TscriptValue& a, const TscriptValue& b) {
 
 } // namespace
 
-std::string scriptTypeArticle(TscriptType t) {
-    switch (t) {
-    case TscriptType::None: return "nothing";
-    case TscriptType::Int:
-    case TscriptType::IntArray: return std::string("an ") + scriptTypeName(t);
-    default: return std::string("a ") + scriptTypeName(t);
-    }
-}
-
 TscriptValue scriptZero(TscriptType type) {
     switch (type) {
     case TscriptType::Int: return 0;

@@ -65,6 +65,15 @@ const char* scriptTypeName(TscriptType t) {
     return "?";
 }
 
+std::string scriptTypeArticle(TscriptType t) {
+    switch (t) {
+    case TscriptType::None: return "nothing";
+    case TscriptType::Int:
+    case TscriptType::IntArray: return std::string("an ") + scriptTypeName(t);
+    default: return std::string("a ") + scriptTypeName(t);
+    }
+}
+
 TscriptParser::NestGuard::NestGuard(TscriptParser& p) : fP(p) {
     if (++fP.fNesting > kMaxNesting) {
         --fP.fNesting;
@@ -335,6 +344,15 @@ TscriptExprPtr TscriptParser::parseCommandArgs(const TscriptToken& name, bool in
             arg.expr->value = t.floatValue;
             break;
         case TscriptTok::Word: {
+            if (fLex.atCallOpen(t)) {
+                // `print sqrt(2);`: a function call among command arguments.
+                seek(t.begin, t.line);
+                advance();
+                advance();
+                arg.expr = parseCallArgs(t.text, line);
+                resumeArgsAtCurrent();
+                break;
+            }
             arg.expr = node(TscriptExprKind::Literal, line);
             int b;
             if (boolWord(t.text, b))
@@ -580,8 +598,8 @@ TscriptStmtPtr TscriptParser::parseReturn() {
         if (hasValue && fProc->returnType == TscriptType::None)
             failAt(s->line, kSyntax + "proc '" + fProc->name + "' has no return type but returns a value");
         if (!hasValue && fProc->returnType != TscriptType::None)
-            failAt(s->line, kSyntax + "proc '" + fProc->name + "' must return a " +
-                                scriptTypeName(fProc->returnType));
+            failAt(s->line, kSyntax + "proc '" + fProc->name + "' must return " +
+                                scriptTypeArticle(fProc->returnType));
     }
     endStatement("'return'");
     return s;

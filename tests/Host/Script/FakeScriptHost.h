@@ -20,7 +20,11 @@ struct RecordedCall {
         for (const auto& a : args) {
             if (!out.empty())
                 out += ' ';
-            out += a.isFlag ? "[" + a.value.toString() + "]" : a.value.toString();
+            if (a.isFlag)
+                out += '[';
+            out += a.value.toString();
+            if (a.isFlag)
+                out += ']';
         }
         return out;
     }
