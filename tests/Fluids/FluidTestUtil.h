@@ -32,6 +32,36 @@ inline uint64_t hashFloats(const float* a, size_t n, uint64_t h = 14695981039346
     return h;
 }
 
+// Divergence of the velocity over the cells of a fluid, in 1/s: the largest
+// absolute value over all cells (max), over cells off the border (interior),
+// and the root mean square (rms).
+struct Divergence {
+    double max = 0, interior = 0, rms = 0;
+};
+
+inline Divergence divergence(Tfluid& f) {
+    Divergence out;
+    TvelocityGrid& v = f.velocityGrid();
+    const float *U = v.arrayU(), *V = v.arrayV(), *W = v.arrayW();
+    const unsigned nx = f.nx, ny = f.ny, nz = f.nz;
+    double sum2 = 0;
+    for (unsigned k = 0; k < nz; ++k)
+        for (unsigned j = 0; j < ny; ++j)
+            for (unsigned i = 0; i < nx; ++i) {
+                double d = (double(U[v.gridU().index(i + 1, j, k)]) - U[v.gridU().index(i, j, k)]) / f.dx +
+                           (double(V[v.gridV().index(i, j + 1, k)]) - V[v.gridV().index(i, j, k)]) / f.dy;
+                if (!f.is2d()) d += (double(W[v.gridW().index(i, j, k + 1)]) - W[v.gridW().index(i, j, k)]) / f.dz;
+                const double a = std::fabs(d);
+                out.max = std::max(out.max, a);
+                const bool border = i == 0 || j == 0 || i == nx - 1 || j == ny - 1 ||
+                                    (!f.is2d() && (k == 0 || k == nz - 1));
+                if (!border) out.interior = std::max(out.interior, a);
+                sum2 += d * d;
+            }
+    out.rms = std::sqrt(sum2 / double(f.n));
+    return out;
+}
+
 // Largest absolute divergence over the cells of a fluid, in 1/s.
 inline double maxDivergence(Tfluid& f) {
     TvelocityGrid& v = f.velocityGrid();
