@@ -282,8 +282,16 @@ void TargDatabase::parseInto(const Tsyntax& syntax, const TargList& args) {
     }
     if (kind == Tsyntax::ObjectKind::Objects && !fFromSelection) {
         const TcommandEngine& engine = TcommandEngine::current();
-        for (const std::string& name : fObjects)
-            if (!engine.objectExists(name)) fail("no object matches name '" + name + "'");
+        std::vector<std::string> matched;
+        for (const std::string& name : fObjects) {
+            std::vector<std::string> names = engine.matchObjects(name);
+            if (names.empty()) fail("no object matches name '" + name + "'");
+            // A name given twice, or matched by two patterns, counts once.
+            for (std::string& n : names)
+                if (std::find(matched.begin(), matched.end(), n) == matched.end())
+                    matched.push_back(std::move(n));
+        }
+        fObjects = std::move(matched);
     }
     if (fObjects.size() < syntax.minObjects()) {
         if (fObjects.empty())
@@ -384,6 +392,11 @@ double TargDatabase::flagArgumentDouble(const std::string& flag, std::size_t use
 double TargDatabase::flagArgumentTime(const std::string& flag, std::size_t useIndex,
                                       std::size_t position) const {
     return flagArgumentDouble(flag, useIndex, position);
+}
+
+TanimTime TargDatabase::flagArgumentAnimTime(const std::string& flag, std::size_t useIndex,
+                                             std::size_t position) const {
+    return TanimTime(flagArgumentDouble(flag, useIndex, position), kCurrentFrameUnit);
 }
 
 std::string TargDatabase::flagArgumentString(const std::string& flag, std::size_t useIndex,

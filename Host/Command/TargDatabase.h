@@ -5,6 +5,7 @@
 #include "Host/Command/TargList.h"
 #include "Host/Command/Tsyntax.h"
 #include "Host/Script/TscriptValue.h"
+#include "Host/Time/TanimTime.h"
 
 #include <stdexcept>
 #include <string>
@@ -45,7 +46,10 @@ public:
     double flagArgumentDouble(const std::string& flag, std::size_t use = 0, std::size_t position = 0) const;
     std::string flagArgumentString(const std::string& flag, std::size_t use = 0,
                                    std::size_t position = 0) const;
+    // A time argument is a number of the current time unit.
     double flagArgumentTime(const std::string& flag, std::size_t use = 0, std::size_t position = 0) const;
+    TanimTime flagArgumentAnimTime(const std::string& flag, std::size_t use = 0,
+                                   std::size_t position = 0) const;
 
     // Reads an argument when the flag was given with it; the value is left
     // alone and false returned otherwise.

@@ -339,3 +339,9 @@ std::vector<std::string> TcommandEngine::selection() const {
 bool TcommandEngine::objectExists(const std::string& name) const {
     return fExists ? fExists(name) : true;
 }
+
+std::vector<std::string> TcommandEngine::matchObjects(const std::string& pattern) const {
+    if (fMatcher) return fMatcher(pattern);
+    if (objectExists(pattern)) return {pattern};
+    return {};
+}

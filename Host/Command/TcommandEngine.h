@@ -23,6 +23,7 @@ public:
     using Evaluator = std::function<TscriptValue(const std::string& source, const TsourceLocation& where)>;
     using SelectionProvider = std::function<std::vector<std::string>()>;
     using ExistsCheck = std::function<bool(const std::string& name)>;
+    using ObjectMatcher = std::function<std::vector<std::string>(const std::string& pattern)>;
 
     TcommandEngine();
     ~TcommandEngine() override;
@@ -136,12 +137,19 @@ public:
     void setObjectExistsCheck(ExistsCheck check) { fExists = std::move(check); }
     std::vector<std::string> selection() const;
     bool objectExists(const std::string& name) const;
+    // Names a pattern ("pSphere*") stands for. With a matcher set, object
+    // arguments expand through it; otherwise a name stands for itself when
+    // it exists.
+    void setObjectMatcher(ObjectMatcher matcher) { fMatcher = std::move(matcher); }
+    bool hasObjectMatcher() const { return static_cast<bool>(fMatcher); }
+    std::vector<std::string> matchObjects(const std::string& pattern) const;
 
 private:
     std::map<std::string, std::unique_ptr<TmetaCommand>> fLocal;
     Evaluator fEvaluate;
     SelectionProvider fSelection;
     ExistsCheck fExists;
+    ObjectMatcher fMatcher;
     TundoManager fUndo;
 
     TcommandObject* fCurrentCommand = nullptr;

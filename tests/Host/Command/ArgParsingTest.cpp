@@ -44,9 +44,9 @@ std::string sphereError(std::initializer_list<std::string> words) {
 
 } // namespace
 
-using ArgParsing = CommandEngineTest;
+using CommandArgParsing = HostCommandFixture;
 
-TEST_F(ArgParsing, ShortAndLongNamesReachTheSameFlag) {
+TEST_F(CommandArgParsing, ShortAndLongNamesReachTheSameFlag) {
     for (const char* flag : {"-r", "-radius"}) {
         TargDatabase db = parseWords({flag, "2.5", "-sx", "12"});
         EXPECT_TRUE(db.isFlagSet("r"));
@@ -60,11 +60,16 @@ TEST_F(ArgParsing, ShortAndLongNamesReachTheSameFlag) {
     }
 }
 
-TEST_F(ArgParsing, ArgumentsConvertToTheFlagsTypes) {
+TEST_F(CommandArgParsing, ArgumentsConvertToTheFlagsTypes) {
     TargDatabase db = parseWords({"-n", "12", "-t", "36", "-sx", "4.0"});
     // A number where a string is wanted is taken as its text.
     EXPECT_EQ(db.flagArgumentString("name"), "12");
     EXPECT_DOUBLE_EQ(db.flagArgumentTime("time"), 36.0);
+    // Times are frames of the current unit: 36 frames at 25 fps are 1.44 s.
+    const TtimeUnitSystem unit = TtimeUnit::current();
+    TtimeUnit::setCurrent(kPal);
+    EXPECT_EQ(db.flagArgumentAnimTime("time").ticks(), 8640);
+    TtimeUnit::setCurrent(unit);
     // A whole float is an integer.
     EXPECT_EQ(db.flagArgumentInt("sx"), 4);
 
@@ -87,7 +92,7 @@ TEST_F(ArgParsing, ArgumentsConvertToTheFlagsTypes) {
     EXPECT_DOUBLE_EQ(fromValues.flagArgumentDouble("p", 0, 2), 0.5);
 }
 
-TEST_F(ArgParsing, WrongTypesNameTheCommandTheFlagAndTheValue) {
+TEST_F(CommandArgParsing, WrongTypesNameTheCommandTheFlagAndTheValue) {
     EXPECT_EQ(sphereError({"-radius", "abc"}), "polySphere: flag '-radius' expects a number, got 'abc'");
     EXPECT_EQ(sphereError({"-r", "1.5x"}), "polySphere: flag '-radius' expects a number, got '1.5x'");
     EXPECT_EQ(sphereError({"-sx", "2.5"}), "polySphere: flag '-subdivisionsX' expects an integer, got '2.5'");
@@ -99,7 +104,7 @@ TEST_F(ArgParsing, WrongTypesNameTheCommandTheFlagAndTheValue) {
               "polySphere: flag '-name' expects a string, got a vector");
 }
 
-TEST_F(ArgParsing, RepeatedFlagsOnlyWhereAllowed) {
+TEST_F(CommandArgParsing, RepeatedFlagsOnlyWhereAllowed) {
     TargDatabase db = parseWords({"-at", "mass", "-r", "1", "-at", "lifespan"});
     ASSERT_EQ(db.flagUseCount("attribute"), 2u);
     EXPECT_EQ(db.flagArgumentString("at", 0), "mass");
@@ -109,7 +114,7 @@ TEST_F(ArgParsing, RepeatedFlagsOnlyWhereAllowed) {
     EXPECT_EQ(sphereError({"-r", "1", "-radius", "2"}), "polySphere: flag '-radius' may be used only once");
 }
 
-TEST_F(ArgParsing, MissingArgumentsAndUnknownFlags) {
+TEST_F(CommandArgParsing, MissingArgumentsAndUnknownFlags) {
     EXPECT_EQ(sphereError({"-r", "1", "-n"}), "polySphere: missing argument for flag '-name'");
     EXPECT_EQ(sphereError({"-p", "1", "2"}), "polySphere: missing argument for flag '-position'");
     // The next flag is not an argument.
@@ -134,7 +139,7 @@ TEST_F(ArgParsing, MissingArgumentsAndUnknownFlags) {
     EXPECT_THROW(twice.addFlag("rad", "r"), std::logic_error);
 }
 
-TEST_F(ArgParsing, QueryTakesFlagsWithoutArguments) {
+TEST_F(CommandArgParsing, QueryTakesFlagsWithoutArguments) {
     TargDatabase db = parseWords({"-r", "-q", "ball"});
     EXPECT_TRUE(db.isQuery());
     EXPECT_TRUE(db.isFlagSet("radius"));
@@ -165,7 +170,7 @@ TEST_F(ArgParsing, QueryTakesFlagsWithoutArguments) {
     EXPECT_EQ(parseError(plain, TargList::fromWords("ls", {"-q"})), "ls: invalid flag '-q'");
 }
 
-TEST_F(ArgParsing, EditModeAndTheClashOfModes) {
+TEST_F(CommandArgParsing, EditModeAndTheClashOfModes) {
     TargDatabase db = parseWords({"-e", "-r", "3", "ball"});
     EXPECT_TRUE(db.isEdit());
     EXPECT_FALSE(db.isQuery());
@@ -174,7 +179,7 @@ TEST_F(ArgParsing, EditModeAndTheClashOfModes) {
     EXPECT_EQ(sphereError({"-q", "-edit", "-r"}), "polySphere: -query and -edit cannot be used together");
 }
 
-TEST_F(ArgParsing, ObjectsFromArgumentsOrSelection) {
+TEST_F(CommandArgParsing, ObjectsFromArgumentsOrSelection) {
     std::vector<std::string> selected = {"pSphere1", "pCube1"};
     engine.setSelectionProvider([&] { return selected; });
     engine.setObjectExistsCheck([](const std::string& name) { return name.rfind("p", 0) == 0; });
@@ -205,6 +210,22 @@ TEST_F(ArgParsing, ObjectsFromArgumentsOrSelection) {
     selected.clear();
     EXPECT_EQ(parseError(select, TargList::fromWords("select", {})), "select: no object given or selected");
 
+    // With a matcher, patterns expand; a node named twice counts once.
+    engine.setObjectMatcher([](const std::string& pattern) {
+        std::vector<std::string> all = {"pSphere1", "pSphere2", "pCube1"}, found;
+        for (const std::string& name : all)
+            if (name == pattern ||
+                (pattern.back() == '*' && name.rfind(pattern.substr(0, pattern.size() - 1), 0) == 0))
+                found.push_back(name);
+        return found;
+    });
+    Tsyntax many;
+    many.setObjectKind(Tsyntax::ObjectKind::Objects, 1);
+    EXPECT_EQ(TargDatabase(many, TargList::fromWords("select", {"pSphere*", "pSphere1", "pCube1"})).objects(),
+              (std::vector<std::string>{"pSphere1", "pSphere2", "pCube1"}));
+    EXPECT_EQ(parseError(many, TargList::fromWords("select", {"pTorus*"})),
+              "select: no object matches name 'pTorus*'");
+
     Tsyntax getAttr;
     getAttr.setObjectKind(Tsyntax::ObjectKind::Strings, 1, 1);
     EXPECT_EQ(parseError(getAttr, TargList::fromWords("getAttr", {})), "getAttr: no object given");
@@ -217,7 +238,7 @@ TEST_F(ArgParsing, ObjectsFromArgumentsOrSelection) {
               "connectAttr: needs at least 2 objects, got 1");
 }
 
-TEST_F(ArgParsing, TrailingValuesFollowTheObjects) {
+TEST_F(CommandArgParsing, TrailingValuesFollowTheObjects) {
     Tsyntax setAttr;
     setAttr.addFlag("type", "type", {TargType::String});
     setAttr.setObjectKind(Tsyntax::ObjectKind::Strings, 1, 1);
@@ -248,7 +269,7 @@ TEST_F(ArgParsing, TrailingValuesFollowTheObjects) {
     EXPECT_EQ(parseError(setAttr, numberFirst), "setAttr: no object given");
 }
 
-TEST_F(ArgParsing, ParseReportsThroughTheEngine) {
+TEST_F(CommandArgParsing, ParseReportsThroughTheEngine) {
     TargDatabase db;
     engine.setCurrentLocation({"scene.ms", 7});
     EXPECT_EQ(db.parse(sphereSyntax(), TargList::fromWords("polySphere", {"-foo"})), -1);

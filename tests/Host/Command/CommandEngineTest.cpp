@@ -77,17 +77,17 @@ void useWordEvaluator(TcommandEngine& engine) {
 
 } // namespace
 
-class CommandEngine : public CommandEngineTest {
+class CommandEngineRun : public HostCommandFixture {
 protected:
     void SetUp() override {
-        CommandEngineTest::SetUp();
+        HostCommandFixture::SetUp();
         engine.registerCommand<TprobeAction>("probe");
         engine.registerCommand<TouterAction>("outer");
         engine.registerCommand<TtoolCmd>("tool");
     }
 };
 
-TEST_F(CommandEngine, ResultsComeBackTypedAndEchoInTheirTextForm) {
+TEST_F(CommandEngineRun, ResultsComeBackTypedAndEchoInTheirTextForm) {
     EXPECT_EQ(run("probe", {"-i", "42"}), TscriptValue(42));
     EXPECT_EQ(run("probe", {"-v", "1", "0.1", "-2e-07"}), TscriptValue(TscriptVector{1.0, 0.1, -2e-07}));
     EXPECT_EQ(run("probe", {"-s", "a", "-s", "b c"}), TscriptValue(std::vector<std::string>{"a", "b c"}));
@@ -102,7 +102,7 @@ TEST_F(CommandEngine, ResultsComeBackTypedAndEchoInTheirTextForm) {
     EXPECT_EQ(err.str(), "");
 }
 
-TEST_F(CommandEngine, AppendResultBuildsArrays) {
+TEST_F(CommandEngineRun, AppendResultBuildsArrays) {
     engine.clearResult();
     engine.appendResult("a");
     engine.appendResult(std::string("b"));
@@ -120,7 +120,7 @@ TEST_F(CommandEngine, AppendResultBuildsArrays) {
     EXPECT_EQ(engine.result(), TscriptValue(7));
 }
 
-TEST_F(CommandEngine, ErrorsNameFileLineAndAreReportedOnce) {
+TEST_F(CommandEngineRun, ErrorsNameFileLineAndAreReportedOnce) {
     try {
         run("probe", {"-foo"}, 12);
         FAIL() << "expected a failure";
@@ -154,7 +154,7 @@ TEST_F(CommandEngine, ErrorsNameFileLineAndAreReportedOnce) {
     EXPECT_EQ(engine.errorCount(), 5);
 }
 
-TEST_F(CommandEngine, MessagesAndTheirFormats) {
+TEST_F(CommandEngineRun, MessagesAndTheirFormats) {
     engine.displayWarning("frame 3: nothing to emit");
     engine.displayWarning("shown once", true);
     engine.displayWarning("shown once", true);
@@ -178,7 +178,7 @@ TEST_F(CommandEngine, MessagesAndTheirFormats) {
     EXPECT_EQ(out.str(), "printed\n");
 }
 
-TEST_F(CommandEngine, NestedCallsKeepTheCallersResultAndLocation) {
+TEST_F(CommandEngineRun, NestedCallsKeepTheCallersResultAndLocation) {
     useWordEvaluator(engine);
     TscriptValue result = run("outer", {"probe -i 5"}, 3);
     // The inner command's result does not leak into the outer one.
@@ -198,7 +198,7 @@ TEST_F(CommandEngine, NestedCallsKeepTheCallersResultAndLocation) {
     EXPECT_THROW(bare.executeScript("probe"), TscriptError);
 }
 
-TEST_F(CommandEngine, TheRunningEngineIsCurrent) {
+TEST_F(CommandEngineRun, TheRunningEngineIsCurrent) {
     TcommandEngine other;
     std::ostringstream otherErr;
     other.setErrorStream(&otherErr);
@@ -210,7 +210,7 @@ TEST_F(CommandEngine, TheRunningEngineIsCurrent) {
     EXPECT_EQ(&TcommandEngine::current(), &engine);
 }
 
-TEST_F(CommandEngine, CommandTableLocalBeforeGlobal) {
+TEST_F(CommandEngineRun, CommandTableLocalBeforeGlobal) {
     EXPECT_TRUE(engine.hasCommand("probe"));
     EXPECT_TRUE(engine.hasCommand("undo")); // registered by the library itself
     EXPECT_FALSE(engine.hasCommand("probeX"));
@@ -228,7 +228,7 @@ TEST_F(CommandEngine, CommandTableLocalBeforeGlobal) {
     EXPECT_FALSE(other.hasCommand("testProbeGlobal"));
 }
 
-TEST_F(CommandEngine, ToolsEchoTheCommandLineTheyStandFor) {
+TEST_F(CommandEngineRun, ToolsEchoTheCommandLineTheyStandFor) {
     run("tool", {"-x", "1"});
     EXPECT_EQ(out.str(), "");
     engine.setCommandEcho(true);

@@ -8,7 +8,7 @@
 #include <sstream>
 #include <string>
 
-class CommandEngineTest : public ::testing::Test {
+class HostCommandFixture : public ::testing::Test {
 protected:
     void SetUp() override {
         engine.setOutputStream(&out);

@@ -6,19 +6,19 @@
 
 #include <filesystem>
 
-class OptionVar : public CommandEngineTest {
+class OptionVarCommand : public HostCommandFixture {
 protected:
     void SetUp() override {
-        CommandEngineTest::SetUp();
+        HostCommandFixture::SetUp();
         ToptionVars::clear();
     }
     void TearDown() override {
         ToptionVars::clear();
-        CommandEngineTest::TearDown();
+        HostCommandFixture::TearDown();
     }
 };
 
-TEST_F(OptionVar, ValuesRoundTripWithTheirTypes) {
+TEST_F(OptionVarCommand, ValuesRoundTripWithTheirTypes) {
     run("optionVar", {"-iv", "runupFrames", "24", "-fv", "dropoff", "0.25", "-sv", "cacheName", "fountain"});
     EXPECT_EQ(ToptionVars::intValue("runupFrames", -1), 24);
     EXPECT_DOUBLE_EQ(ToptionVars::floatValue("dropoff", -1.0), 0.25);
@@ -40,7 +40,7 @@ TEST_F(OptionVar, ValuesRoundTripWithTheirTypes) {
     EXPECT_EQ(ToptionVars::stringValue("a"), "text");
 }
 
-TEST_F(OptionVar, ExistsRemoveAndAbsentNames) {
+TEST_F(OptionVarCommand, ExistsRemoveAndAbsentNames) {
     EXPECT_EQ(run("optionVar", {"-ex", "x"}), TscriptValue(0));
     EXPECT_EQ(run("optionVar", {"-q", "x"}), TscriptValue(0));
     EXPECT_EQ(ToptionVars::intValue("x", 7), 7);
@@ -51,7 +51,7 @@ TEST_F(OptionVar, ExistsRemoveAndAbsentNames) {
     EXPECT_NO_THROW(run("optionVar", {"-remove", "x"}));
 }
 
-TEST_F(OptionVar, AppendBuildsArrays) {
+TEST_F(OptionVarCommand, AppendBuildsArrays) {
     run("optionVar", {"-iv", "frames", "1", "-iva", "frames", "5", "-iva", "frames", "9"});
     EXPECT_EQ(run("optionVar", {"-q", "frames"}), TscriptValue(std::vector<int>{1, 5, 9}));
     run("optionVar", {"-sva", "paths", "a", "-sva", "paths", "b"});
@@ -60,26 +60,26 @@ TEST_F(OptionVar, AppendBuildsArrays) {
     EXPECT_EQ(ToptionVars::value("w"), TscriptValue(std::vector<double>{0.5}));
 }
 
-TEST_F(OptionVar, BadValuesAreNamed) {
+TEST_F(OptionVarCommand, BadValuesAreNamed) {
     EXPECT_EQ(failure("optionVar", {"-iv", "a", "abc"}),
               "optionVar: flag '-intValue' expects an integer, got 'abc'");
     EXPECT_EQ(failure("optionVar", {"-fv", "a"}), "optionVar: missing argument for flag '-floatValue'");
     EXPECT_FALSE(ToptionVars::exists("a"));
 }
 
-class Workspace : public CommandEngineTest {
+class WorkspaceCommand : public HostCommandFixture {
 protected:
     void SetUp() override {
-        CommandEngineTest::SetUp();
+        HostCommandFixture::SetUp();
         TworkspaceRoot::reset();
     }
     void TearDown() override {
         TworkspaceRoot::reset();
-        CommandEngineTest::TearDown();
+        HostCommandFixture::TearDown();
     }
 };
 
-TEST_F(Workspace, RootDefaultsToTheWorkingDirectoryAndCanBeSet) {
+TEST_F(WorkspaceCommand, RootDefaultsToTheWorkingDirectoryAndCanBeSet) {
     EXPECT_EQ(run("workspace", {"-q", "-rd"}), TscriptValue(std::filesystem::current_path().string()));
     run("workspace", {"-rootDirectory", "/tmp/shots/sh010/"});
     EXPECT_EQ(run("workspace", {"-q", "-rootDirectory"}), TscriptValue("/tmp/shots/sh010"));
@@ -90,7 +90,7 @@ TEST_F(Workspace, RootDefaultsToTheWorkingDirectoryAndCanBeSet) {
               "workspace: flag '-rootDirectory' expects a directory, got ''");
 }
 
-TEST_F(Workspace, FileRulesQueryAndSet) {
+TEST_F(WorkspaceCommand, FileRulesQueryAndSet) {
     EXPECT_EQ(run("workspace", {"-q", "-fileRule", "particles"}), TscriptValue("particles"));
     run("workspace", {"-fr", "particles", "sim/pdc/"});
     EXPECT_EQ(run("workspace", {"-q", "-fr", "particles"}), TscriptValue("sim/pdc"));

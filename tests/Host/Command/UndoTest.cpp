@@ -66,10 +66,10 @@ public:
 
 } // namespace
 
-class Undo : public CommandEngineTest {
+class CommandUndo : public HostCommandFixture {
 protected:
     void SetUp() override {
-        CommandEngineTest::SetUp();
+        HostCommandFixture::SetUp();
         gScene = Scene{};
         engine.registerCommand<TsetValueCmd>("setValue");
         engine.registerCommand<TsetTwiceCmd>("setTwice");
@@ -77,7 +77,7 @@ protected:
     TundoManager& queue() { return engine.undoManager(); }
 };
 
-TEST_F(Undo, UndoAndRedoWalkBackAndForth) {
+TEST_F(CommandUndo, UndoAndRedoWalkBackAndForth) {
     run("setValue", {"1"});
     run("setValue", {"2"});
     run("setValue", {"3"});
@@ -105,7 +105,7 @@ TEST_F(Undo, UndoAndRedoWalkBackAndForth) {
     EXPECT_FALSE(queue().canRedo());
 }
 
-TEST_F(Undo, ANewCommandDropsTheRedoQueue) {
+TEST_F(CommandUndo, ANewCommandDropsTheRedoQueue) {
     run("setValue", {"1"});
     run("setValue", {"2"});
     run("undo", {});
@@ -119,7 +119,7 @@ TEST_F(Undo, ANewCommandDropsTheRedoQueue) {
     EXPECT_EQ(gScene.value, 1);
 }
 
-TEST_F(Undo, QueriesAndFailuresLeaveNothingToUndo) {
+TEST_F(CommandUndo, QueriesAndFailuresLeaveNothingToUndo) {
     run("setValue", {"4"});
     EXPECT_EQ(run("setValue", {"-q"}), TscriptValue(4));
     EXPECT_THROW(run("setValue", {"-1"}), TscriptError);
@@ -128,7 +128,7 @@ TEST_F(Undo, QueriesAndFailuresLeaveNothingToUndo) {
     EXPECT_EQ(gScene.value, 0);
 }
 
-TEST_F(Undo, ChunksUndoAsOneStepInReverseOrder) {
+TEST_F(CommandUndo, ChunksUndoAsOneStepInReverseOrder) {
     run("undoInfo", {"-openChunk", "-chunkName", "three steps"});
     run("setValue", {"1"});
     run("setValue", {"2"});
@@ -165,7 +165,7 @@ TEST_F(Undo, ChunksUndoAsOneStepInReverseOrder) {
     EXPECT_EQ(err.str(), "// Warning: undoInfo: no undo chunk is open //\n");
 }
 
-TEST_F(Undo, UndoWaitsWhileAChunkCollects) {
+TEST_F(CommandUndo, UndoWaitsWhileAChunkCollects) {
     run("setValue", {"1"});
     run("undoInfo", {"-ock"});
     run("setValue", {"2"});
@@ -177,7 +177,7 @@ TEST_F(Undo, UndoWaitsWhileAChunkCollects) {
     EXPECT_EQ(gScene.value, 1);
 }
 
-TEST_F(Undo, CommandsRunInsideACommandJoinItsStep) {
+TEST_F(CommandUndo, CommandsRunInsideACommandJoinItsStep) {
     run("setTwice", {"4", "6"});
     EXPECT_EQ(gScene.value, 6);
     ASSERT_EQ(queue().undoCount(), 1u);
@@ -188,7 +188,7 @@ TEST_F(Undo, CommandsRunInsideACommandJoinItsStep) {
     EXPECT_EQ(gScene.log, (std::vector<std::string>{"untwice", "undo 6", "undo 4"}));
 }
 
-TEST_F(Undo, StateOffStoresNothingAndFlushes) {
+TEST_F(CommandUndo, StateOffStoresNothingAndFlushes) {
     run("setValue", {"1"});
     EXPECT_EQ(run("undoInfo", {"-q", "-state"}), TscriptValue(1));
     run("undoInfo", {"-state", "off"});
@@ -204,7 +204,7 @@ TEST_F(Undo, StateOffStoresNothingAndFlushes) {
     EXPECT_EQ(gScene.value, 2);
 }
 
-TEST_F(Undo, LengthLimitsTheQueueOnlyWithoutInfinity) {
+TEST_F(CommandUndo, LengthLimitsTheQueueOnlyWithoutInfinity) {
     EXPECT_EQ(run("undoInfo", {"-q", "-infinity"}), TscriptValue(1));
     run("undoInfo", {"-length", "2"});
     for (const char* v : {"1", "2", "3", "4"})
@@ -222,7 +222,7 @@ TEST_F(Undo, LengthLimitsTheQueueOnlyWithoutInfinity) {
     EXPECT_EQ(failure("undoInfo", {"-un"}), "undoInfo: flag '-undoName' needs -query");
 }
 
-TEST_F(Undo, AFailedUndoReportsAndDropsTheRedoQueue) {
+TEST_F(CommandUndo, AFailedUndoReportsAndDropsTheRedoQueue) {
     run("setValue", {"1"});
     run("setValue", {"13"});
     run("setValue", {"2"});
@@ -233,7 +233,7 @@ TEST_F(Undo, AFailedUndoReportsAndDropsTheRedoQueue) {
     EXPECT_EQ(gScene.value, 0);
 }
 
-TEST_F(Undo, GraphEditCommandsRevertTheirOperationsInReverse) {
+TEST_F(CommandUndo, GraphEditCommandsRevertTheirOperationsInReverse) {
     struct Edits : TDGcommand {
         int doIt(const TargList&) override {
             addOperation([] { gScene.log.push_back("a"); }, [] { gScene.log.push_back("-a"); });
@@ -249,7 +249,7 @@ TEST_F(Undo, GraphEditCommandsRevertTheirOperationsInReverse) {
     EXPECT_EQ(gScene.log, (std::vector<std::string>{"a", "b", "-b", "-a", "a", "b"}));
 }
 
-TEST_F(Undo, ToolsStoreThemselvesOnce) {
+TEST_F(CommandUndo, ToolsStoreThemselvesOnce) {
     // What a tool's finalize does: its own chunk, the command stored by pointer.
     struct Tool : TtoolCommandObject {
         int doIt(const TargList&) override { return 0; }
