@@ -44,6 +44,19 @@ void BM_TransformPoint(benchmark::State& state) {
 }
 BENCHMARK(BM_TransformPoint);
 
+void BM_TransformPointsArray(benchmark::State& state) {
+    const auto pts = makePoints();
+    std::vector<T4dDblVector> out(pts.size());
+    const T4dDblMatrix m = someMatrix();
+    for (auto _ : state) {
+        m.transformPoints(pts.data(), out.data(), pts.size());
+        benchmark::DoNotOptimize(out.data());
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * kPoints);
+}
+BENCHMARK(BM_TransformPointsArray);
+
 // Plain arrays and an affine product, no w.
 void BM_TransformPointPlainLoop(benchmark::State& state) {
     const auto pts = makePoints();

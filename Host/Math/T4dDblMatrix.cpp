@@ -113,6 +113,31 @@ double T4dDblMatrix::determinant() const {
     return det;
 }
 
+void T4dDblMatrix::transformPoints(const T4dDblVector* in, T4dDblVector* out, std::size_t n) const {
+    if (!isAffine()) {
+        for (std::size_t i = 0; i < n; ++i)
+            out[i] = transformPoint(in[i]);
+        return;
+    }
+    // Local copies: the compiler cannot know that out does not alias the matrix.
+    const double a00 = m[0][0], a01 = m[0][1], a02 = m[0][2], a10 = m[1][0], a11 = m[1][1], a12 = m[1][2];
+    const double a20 = m[2][0], a21 = m[2][1], a22 = m[2][2], t0 = m[3][0], t1 = m[3][1], t2 = m[3][2];
+    for (std::size_t i = 0; i < n; ++i) {
+        const double x = in[i].x, y = in[i].y, z = in[i].z;
+        out[i] = {x * a00 + y * a10 + z * a20 + t0, x * a01 + y * a11 + z * a21 + t1,
+                  x * a02 + y * a12 + z * a22 + t2};
+    }
+}
+
+void T4dDblMatrix::transformVectors(const T4dDblVector* in, T4dDblVector* out, std::size_t n) const {
+    const double a00 = m[0][0], a01 = m[0][1], a02 = m[0][2], a10 = m[1][0], a11 = m[1][1], a12 = m[1][2];
+    const double a20 = m[2][0], a21 = m[2][1], a22 = m[2][2];
+    for (std::size_t i = 0; i < n; ++i) {
+        const double x = in[i].x, y = in[i].y, z = in[i].z;
+        out[i] = {x * a00 + y * a10 + z * a20, x * a01 + y * a11 + z * a21, x * a02 + y * a12 + z * a22};
+    }
+}
+
 bool T4dDblMatrix::operator==(const T4dDblMatrix& o) const {
     for (int i = 0; i < 4; ++i)
         for (int j = 0; j < 4; ++j)

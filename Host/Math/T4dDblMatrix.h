@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 #include "Host/Math/T4dDblVector.h"
 
 // 4x4 double matrix for row vectors: a point is [x y z 1] * M, the translation sits in m[3][0..2],
@@ -40,6 +42,11 @@ struct T4dDblMatrix {
         return {v.x * m[0][0] + v.y * m[1][0] + v.z * m[2][0], v.x * m[0][1] + v.y * m[1][1] + v.z * m[2][1],
                 v.x * m[0][2] + v.y * m[1][2] + v.z * m[2][2]};
     }
+
+    // Whole arrays (in may equal out). Checks once whether the last column is (0 0 0 1) and then skips w.
+    void transformPoints(const T4dDblVector* in, T4dDblVector* out, std::size_t n) const;
+    void transformVectors(const T4dDblVector* in, T4dDblVector* out, std::size_t n) const;
+    bool isAffine() const { return m[0][3] == 0 && m[1][3] == 0 && m[2][3] == 0 && m[3][3] == 1; }
 
     T4dDblVector getTranslation() const { return {m[3][0], m[3][1], m[3][2]}; }
     void setTranslation(const T4dDblVector& t) {

@@ -93,7 +93,30 @@ TEST(T4dDblMatrix, ProjectiveDivideByW) {
     // w = 1 + x: the point (1,2,3) gives w = 2.
     T4dDblMatrix m;
     m.m[0][3] = 1;
+    EXPECT_FALSE(m.isAffine());
     EXPECT_EQ(m.transformPoint({1, 2, 3}), T4dDblVector(0.5, 1, 1.5));
+    // The array form takes the same path when the matrix is projective.
+    T4dDblVector pts[2] = {{1, 2, 3}, {0, 0, 0}};
+    m.transformPoints(pts, pts, 2);
+    EXPECT_EQ(pts[0], T4dDblVector(0.5, 1, 1.5));
+}
+
+TEST(T4dDblMatrix, ArrayTransformsMatchSinglePoints) {
+    const T4dDblMatrix a =
+        TxformMatrix::rotationMatrix({10, 20, 30}, 2) * T4dDblMatrix::translation({1, -2, 3});
+    ASSERT_TRUE(a.isAffine());
+    std::vector<T4dDblVector> in, out(5), dirs(5);
+    for (int i = 0; i < 5; ++i)
+        in.push_back({i * 1.5, -i * 0.5, i * i * 0.25});
+    a.transformPoints(in.data(), out.data(), in.size());
+    a.transformVectors(in.data(), dirs.data(), in.size());
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(out[i], a.transformPoint(in[i]));
+        EXPECT_EQ(dirs[i], a.transformVector(in[i]));
+    }
+    // In place.
+    a.transformPoints(in.data(), in.data(), in.size());
+    EXPECT_EQ(in, out);
 }
 
 TEST(T4dDblMatrix, InverseTransposeAndDeterminant) {
