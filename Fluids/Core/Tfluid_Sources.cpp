@@ -161,9 +161,12 @@ void Tfluid::propagateColorToZeroDensityRegions() {
                 const size_t c = index(unsigned(i), unsigned(j), unsigned(k));
                 if (d[c] != 0.0f) continue;
                 bool done = false;
+                // A single layer has its four in-plane corners instead of eight.
+                const int kFirst = Z == 1 ? 0 : -1, kStep = Z == 1 ? 1 : 2;
                 for (int di = -1; di <= 1 && !done; di += 2)
                     for (int dj = -1; dj <= 1 && !done; dj += 2)
-                        for (int dk = -1; dk <= 1 && !done; dk += 2) {
+                        for (int dk = kFirst; dk <= 1 && !done; dk += kStep) {
+                            if (Z == 1 && dk != 0) break;
                             if (!inside(i + di, j + dj, k + dk)) continue;
                             const size_t o = index(unsigned(i + di), unsigned(j + dj), unsigned(k + dk));
                             if (d[o] != 0.0f) {
