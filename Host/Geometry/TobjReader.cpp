@@ -2,7 +2,9 @@
 
 #include <tiny_obj_loader.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -87,6 +89,10 @@ void checkLines(const std::string& path, std::istream& in) {
             ++defined[1];
         } else if (key == "f") {
             if (tok.size() < 3) fail(path, lineNo, "a face needs at least three corners");
+            // The loader counts corners in a byte.
+            if (tok.size() > 255)
+                fail(path, lineNo,
+                     "a face of " + std::to_string(tok.size()) + " corners; at most 255 can be read");
             for (const auto& t : tok) {
                 long idx[3];
                 if (!parseFaceCorner(t, idx))
@@ -141,40 +147,46 @@ std::vector<TnamedMesh> readObjFile(const std::string& path) {
         TnamedMesh nm;
         nm.name = shapes[s].name.empty() ? stem : shapes[s].name;
         TpolyMesh& m = nm.mesh;
-        std::unordered_map<int, int> pointMap, uvMap;
         bool allUvs = true;
         for (const auto& idx : src.indices)
             allUvs = allUvs && idx.texcoord_index >= 0;
         const int numPositions = static_cast<int>(attrib.vertices.size() / 3);
         const int numUvs = static_cast<int>(attrib.texcoords.size() / 2);
+
+        // The object's points are the file's vertices it uses, in file order, so a one-object file keeps
+        // its numbering (per-point data made for it still lines up).
+        std::vector<int> used, usedUv;
+        for (const auto& idx : src.indices) {
+            if (idx.vertex_index < 0 || idx.vertex_index >= numPositions)
+                fail(path, 0, "object '" + nm.name + "' uses a vertex that does not exist");
+            if (allUvs && idx.texcoord_index >= numUvs)
+                fail(path, 0, "object '" + nm.name + "' uses a uv that does not exist");
+            used.push_back(idx.vertex_index);
+            if (allUvs) usedUv.push_back(idx.texcoord_index);
+        }
+        auto sortUnique = [](std::vector<int>& v) {
+            std::sort(v.begin(), v.end());
+            v.erase(std::unique(v.begin(), v.end()), v.end());
+        };
+        sortUnique(used);
+        sortUnique(usedUv);
+        for (int v : used) {
+            const auto k = static_cast<std::size_t>(v) * 3;
+            m.addPoint({attrib.vertices[k], attrib.vertices[k + 1], attrib.vertices[k + 2]});
+        }
+        for (int t : usedUv) {
+            const auto k = static_cast<std::size_t>(t) * 2;
+            m.addUv(attrib.texcoords[k], attrib.texcoords[k + 1]);
+        }
+        auto local = [](const std::vector<int>& v, int fileIndex) {
+            return static_cast<int>(std::lower_bound(v.begin(), v.end(), fileIndex) - v.begin());
+        };
         std::size_t at = 0;
-        for (std::size_t f = 0; f < src.num_face_vertices.size(); ++f) {
-            const int count = src.num_face_vertices[f];
+        for (const unsigned int count : src.num_face_vertices) {
             std::vector<int> face, faceUv;
-            for (int c = 0; c < count; ++c, ++at) {
-                const tinyobj::index_t& idx = src.indices[at];
-                if (idx.vertex_index < 0 || idx.vertex_index >= numPositions)
-                    fail(path, 0,
-                         "object '" + nm.name + "' face " + std::to_string(f) +
-                             " uses a vertex that does not exist");
-                auto [it, added] = pointMap.emplace(idx.vertex_index, m.numPoints());
-                if (added) {
-                    const auto v = static_cast<std::size_t>(idx.vertex_index) * 3;
-                    m.addPoint({attrib.vertices[v], attrib.vertices[v + 1], attrib.vertices[v + 2]});
-                }
-                face.push_back(it->second);
-                if (allUvs) {
-                    if (idx.texcoord_index >= numUvs)
-                        fail(path, 0,
-                             "object '" + nm.name + "' face " + std::to_string(f) +
-                                 " uses a uv that does not exist");
-                    auto [uit, uadded] = uvMap.emplace(idx.texcoord_index, static_cast<int>(m.uvs.size()));
-                    if (uadded) {
-                        const auto t = static_cast<std::size_t>(idx.texcoord_index) * 2;
-                        m.addUv(attrib.texcoords[t], attrib.texcoords[t + 1]);
-                    }
-                    faceUv.push_back(uit->second);
-                }
+            for (unsigned int c = 0; c < count; ++c, ++at) {
+                face.push_back(local(used, src.indices[at].vertex_index));
+                if (allUvs) faceUv.push_back(local(usedUv, src.indices[at].texcoord_index));
             }
             m.addFace(face, faceUv);
         }
@@ -185,4 +197,56 @@ std::vector<TnamedMesh> readObjFile(const std::string& path) {
     for (auto& nm : out)
         if (int n = seen[nm.name]++; n > 0) nm.name += std::to_string(n);
     return out;
+}
+
+void writeObjFile(const std::string& path, const std::vector<TnamedMesh>& meshes) {
+    for (const auto& nm : meshes) {
+        try {
+            nm.mesh.validate();
+        } catch (const std::invalid_argument& e) {
+            fail(path, 0, "object '" + nm.name + "': " + e.what());
+        }
+    }
+    const std::string temp = path + ".part";
+    {
+        std::ofstream out(temp, std::ios::trunc);
+        if (!out) fail(path, 0, std::string("cannot write the file: ") + std::strerror(errno));
+        out << "# motilane\n";
+        char buf[96];
+        long pointBase = 1, uvBase = 1;
+        for (const auto& nm : meshes) {
+            const TpolyMesh& m = nm.mesh;
+            out << "o " << (nm.name.empty() ? std::string("mesh") : nm.name) << '\n';
+            for (const auto& p : m.points) {
+                std::snprintf(buf, sizeof buf, "v %.17g %.17g %.17g\n", p.x, p.y, p.z);
+                out << buf;
+            }
+            for (const auto& uv : m.uvs) {
+                std::snprintf(buf, sizeof buf, "vt %.17g %.17g\n", uv.u, uv.v);
+                out << buf;
+            }
+            std::size_t at = 0;
+            for (int n : m.faceCounts) {
+                out << 'f';
+                for (int i = 0; i < n; ++i, ++at) {
+                    out << ' ' << pointBase + m.faceVertices[at];
+                    if (m.hasUvs()) out << '/' << uvBase + m.uvIndices[at];
+                }
+                out << '\n';
+            }
+            pointBase += m.numPoints();
+            uvBase += static_cast<long>(m.uvs.size());
+        }
+        out.flush();
+        if (!out) {
+            std::remove(temp.c_str());
+            fail(path, 0, "writing failed (disk full?)");
+        }
+    }
+    std::error_code ec;
+    std::filesystem::rename(temp, path, ec);
+    if (ec) {
+        std::remove(temp.c_str());
+        fail(path, 0, "cannot replace the file: " + ec.message());
+    }
 }

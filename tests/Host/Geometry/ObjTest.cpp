@@ -60,7 +60,7 @@ TEST(ObjReader, RoundTripOfObjectsAndGroups) {
     EXPECT_EQ(meshes[0].name, "box");
     EXPECT_EQ(meshes[1].name, "ground");
 
-    // Points are renumbered by first use in each object, so compare face by face through the indices.
+    // The second object's points are renumbered from 0, so compare face by face through the indices.
     auto sameGeometry = [](const TpolyMesh& a, const TpolyMesh& b) {
         ASSERT_EQ(a.faceCounts, b.faceCounts);
         ASSERT_EQ(a.numFaceVertices(), b.numFaceVertices());
@@ -96,6 +96,46 @@ TEST(ObjReader, UnnamedFileTakesItsNameAndRelativeIndicesWork) {
     std::remove(path.c_str());
 }
 
+TEST(ObjWriter, WrittenMeshesReadBack) {
+    const std::string path = tempPath("written.obj");
+    TpolyMesh bare = makePolyTorus(2, 0.25, 6, 4);
+    bare.uvs.clear();
+    bare.uvIndices.clear();
+    const std::vector<TnamedMesh> meshes{{"ball", makePolySphere(1.25, 7, 5)}, {"ring", bare}};
+    writeObjFile(path, meshes);
+    EXPECT_FALSE(std::filesystem::exists(path + ".part"));
+    const auto back = readObjFile(path);
+    ASSERT_EQ(back.size(), 2u);
+    for (int k = 0; k < 2; ++k) {
+        const TpolyMesh& a = meshes[k].mesh;
+        const TpolyMesh& b = back[k].mesh;
+        EXPECT_EQ(back[k].name, meshes[k].name);
+        // Every point is used, in order, so indices survive unchanged.
+        EXPECT_EQ(b.faceCounts, a.faceCounts);
+        EXPECT_EQ(b.faceVertices, a.faceVertices);
+        ASSERT_EQ(b.numPoints(), a.numPoints());
+        // The loader keeps single precision.
+        for (int i = 0; i < a.numPoints(); ++i)
+            EXPECT_TRUE(b.points[i].isEquivalent(a.points[i], 1e-6));
+        EXPECT_EQ(b.hasUvs(), a.hasUvs());
+    }
+    EXPECT_EQ(back[0].mesh.uvIndices, meshes[0].mesh.uvIndices);
+
+    // A broken mesh is refused before anything is written, and the message names it.
+    TpolyMesh broken = makePolyPlane(1, 1, 1, 1);
+    broken.faceVertices[0] = 42;
+    try {
+        writeObjFile(path, {{"flat", broken}});
+        FAIL() << "no exception";
+    } catch (const std::runtime_error& e) {
+        EXPECT_NE(std::string(e.what()).find("object 'flat'"), std::string::npos) << e.what();
+    }
+    EXPECT_EQ(readObjFile(path).size(), 2u);
+    const std::string noDir = tempPath("no_such_dir/x.obj");
+    EXPECT_THROW(writeObjFile(noDir, meshes), std::runtime_error);
+    std::remove(path.c_str());
+}
+
 std::string errorOf(const std::string& path) {
     try {
         readObjFile(path);
@@ -122,7 +162,14 @@ TEST(ObjReader, ErrorsNameTheFileAndLine) {
         {"v 0 0 0\nv 1 0 0\nv 1 1 0\nf 1 2 x3\n", ":4: 'x3' is not a face corner"},
         {"v 0 0 0\nv 1 0 0\nv 1 1 0\nf 1 2 0\n", ":4: '0' is not a face corner"},
     };
-    for (const auto& c : cases) {
+    std::string bigFace = "v 0 0 0\nv 1 0 0\nv 1 1 0\nf";
+    for (int i = 0; i < 300; ++i) {
+        bigFace += ' ';
+        bigFace += char('1' + i % 3);
+    }
+    bigFace += "\n";
+    const Case big{bigFace.c_str(), ":4: a face of 300 corners; at most 255 can be read"};
+    for (const auto& c : {cases[0], cases[1], cases[2], cases[3], cases[4], big}) {
         const std::string path = tempPath("bad.obj");
         writeText(path, c.text);
         const std::string msg = errorOf(path);

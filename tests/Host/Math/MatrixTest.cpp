@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <numbers>
+#include <random>
 
 #include "Host/Math/T4dDblMatrix.h"
 #include "Host/Math/TboundingBox.h"
@@ -299,6 +300,21 @@ TEST(TxformMatrix, DecomposeGimbalLockAndMirror) {
     TxformMatrix d(mirror);
     EXPECT_LT(d.scale().x, 0);
     EXPECT_TRUE(d.asMatrix().isEquivalent(mirror, 1e-12));
+
+    // Arbitrary affine matrices, mirrored or not, come back whole from their parts in every order.
+    std::mt19937 gen(7);
+    std::uniform_real_distribution<double> coeff(-2, 2);
+    for (int k = 0; k < 60; ++k) {
+        T4dDblMatrix a;
+        for (int r = 0; r < 4; ++r)
+            for (int c = 0; c < 3; ++c)
+                a.m[r][c] = coeff(gen);
+        const int order = k % 6;
+        TxformMatrix parts;
+        ASSERT_TRUE(parts.decompose(a, order));
+        EXPECT_TRUE(parts.asMatrix().isEquivalent(a, 1e-11)) << "matrix " << k;
+        EXPECT_EQ(parts.scale().x < 0, a.determinant() < 0);
+    }
 
     // Singular: false, translation kept, rest default.
     T4dDblMatrix flat = T4dDblMatrix::scaling({1, 0, 1});
