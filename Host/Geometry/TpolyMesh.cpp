@@ -107,11 +107,13 @@ int offsetOf(const std::vector<int>& counts, int face) {
 } // namespace
 
 T4dDblVector TpolyMesh::faceNormal(int face) const {
-    return newellNormal(offsetOf(faceCounts, face), faceCounts[face]).normal();
+    const int at = offsetOf(faceCounts, face); // checks the index first
+    return newellNormal(at, faceCounts[face]).normal();
 }
 
 double TpolyMesh::faceArea(int face) const {
-    return 0.5 * newellNormal(offsetOf(faceCounts, face), faceCounts[face]).length();
+    const int at = offsetOf(faceCounts, face);
+    return 0.5 * newellNormal(at, faceCounts[face]).length();
 }
 
 T4dDblVector TpolyMesh::faceCenter(int face) const {
