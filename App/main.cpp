@@ -1,2 +1,107 @@
-#include <cstdio>
-int main() { std::puts("motilane 0.1.0"); return 0; }
+// The motilane program: runs scene scripts, or the built-in demo.
+
+#include "Tdemo.h"
+
+#include "Global/Basket/TdynamicsBasket.h"
+#include "Host/Command/TworkspaceRoot.h"
+#include "Host/Session/Tsession.h"
+
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr const char* kUsage = R"(usage:
+  motilane [--echo] [--project DIR] [-q] [SCRIPT [ARG...]] [-c TEXT]
+  motilane demo [--out DIR] [--frames N] [-q]
+  motilane --help | --version
+
+  SCRIPT          a scene script to run; its ARGs are in $argv
+  -c TEXT         script text to run (after SCRIPT, if both are given);
+                  each top-level command's result is echoed
+  --echo          echo top-level results of SCRIPT as well
+  --project DIR   the workspace root (particle files go to DIR/particles)
+  -q              no progress lines
+  demo            run the built-in scene, writing to --out (default demo-out)
+exit status: 0 success, 1 script error, 2 bad usage
+)";
+
+int usageError(const std::string& text) {
+    std::cerr << "motilane: " << text << "\n" << kUsage;
+    return 2;
+}
+
+void onInterrupt(int) { Tsession::interruptFlag() = true; }
+
+int runDemoCommand(int argc, char** argv) {
+    TdemoOptions options;
+    for (int i = 2; i < argc; ++i) {
+        std::string a = argv[i];
+        if (a == "--out" && i + 1 < argc) options.outDir = argv[++i];
+        else if (a == "--frames" && i + 1 < argc) {
+            std::string n = argv[++i];
+            char* end = nullptr;
+            long v = std::strtol(n.c_str(), &end, 10);
+            if (n.empty() || *end || v < 1 || v > 100000) return usageError("--frames takes a whole number from 1 to 100000");
+            options.frames = static_cast<int>(v);
+        } else if (a == "-q") options.quiet = true;
+        else return usageError("unknown demo option '" + a + "'");
+    }
+    return runDemo(options);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    std::signal(SIGINT, onInterrupt);
+    if (argc >= 2 && std::strcmp(argv[1], "demo") == 0) {
+        TdynamicsBasket::initialize();
+        return runDemoCommand(argc, argv);
+    }
+
+    bool echo = false;
+    std::string script, text, project;
+    bool haveText = false;
+    std::vector<std::string> scriptArgs;
+    for (int i = 1; i < argc; ++i) {
+        std::string a = argv[i];
+        if (a == "-c") {
+            if (i + 1 >= argc) return usageError("-c needs the text to run");
+            text = argv[++i];
+            haveText = true;
+        } else if (!script.empty()) {
+            scriptArgs.push_back(a);
+        } else if (a == "--help" || a == "-h") {
+            std::cout << kUsage;
+            return 0;
+        } else if (a == "--version") {
+            std::cout << "motilane 0.1.0\n";
+            return 0;
+        } else if (a == "--echo") {
+            echo = true;
+        } else if (a == "-q") {
+            // Progress lines only appear on a terminal; -q turns them off there too.
+        } else if (a == "--project") {
+            if (i + 1 >= argc) return usageError("--project needs a directory");
+            project = argv[++i];
+        } else if (!a.empty() && a[0] == '-') {
+            return usageError("unknown option '" + a + "'");
+        } else {
+            script = a;
+        }
+    }
+    if (script.empty() && !haveText) return usageError("give a SCRIPT or -c TEXT");
+
+    TdynamicsBasket::initialize();
+    Tsession session;
+    if (!project.empty()) TworkspaceRoot::set(std::filesystem::absolute(project).string());
+    std::vector<std::string> argvValue(scriptArgs.begin(), scriptArgs.end());
+    session.interpreter().setGlobal("argv", TscriptValue(argvValue));
+    if (!script.empty() && !session.runFile(script, echo)) return 1;
+    if (haveText && !session.runText(text, "-c", true)) return 1;
+    return 0;
+}

@@ -1,0 +1,57 @@
+#include "Tdemo.h"
+#include "TdemoScript.h"
+#include "Tprogress.h"
+
+#include "Host/Dag/Ttransform.h"
+#include "Host/Files/TatomicFile.h"
+#include "Host/Script/TscriptValue.h"
+#include "Host/Session/Tsession.h"
+#include "Host/Time/TanimInfo.h"
+
+#include <cmath>
+#include <filesystem>
+#include <iostream>
+
+int runDemo(const TdemoOptions& options) {
+    Tsession session;
+    if (!session.runText(kDemoScript, "demo.mls", false)) return 1;
+
+    std::string error;
+    if (!makeDirectories(options.outDir, error)) {
+        std::cerr << "// Error: " << error << " //\n";
+        return 1;
+    }
+    const double start = TanimInfo::currAnimInfo().startTime().valueInThisUnit(kCurrentFrameUnit);
+    const double end = options.frames > 0 ? start + options.frames - 1
+                                          : TanimInfo::currAnimInfo().endTime().valueInThisUnit(kCurrentFrameUnit);
+    auto* ball = Ttransform::cast(session.graph().findNode("ball"));
+    if (!ball) {
+        std::cerr << "// Error: the demo scene has no 'ball' //\n";
+        return 1;
+    }
+
+    const std::string path = (std::filesystem::path(options.outDir) / "ball_positions.txt").string();
+    TatomicFile file(path);
+    file.stream() << "# frame x y z (world position of ball)\n";
+    Tprogress progress("demo", static_cast<int>(end - start + 1), options.quiet);
+    for (double f = start; f <= end; f += 1.0) {
+        if (Tsession::interruptFlag()) {
+            std::cerr << "// Error: interrupted; " << path << " was not written //\n";
+            return 1;
+        }
+        session.graph().setTime(TanimTime(f, kCurrentFrameUnit), true);
+        T4dDblVector p = ball->worldMatrix().getTranslation();
+        file.stream() << formatScriptNumber(f) << ' ' << formatScriptNumber(p.x) << ' ' << formatScriptNumber(p.y)
+                      << ' ' << formatScriptNumber(p.z) << '\n';
+        progress.step();
+    }
+    progress.done();
+    if (!file.commit(error)) {
+        std::cerr << "// Error: " << error << " //\n";
+        return 1;
+    }
+    std::cout << "Demo written to " << std::filesystem::absolute(options.outDir).string() << ":\n  "
+              << std::filesystem::absolute(path).string() << " (world position of the ball, frames "
+              << formatScriptNumber(start) << " to " << formatScriptNumber(end) << ")\n";
+    return 0;
+}

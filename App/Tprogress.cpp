@@ -1,0 +1,16 @@
+#include "Tprogress.h"
+
+#include <cstdio>
+#include <unistd.h>
+
+Tprogress::Tprogress(std::string what, int total, bool quiet)
+    : fWhat(std::move(what)), fTotal(total), fShow(!quiet && isatty(STDERR_FILENO)) {}
+
+void Tprogress::step() {
+    ++fDone;
+    if (fShow) std::fprintf(stderr, "\r%s: %d/%d", fWhat.c_str(), fDone, fTotal);
+}
+
+void Tprogress::done() {
+    if (fShow) std::fprintf(stderr, "\r%s: %d/%d done\n", fWhat.c_str(), fDone, fTotal);
+}

@@ -1,0 +1,278 @@
+// setAttr, getAttr, addAttr, deleteAttr.
+
+#include "Host/Data/TdataArrays.h"
+#include "Host/SceneCommands/TsceneCommand.h"
+
+#include <memory>
+
+namespace {
+
+class TsetAttrCmd : public TsceneCommand {
+    void makeSyntax(Tsyntax& s) override {
+        s.addFlag("typ", "type", {TargType::String});
+        s.setObjectKind(Tsyntax::ObjectKind::Strings, 1, 1);
+        s.setValueArguments(0);
+    }
+
+    // The values after the plug, `count` of them, as numbers.
+    std::vector<double> numbers(const TargDatabase& db, std::size_t from, std::size_t count) {
+        std::vector<double> out;
+        if (db.valueCount() < from + count)
+            fail("expected " + std::to_string(count) + " value" + (count == 1 ? "" : "s") + " for " +
+                 db.objects()[0] + ", got " + std::to_string(db.valueCount() - std::min(from, db.valueCount())));
+        for (std::size_t i = from; i < from + count; ++i) out.push_back(db.valueDouble(i));
+        return out;
+    }
+    // Array types: a count, then that many elements.
+    std::size_t arrayCount(const TargDatabase& db, std::size_t perElement) {
+        if (db.valueCount() == 0) fail("expected an element count for " + db.objects()[0]);
+        int n = db.valueInt(0);
+        if (n < 0) fail("a negative element count for " + db.objects()[0]);
+        if (db.valueCount() != 1 + static_cast<std::size_t>(n) * perElement)
+            fail("expected " + std::to_string(n) + " element" + (n == 1 ? "" : "s") + " for " + db.objects()[0] +
+                 ", got " + std::to_string((db.valueCount() - 1) / std::max<std::size_t>(perElement, 1)));
+        return static_cast<std::size_t>(n);
+    }
+
+    int run(const TargDatabase& db) override {
+        Tplug plug = parsePlug(graph(), db.objects()[0]);
+        Tattribute* a = plug.attribute();
+        if (a->isArray() && plug.multiIndex() < 0) fail(plug.name() + " is a multi attribute: name an element");
+        if (!a->hasFlag(Tattribute::kWritable)) fail(plug.name() + " cannot be written to");
+        if (plug.isDestination()) fail(plug.name() + " is connected from " + plug.source().name() + " and cannot be set");
+
+        std::string type;
+        db.getFlagArgument("type", 0, type);
+        std::function<void()> apply;
+        auto* compound = dynamic_cast<TattributeCompound*>(a);
+        const bool typed = a->type() == TattrType::Typed || a->type() == TattrType::Generic;
+
+        if (compound && compound->numericComponents() > 0) {
+            auto v = numbers(db, 0, compound->numericComponents());
+            if (db.valueCount() > v.size()) fail("too many values for " + plug.name());
+            T4dDblVector vec;
+            for (std::size_t i = 0; i < v.size(); ++i) vec[static_cast<int>(i)] = v[i];
+            apply = [plug, vec] { writePlugVector(plug, vec); };
+        } else if (a->isNumeric()) {
+            if (!type.empty() && type != "double" && type != "float" && type != "long" && type != "bool")
+                fail("-type " + type + " does not fit " + plug.name() + ", which holds a number");
+            double v = 0;
+            if (a->type() == TattrType::Enum && db.valueCount() == 1 &&
+                db.values()[0].type() == TscriptType::String) {
+                int field = 0;
+                if (!a->fieldValue(db.valueString(0), field))
+                    fail("'" + db.valueString(0) + "' is not a value of " + plug.name());
+                v = field;
+            } else {
+                v = numbers(db, 0, 1)[0];
+            }
+            if (db.valueCount() > 1) fail("too many values for " + plug.name());
+            if (a->type() == TattrType::Time) {
+                TanimTime t(v, kCurrentFrameUnit);
+                apply = [plug, t] { writePlugTime(plug, t); };
+            } else {
+                apply = [plug, v] { writePlugNumber(plug, v); };
+            }
+        } else if (typed) {
+            Tdata d;
+            if (type.empty()) fail("give -type for " + plug.name() + " (string, doubleArray, vectorArray, ...)");
+            if (type == "string") {
+                if (db.valueCount() != 1) fail("expected one string for " + plug.name());
+                d = makeData<TdataString>(db.valueString(0));
+            } else if (type == "doubleArray") {
+                std::size_t n = arrayCount(db, 1);
+                auto letter = new TdataDoubleArray;
+                for (std::size_t i = 0; i < n; ++i) letter->array().addLast(db.valueDouble(1 + i));
+                d = Tdata(letter);
+            } else if (type == "Int32Array") {
+                std::size_t n = arrayCount(db, 1);
+                auto letter = new TdataInt32Array;
+                for (std::size_t i = 0; i < n; ++i) letter->array().addLast(db.valueInt(1 + i));
+                d = Tdata(letter);
+            } else if (type == "vectorArray") {
+                std::size_t n = arrayCount(db, 3);
+                auto letter = new TdataVectorArray;
+                for (std::size_t i = 0; i < n; ++i)
+                    letter->array().addLast(
+                        {db.valueDouble(1 + 3 * i), db.valueDouble(2 + 3 * i), db.valueDouble(3 + 3 * i)});
+                d = Tdata(letter);
+            } else if (type == "stringArray") {
+                std::size_t n = arrayCount(db, 1);
+                auto letter = new TdataStringArray;
+                for (std::size_t i = 0; i < n; ++i) letter->array().addLast(db.valueString(1 + i));
+                d = Tdata(letter);
+            } else if (type == "matrix") {
+                auto v = numbers(db, 0, 16);
+                T4dDblMatrix m;
+                for (int i = 0; i < 16; ++i) m.m[i / 4][i % 4] = v[i];
+                d = makeData<TdataMatrix>(m);
+            } else {
+                fail("unknown -type '" + type + "'");
+            }
+            if (!a->acceptsLetter(d.letterClass()))
+                fail("-type " + type + " does not fit " + plug.name());
+            apply = [plug, d] { writePlugData(plug, d); };
+        } else {
+            fail(plug.name() + " cannot be set by value");
+        }
+        auto before = std::make_shared<TplugSnapshot>(plug);
+        perform(apply, [before] { before->restore(); });
+        return 0;
+    }
+};
+
+class TgetAttrCmd : public TsceneCommand {
+    void makeSyntax(Tsyntax& s) override {
+        s.addFlag("t", "time", {TargType::Time});
+        s.addFlag("s", "size", {});
+        s.setObjectKind(Tsyntax::ObjectKind::Strings, 1, 1);
+        s.useSelectionAsDefault(false);
+    }
+    int run(const TargDatabase& db) override {
+        Tplug plug = parsePlug(graph(), db.objects()[0]);
+        if (db.isFlagSet("size")) {
+            if (plug.attribute()->isArray() && plug.multiIndex() < 0) {
+                engine().setResult(static_cast<int>(plug.node()->normalBlock().elementIndices(plug.attribute()).size()));
+                return 0;
+            }
+            TscriptValue v = plugValue(plug, TdgContext::fsNormal);
+            int n = 1;
+            switch (v.type()) {
+            case TscriptType::IntArray: n = static_cast<int>(v.intArray().size()); break;
+            case TscriptType::FloatArray: n = static_cast<int>(v.floatArray().size()); break;
+            case TscriptType::StringArray: n = static_cast<int>(v.stringArray().size()); break;
+            case TscriptType::VectorArray: n = static_cast<int>(v.vectorArray().size()); break;
+            default: break;
+            }
+            engine().setResult(n);
+            return 0;
+        }
+        if (plug.attribute()->isArray() && plug.multiIndex() < 0) {
+            // A whole multi reads as the values of its elements, when they are numbers.
+            std::vector<double> out;
+            for (int i : plug.node()->normalBlock().elementIndices(plug.attribute())) {
+                TscriptValue v = plugValue(Tplug(plug.node(), plug.attribute(), i), TdgContext::fsNormal);
+                if (!v.isNumber()) fail(plug.name() + " is a multi attribute: name an element");
+                out.push_back(v.asFloat());
+            }
+            engine().setResult(out);
+            return 0;
+        }
+        if (db.isFlagSet("time")) {
+            TdgContextTimed at(TanimTime(db.flagArgumentTime("time"), kCurrentFrameUnit));
+            engine().setResult(plugValue(plug, at));
+        } else {
+            engine().setResult(plugValue(plug, TdgContext::fsNormal));
+        }
+        return 0;
+    }
+};
+
+class TaddAttrCmd : public TsceneCommand {
+    void makeSyntax(Tsyntax& s) override {
+        s.addFlag("ln", "longName", {TargType::String});
+        s.addFlag("sn", "shortName", {TargType::String});
+        s.addFlag("at", "attributeType", {TargType::String});
+        s.addFlag("dt", "dataType", {TargType::String});
+        s.addFlag("dv", "defaultValue", {TargType::Double});
+        s.addFlag("min", "minValue", {TargType::Double});
+        s.addFlag("max", "maxValue", {TargType::Double});
+        s.addFlag("m", "multi", {});
+        s.addFlag("k", "keyable", {TargType::Bool});
+        s.setObjectKind(Tsyntax::ObjectKind::Objects, 1);
+        s.useSelectionAsDefault(true);
+    }
+    std::unique_ptr<Tattribute> make(const std::string& ln, const std::string& sn, const std::string& at,
+                                     const std::string& dt) {
+        const char* l = ln.c_str();
+        const char* s = sn.c_str();
+        const TiffTag tag = makeIffTag("USER");
+        if (!dt.empty()) {
+            if (dt == "doubleArray") return std::make_unique<TattributeTyped>(l, s, tag, TdataDoubleArray::sClass);
+            if (dt == "vectorArray") return std::make_unique<TattributeTyped>(l, s, tag, TdataVectorArray::sClass);
+            if (dt == "Int32Array") return std::make_unique<TattributeTyped>(l, s, tag, TdataInt32Array::sClass);
+            if (dt == "string") return std::make_unique<TattributeTyped>(l, s, tag, TdataString::sClass);
+            if (dt == "stringArray") return std::make_unique<TattributeTyped>(l, s, tag, TdataStringArray::sClass);
+            if (dt == "matrix") return std::make_unique<TattributeTyped>(l, s, tag, TdataMatrix::sClass);
+            fail("unknown -dataType '" + dt + "'");
+        }
+        if (at.empty() || at == "double" || at == "float") return std::make_unique<TattributeDouble>(l, s, tag);
+        if (at == "long" || at == "short" || at == "byte") return std::make_unique<TattributeInt32>(l, s, tag);
+        if (at == "bool") return std::make_unique<TattributeBoolean>(l, s, tag);
+        if (at == "enum") return std::make_unique<TattributeEnum>(l, s, tag);
+        if (at == "time") return std::make_unique<TattributeTime>(l, s, tag);
+        if (at == "message") return std::make_unique<TattributeMessage>(l, s, tag);
+        if (at == "double3" || at == "float3") return std::make_unique<Tattribute3Double>(l, s, tag);
+        fail("unknown -attributeType '" + at + "'");
+    }
+    int run(const TargDatabase& db) override {
+        std::string ln, sn, at, dt;
+        if (!db.getFlagArgument("longName", 0, ln)) fail("give the attribute's name with -longName");
+        db.getFlagArgument("shortName", 0, sn);
+        if (sn.empty()) sn = ln;
+        db.getFlagArgument("attributeType", 0, at);
+        db.getFlagArgument("dataType", 0, dt);
+        for (const std::string& name : db.objects()) {
+            TdependNode* node = findNodeOrThrow(graph(), name);
+            if (node->attribute(ln) || node->attribute(sn))
+                fail("node '" + node->name() + "' already has an attribute named '" + ln + "'");
+            auto attr = make(ln, sn, at, dt);
+            double v;
+            if (db.getFlagArgument("defaultValue", 0, v)) {
+                if (auto* nc = dynamic_cast<TattributeNumericCompound*>(attr.get())) nc->setNativeDefaultData(v, v, v);
+                else attr->setNativeDefaultData(v);
+            }
+            if (db.getFlagArgument("minValue", 0, v)) attr->setMinValue(v);
+            if (db.getFlagArgument("maxValue", 0, v)) attr->setMaxValue(v);
+            if (db.isFlagSet("multi")) attr->setArray(true);
+            bool k = false;
+            if (db.getFlagArgument("keyable", 0, k)) attr->setKeyable(k);
+            auto holder = std::make_shared<std::unique_ptr<Tattribute>>(std::move(attr));
+            Tattribute* raw = holder->get();
+            perform([node, holder] { node->addAttribute(std::move(*holder)); },
+                    [node, holder, raw] { *holder = node->removeAttribute(raw); });
+        }
+        return 0;
+    }
+};
+
+class TdeleteAttrCmd : public TsceneCommand {
+    void makeSyntax(Tsyntax& s) override {
+        s.addFlag("at", "attribute", {TargType::String});
+        s.setObjectKind(Tsyntax::ObjectKind::Strings, 1, 1);
+    }
+    int run(const TargDatabase& db) override {
+        std::string text = db.objects()[0];
+        std::string at;
+        if (db.getFlagArgument("attribute", 0, at)) text += "." + at;
+        Tplug plug = parsePlug(graph(), text);
+        Tattribute* a = plug.attribute();
+        TdependNode* node = plug.node();
+        if (!a->hasFlag(Tattribute::kDynamic) || a->parent())
+            fail("'" + a->name() + "' is not an attribute added to " + node->name() + " and cannot be deleted");
+        auto holder = std::make_shared<std::unique_ptr<Tattribute>>();
+        auto links = std::make_shared<std::vector<std::pair<std::string, std::string>>>();
+        perform(
+            [node, a, holder, links] {
+                links->clear();
+                for (auto& [k, src] : node->inputConnections())
+                    if (k.attr == a->index()) links->emplace_back(src.name(), Tplug(node, a, k.index).name());
+                for (auto& [k, dst] : node->outputConnections())
+                    if (k.attr == a->index()) links->emplace_back(Tplug(node, a, k.index).name(), dst.name());
+                *holder = node->removeAttribute(a);
+            },
+            [node, holder, links] {
+                node->addAttribute(std::move(*holder));
+                TdependGraph& g = TdependGraph::current();
+                for (auto& [s, d] : *links) g.connect(parsePlug(g, s), parsePlug(g, d), true);
+            });
+        return 0;
+    }
+};
+
+MOTILANE_REGISTER_COMMAND("setAttr", TsetAttrCmd);
+MOTILANE_REGISTER_COMMAND("getAttr", TgetAttrCmd);
+MOTILANE_REGISTER_COMMAND("addAttr", TaddAttrCmd);
+MOTILANE_REGISTER_COMMAND("deleteAttr", TdeleteAttrCmd);
+
+} // namespace
