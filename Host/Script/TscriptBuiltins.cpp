@@ -46,6 +46,25 @@ TscriptValue bPrint(Call& c) {
     return {};
 }
 
+std::string joined(Call& c) {
+    std::string text;
+    for (size_t i = 0; i < c.count(); ++i) {
+        if (i)
+            text += ' ';
+        text += c[i].toString();
+    }
+    return text;
+}
+
+// warning "text": shown, and the script goes on.
+TscriptValue bWarning(Call& c) {
+    c.eval.host().warning(joined(c));
+    return {};
+}
+
+// error "text": stops the script with the script's own message.
+TscriptValue bError(Call& c) { throw TscriptError(joined(c), c.where); }
+
 TscriptValue bSize(Call& c) {
     c.expectCount(1, 1);
     const TscriptValue& v = c[0];
@@ -393,6 +412,8 @@ const std::unordered_map<std::string, TscriptBuiltin>& table() {
     static const std::unordered_map<std::string, TscriptBuiltin> t = {
         {"print", bPrint},
         {"size", bSize},
+        {"warning", bWarning},
+        {"error", bError},
         {"eval", bEval},
         {"exists", bExists},
         {"strcmp", bStrcmp},

@@ -100,3 +100,25 @@ TEST_F(ScriptTest, CatchStopsAnErrorFromStoppingTheText) {
                       "catchQuiet(boom(10)); int $after = 1; print $after;"),
               "1");
 }
+
+TEST_F(ScriptTest, ScriptsRaiseTheirOwnWarningsAndErrors) {
+    EXPECT_EQ(failure("warning \"low\" 2;\nprint \"a\";\nerror (\"bad \" + 3);\nprint \"b\";"), "test.tsc:3: bad 3");
+    EXPECT_EQ(host.warnings, (std::vector<std::string>{"low 2"}));
+    EXPECT_EQ(host.out, "a");
+}
+
+TEST_F(ScriptTest, InterruptAndStepLimitStopEndlessLoops) {
+    std::atomic<bool> stop{true};
+    interp.setInterruptFlag(&stop);
+    EXPECT_EQ(failure("while (1) ;"), "test.tsc:1: interrupted");
+    stop = false;
+    EXPECT_EQ(printed("int $n = 0; while ($n < 100) $n++; print $n;"), "100");
+    interp.setInterruptFlag(nullptr);
+    interp.setStepLimit(1000);
+    EXPECT_EQ(failure("\nfor (;;) { }"), "test.tsc:2: step limit of 1000 reached");
+    // Calls count as steps too: each r(0) makes 511 calls.
+    EXPECT_EQ(failure("proc r(int $d) { if ($d < 8) { r($d + 1); r($d + 1); } }\nr(0);\nr(0);"),
+              "test.tsc:1: step limit of 1000 reached");
+    // The count starts again with each text.
+    EXPECT_EQ(printed("int $m = 0; while ($m < 900) $m++; print $m;"), "900");
+}
