@@ -76,6 +76,8 @@ TscriptValue TcommandEngine::runCommand(const std::string& name, const std::vect
     TmetaCommand* meta = findCommand(name);
     if (!meta) throw TscriptError("unknown command '" + name + "'", where);
 
+    // Outlives the frame below: the undo group names itself after it.
+    const TargList list(name, args);
     // Whatever happens, the caller's command, location and result come back,
     // and a top-level call's group of undo entries is closed.
     struct Frame {
@@ -87,7 +89,7 @@ TscriptValue TcommandEngine::runCommand(const std::string& name, const std::vect
         TcommandEngine* previousCurrent;
         ~Frame() {
             gCurrent = previousCurrent;
-            if (topLevel) engine.fUndo.closeChunk();
+            if (topLevel) engine.fUndo.endCommandGroup();
             engine.fCurrentCommand = command;
             engine.fLocation = std::move(location);
             engine.fResult = std::move(result);
@@ -101,8 +103,7 @@ TscriptValue TcommandEngine::runCommand(const std::string& name, const std::vect
     fResult = TscriptValue();
     // Everything one top-level call stores (its own entry, and those of the
     // commands it runs in turn) is undone as one step.
-    TargList list(name, args);
-    if (frame.topLevel) fUndo.beginCommandGroup(list.toString());
+    if (frame.topLevel) fUndo.beginCommandGroup(list);
 
     const int errorsBefore = fErrors;
     auto failed = [&](const std::string& text) -> TscriptError {

@@ -12,13 +12,18 @@ void TundoManager::openChunk(const std::string& name) {
     ++fDepth;
 }
 
-void TundoManager::beginCommandGroup(const std::string& commandText) {
+void TundoManager::beginCommandGroup(const TargList& call) {
     if (fDepth == 0) {
         fOpen = Chunk{};
         fExplicitName = false;
     }
-    fGroupText = commandText;
+    fGroupCall = &call;
     ++fDepth;
+}
+
+void TundoManager::endCommandGroup() {
+    fGroupCall = nullptr;
+    closeChunk();
 }
 
 bool TundoManager::closeChunk() {
@@ -26,7 +31,7 @@ bool TundoManager::closeChunk() {
     if (--fDepth == 0 && !fOpen.commands.empty()) commit(std::move(fOpen));
     if (fDepth == 0) {
         fOpen = Chunk{};
-        fGroupText.clear();
+        fGroupCall = nullptr;
     }
     return true;
 }
@@ -41,7 +46,7 @@ bool TundoManager::storeCommand(std::unique_ptr<TcommandObject> command) {
     command->setStored(true);
     if (fDepth > 0) {
         if (fOpen.commands.empty() && !fExplicitName)
-            fOpen.name = fGroupText.empty() ? command->commandString() : fGroupText;
+            fOpen.name = fGroupCall ? fGroupCall->toString() : command->commandString();
         fOpen.commands.push_back(std::move(command));
         fRedo.clear();
         return true;

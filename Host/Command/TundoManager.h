@@ -24,8 +24,11 @@ public:
     // after the top-level command that stored into it first.
     void openChunk(const std::string& name = {});
     void openChunk(const TargList& args) { openChunk(args.toString()); }
-    // The engine's own group around one top-level call; closed by closeChunk.
-    void beginCommandGroup(const std::string& commandText);
+    // The engine's own group around one top-level call. The call's text is
+    // only made when something is stored, so `call` must live until the
+    // matching endCommandGroup.
+    void beginCommandGroup(const TargList& call);
+    void endCommandGroup();
     // False when no chunk was open.
     bool closeChunk();
     std::size_t openDepth() const { return fDepth; }
@@ -81,7 +84,7 @@ private:
     Chunk fOpen;
     std::size_t fDepth = 0;
     bool fExplicitName = false;
-    std::string fGroupText;
+    const TargList* fGroupCall = nullptr;
     bool fOn = true;
     bool fInfinite = true;
     std::size_t fLength = 50;
