@@ -65,6 +65,7 @@ public:
     std::vector<T4dDblVector> vertexNormals() const;
 
     // Ear clipping in each face's plane, so concave faces triangulate correctly; triangles keep the winding.
+    // Expects a valid mesh (see validate); faces of fewer than three vertices give no triangles.
     TmeshTriangles triangulate() const;
 
     TboundingBox boundingBox() const;
