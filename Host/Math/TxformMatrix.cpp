@@ -61,6 +61,28 @@ T4dDblVector TxformMatrix::eulerFromRotation(const T4dDblMatrix& r, int rotateOr
     return out;
 }
 
+T4dDblVector TxformMatrix::eulerFromRotationNear(const T4dDblMatrix& r, int rotateOrder,
+                                                 const T4dDblVector& previous) {
+    const int* axes = kOrderAxes[clampOrder(rotateOrder)];
+    const T4dDblVector base = eulerFromRotation(r, rotateOrder);
+    // Every rotation has a second set: first and last angle turned by 180, the middle one mirrored.
+    T4dDblVector other = base;
+    other[axes[0]] += 180;
+    other[axes[1]] = 180 - base[axes[1]];
+    other[axes[2]] += 180;
+    auto near = [&previous](T4dDblVector a, double& cost) {
+        cost = 0;
+        for (int k = 0; k < 3; ++k) {
+            a[k] += 360 * std::round((previous[k] - a[k]) / 360);
+            cost += std::fabs(a[k] - previous[k]);
+        }
+        return a;
+    };
+    double c0, c1;
+    const T4dDblVector a0 = near(base, c0), a1 = near(other, c1);
+    return c1 < c0 ? a1 : a0;
+}
+
 T4dDblMatrix TxformMatrix::asMatrix() const {
     T4dDblMatrix shearM;
     shearM.m[1][0] = shear_.x; // xy

@@ -54,8 +54,12 @@ public:
 
     // Rotation part alone, for angles in degrees and the given order.
     static T4dDblMatrix rotationMatrix(const T4dDblVector& degrees, int rotateOrder);
-    // Angles in degrees of a pure rotation matrix for the given order.
+    // Angles in degrees of a pure rotation matrix for the given order, each in (-180, 180].
     static T4dDblVector eulerFromRotation(const T4dDblMatrix& r, int rotateOrder);
+    // The same rotation as the nearest angles to `previous`, so that a spinning object's angles keep
+    // counting past 180 instead of jumping (for angles written out frame after frame).
+    static T4dDblVector eulerFromRotationNear(const T4dDblMatrix& r, int rotateOrder,
+                                              const T4dDblVector& previous);
 
     bool isEquivalent(const TxformMatrix& o, double tol = 1e-10) const {
         return order_ == o.order_ && translate_.isEquivalent(o.translate_, tol) &&

@@ -282,6 +282,29 @@ TEST(TxformMatrix, DecomposeRecoversPartsForEveryOrder) {
     }
 }
 
+TEST(TxformMatrix, NearestAnglesKeepCountingThroughTurns) {
+    // A spin about z in 10 degree steps through two turns, tilted 30 about x: read back frame by frame,
+    // the angles continue instead of wrapping at 180.
+    T4dDblVector prev{30, 0, 0};
+    for (int step = 1; step <= 72; ++step) {
+        const T4dDblVector want{30, 0, 10.0 * step};
+        const T4dDblVector got =
+            TxformMatrix::eulerFromRotationNear(TxformMatrix::rotationMatrix(want, 0), 0, prev);
+        expectNear(got, want, 1e-9);
+        prev = got;
+    }
+    // The second set of angles is the nearer one here: (0, 170, 0) turned to (180, 10, 180) and back.
+    for (int order = 0; order < 6; ++order) {
+        T4dDblVector a{0, 0, 0};
+        const int mid = (order == 0 || order == 5) ? 1 : (order == 1 || order == 3) ? 2 : 0;
+        a[mid] = 170;
+        const T4dDblMatrix r = TxformMatrix::rotationMatrix(a, order);
+        const T4dDblVector got = TxformMatrix::eulerFromRotationNear(r, order, a);
+        expectNear(got, a, 1e-9);
+        EXPECT_TRUE(TxformMatrix::rotationMatrix(got, order).isEquivalent(r, 1e-12));
+    }
+}
+
 TEST(TxformMatrix, DecomposeGimbalLockAndMirror) {
     // Middle angle at 90 degrees: angles are not unique, but the matrix must come back.
     for (int order = 0; order < 6; ++order) {
