@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -23,12 +24,12 @@ namespace {
     throw std::runtime_error(msg.str());
 }
 
+// Finite numbers only: a NaN or infinite coordinate would poison every computation on the mesh.
 bool isNumber(const std::string& tok) {
     if (tok.empty()) return false;
-    errno = 0;
     char* end = nullptr;
-    std::strtod(tok.c_str(), &end);
-    return end == tok.c_str() + tok.size();
+    const double v = std::strtod(tok.c_str(), &end);
+    return end == tok.c_str() + tok.size() && std::isfinite(v);
 }
 
 // A face corner is v, v/vt, v//vn or v/vt/vn with non-zero integers; idx gets v, vt and vn (0 when absent).
@@ -80,12 +81,12 @@ void checkLines(const std::string& path, std::istream& in) {
         if (key == "v" || key == "vn") {
             if (tok.size() < 3) fail(path, lineNo, "'" + key + "' needs three coordinates");
             for (const auto& t : tok)
-                if (!isNumber(t)) fail(path, lineNo, "'" + t + "' is not a number");
+                if (!isNumber(t)) fail(path, lineNo, "'" + t + "' is not a finite number");
             ++defined[key == "v" ? 0 : 2];
         } else if (key == "vt") {
             if (tok.empty()) fail(path, lineNo, "'vt' needs at least one coordinate");
             for (const auto& t : tok)
-                if (!isNumber(t)) fail(path, lineNo, "'" + t + "' is not a number");
+                if (!isNumber(t)) fail(path, lineNo, "'" + t + "' is not a finite number");
             ++defined[1];
         } else if (key == "f") {
             if (tok.size() < 3) fail(path, lineNo, "a face needs at least three corners");

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
+#include <vector>
 
 #include "Host/Geometry/TobjReader.h"
 #include "Host/Geometry/TpolyPrimitives.h"
@@ -155,8 +156,9 @@ TEST(ObjReader, ErrorsNameTheFileAndLine) {
         const char* text;
         const char* expected;
     };
-    const Case cases[] = {
-        {"v 0 0 0\nv 1 0 0\nv 1 abc 0\nf 1 2 3\n", ":3: 'abc' is not a number"},
+    std::vector<Case> cases = {
+        {"v 0 0 0\nv 1 0 0\nv 1 abc 0\nf 1 2 3\n", ":3: 'abc' is not a finite number"},
+        {"# comment\nv 0 0 0\nv 1 0 0\nvt 0 nan\n", ":4: 'nan' is not a finite number"},
         {"v 0 0 0\nv 1 0\n", ":2: 'v' needs three coordinates"},
         {"v 0 0 0\nv 1 0 0\nv 1 1 0\n\nf 1 2\n", ":5: a face needs at least three corners"},
         {"v 0 0 0\nv 1 0 0\nv 1 1 0\nf 1 2 x3\n", ":4: 'x3' is not a face corner"},
@@ -168,8 +170,8 @@ TEST(ObjReader, ErrorsNameTheFileAndLine) {
         bigFace += char('1' + i % 3);
     }
     bigFace += "\n";
-    const Case big{bigFace.c_str(), ":4: a face of 300 corners; at most 255 can be read"};
-    for (const auto& c : {cases[0], cases[1], cases[2], cases[3], cases[4], big}) {
+    cases.push_back({bigFace.c_str(), ":4: a face of 300 corners; at most 255 can be read"});
+    for (const auto& c : cases) {
         const std::string path = tempPath("bad.obj");
         writeText(path, c.text);
         const std::string msg = errorOf(path);
