@@ -15,6 +15,8 @@ public:
     // Throws std::invalid_argument for a degree other than 1 or 3.
     Tcurve(int degree, std::vector<T4dDblVector> controlPoints);
 
+    bool operator==(const Tcurve&) const = default;
+
     int degree() const { return degree_; }
     void setDegree(int degree);
     // Degree used for evaluation, lowered when there are too few control points.

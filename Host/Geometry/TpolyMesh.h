@@ -37,6 +37,8 @@ public:
     bool hasUvs() const { return !uvIndices.empty(); }
     bool isEmpty() const { return points.empty(); }
     void clear() { *this = TpolyMesh{}; }
+    // Exact comparison of every array, for telling whether incoming geometry changed.
+    bool operator==(const TpolyMesh&) const = default;
 
     int addPoint(const T4dDblVector& p) {
         points.push_back(p);

@@ -137,10 +137,12 @@ TEST(TpolyMesh, ValidateNamesTheFaceAndIndex) {
 
 TEST(TpolyMesh, TransformMovesPointsAndBox) {
     TpolyMesh c = makePolyCube(2, 2, 2);
+    EXPECT_EQ(c, makePolyCube(2, 2, 2));
     c.transform(T4dDblMatrix::scaling({1, 2, 3}) * T4dDblMatrix::translation({10, 0, 0}));
     const TboundingBox b = c.boundingBox();
     EXPECT_EQ(b.min, T4dDblVector(9, -2, -3));
     EXPECT_EQ(b.max, T4dDblVector(11, 2, 3));
+    EXPECT_NE(c, makePolyCube(2, 2, 2));
 }
 
 TEST(TgeometryIterator, VisitsEveryPointOnceAndResets) {
