@@ -211,6 +211,12 @@ void TargDatabase::parseInto(const Tsyntax& syntax, const TargList& args) {
         }
         std::string word = arg.value.asString();
         int index = syntax.flagIndex(word);
+        double number = 0.0;
+        if (index < 0 && readDouble(word, number) && word.rfind('-', 0) == 0) {
+            // A negative number among the objects or values (setAttr ball.tx -5).
+            positional.push_back(TscriptValue(number));
+            continue;
+        }
         if (index < 0) fail("invalid flag '-" + stripFlagDash(word) + "'");
         const TflagSpec& spec = fSpecs[static_cast<std::size_t>(index)];
         FlagUses& uses = fFlags[static_cast<std::size_t>(index)];
@@ -223,7 +229,6 @@ void TargDatabase::parseInto(const Tsyntax& syntax, const TargList& args) {
             const TargType type = spec.types[got.size()];
             if (i + 1 >= count) fail("missing argument for flag '" + spec.displayName() + "'");
             const TscriptArg& next = args[i + 1];
-            double number = 0.0;
             // A negative number can arrive looking like a flag.
             if (next.isFlag && !(isNumericType(type) && readDouble(next.value.asString(), number)))
                 fail("missing argument for flag '" + spec.displayName() + "'");

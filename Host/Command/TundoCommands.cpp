@@ -6,6 +6,22 @@
 
 namespace {
 
+// Runs undo or redo; a command that fails to go back or forth is named.
+bool replay(TcommandEngine& engine, const std::string& command, bool forward) {
+    TundoManager& queue = engine.undoManager();
+    const std::string name = forward ? queue.redoName() : queue.undoName();
+    const int errorsBefore = engine.errorCount();
+    try {
+        return forward ? queue.redo() : queue.undo();
+    } catch (const TscriptError&) {
+        throw;
+    } catch (const std::exception& e) {
+        // A message the failing command gave stands; otherwise say which step failed.
+        if (engine.errorCount() != errorsBefore) throw TfailedException(-1);
+        throw TargError(command + ": could not " + command + " '" + name + "'");
+    }
+}
+
 // Undo and redo change nothing while a chunk is still collecting commands:
 // the queue's last step would not be the last thing done.
 bool chunkIsOpen(TcommandEngine& engine, const std::string& command) {
@@ -21,7 +37,7 @@ public:
         TargDatabase db(Tsyntax{}, args);
         TcommandEngine& engine = TcommandEngine::current();
         if (chunkIsOpen(engine, "undo")) return 0;
-        if (!engine.undoManager().undo()) engine.displayWarning("undo: nothing to undo");
+        if (!replay(engine, "undo", false)) engine.displayWarning("undo: nothing to undo");
         return 0;
     }
 };
@@ -33,7 +49,7 @@ public:
         TargDatabase db(Tsyntax{}, args);
         TcommandEngine& engine = TcommandEngine::current();
         if (chunkIsOpen(engine, "redo")) return 0;
-        if (!engine.undoManager().redo()) engine.displayWarning("redo: nothing to redo");
+        if (!replay(engine, "redo", true)) engine.displayWarning("redo: nothing to redo");
         return 0;
     }
 };

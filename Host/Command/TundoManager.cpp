@@ -42,7 +42,8 @@ bool TundoManager::storeCommand(std::unique_ptr<TcommandObject> command) {
         (void)command.release();
         return false;
     }
-    if (!fOn) return false;
+    // Commands an undo or redo runs in turn are part of what is replayed.
+    if (!fOn || fReplaying) return false;
     command->setStored(true);
     if (fDepth > 0) {
         if (fOpen.commands.empty() && !fExplicitName)
@@ -75,8 +76,17 @@ void TundoManager::trim() {
         fUndo.pop_front();
 }
 
+namespace {
+struct ReplayGuard {
+    bool& flag;
+    explicit ReplayGuard(bool& f) : flag(f) { flag = true; }
+    ~ReplayGuard() { flag = false; }
+};
+} // namespace
+
 bool TundoManager::undo() {
-    if (fUndo.empty()) return false;
+    if (fUndo.empty() || fReplaying) return false;
+    ReplayGuard guard(fReplaying);
     Chunk chunk = std::move(fUndo.back());
     fUndo.pop_back();
     for (auto it = chunk.commands.rbegin(); it != chunk.commands.rend(); ++it) {
@@ -94,7 +104,8 @@ bool TundoManager::undo() {
 }
 
 bool TundoManager::redo() {
-    if (fRedo.empty()) return false;
+    if (fRedo.empty() || fReplaying) return false;
+    ReplayGuard guard(fReplaying);
     Chunk chunk = std::move(fRedo.back());
     fRedo.pop_back();
     for (auto& command : chunk.commands) {

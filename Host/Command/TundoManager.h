@@ -41,6 +41,10 @@ public:
     // queue takes ownership, so it must have been made with new.
     bool storeCommand(TcommandObject* command);
 
+    // True while undo or redo runs commands; what those commands run in turn
+    // is not stored again.
+    bool isReplaying() const { return fReplaying; }
+
     // Each gives false when there was nothing to do. A command that fails to
     // undo or redo throws; its chunk is dropped with the whole redo queue,
     // since what follows it can no longer be trusted.
@@ -84,6 +88,7 @@ private:
     Chunk fOpen;
     std::size_t fDepth = 0;
     bool fExplicitName = false;
+    bool fReplaying = false;
     const TargList* fGroupCall = nullptr;
     bool fOn = true;
     bool fInfinite = true;

@@ -260,6 +260,11 @@ TEST_F(CommandArgParsing, TrailingValuesFollowTheObjects) {
     EXPECT_EQ(text.valueString(0), "hello");
     EXPECT_THROW(text.valueDouble(0), TargError);
 
+    // A negative number that arrives marked as a flag is a value.
+    TargList negative = TargList::fromWords("setAttr", {"ball.tx"});
+    negative.addFlag("-5");
+    EXPECT_DOUBLE_EQ(TargDatabase(setAttr, negative).valueDouble(0), -5.0);
+
     EXPECT_EQ(parseError(setAttr, TargList::fromWords("setAttr", {"ball.t"})),
               "setAttr: expects at least 1 value, got 0");
     EXPECT_EQ(parseError(setAttr, TargList::fromWords("setAttr", {"ball.t", "1", "2", "3", "4"})),

@@ -48,9 +48,10 @@ TEST_F(CommandScriptBridge, EchoShowsResultsOfTopLevelCommands) {
 TEST_F(CommandScriptBridge, FunctionSyntaxAndBackquotesReachTheSameCommands) {
     EXPECT_TRUE(interpreter.run("optionVar(\"-sv\", \"rule\", `workspace -q -fr particles`);\n"
                                 "int $n = optionVar(\"-exists\", \"rule\");\n"
-                                "print($n + \" \" + `optionVar -q rule` + \"\\n\");\n",
-                                "scene.ms", false));
-    EXPECT_EQ(out.str(), "1 particles\n");
+                                "optionVar -sv seen ($n + \" \" + `optionVar -q rule`);\n",
+                                "scene.ms", false))
+        << err.str();
+    EXPECT_EQ(ToptionVars::stringValue("seen"), "1 particles");
 }
 
 TEST_F(CommandScriptBridge, AnErrorStopsTheScriptAndIsShownOnceWithItsLine) {
@@ -68,8 +69,10 @@ TEST_F(CommandScriptBridge, AnErrorStopsTheScriptAndIsShownOnceWithItsLine) {
 
 TEST_F(CommandScriptBridge, EvalFromCppAndFromACommand) {
     EXPECT_EQ(engine.executeScript("optionVar -iv x 4; optionVar -q x;"), TscriptValue(4));
-    EXPECT_TRUE(interpreter.run("int $v = `runText \"optionVar -q x\"`;\nprint($v);\n", "scene.ms", false));
-    EXPECT_EQ(out.str(), "4");
+    EXPECT_TRUE(interpreter.run("int $v = `runText \"optionVar -q x\"`;\noptionVar -iv seen ($v * 10);\n",
+                                "scene.ms", false))
+        << err.str();
+    EXPECT_EQ(ToptionVars::intValue("seen"), 40);
 
     // A failure inside the evaluated text stops the command that ran it.
     EXPECT_FALSE(interpreter.run("runText \"optionVar -bad\";\noptionVar -iv after 1;\n", "scene.ms", false));

@@ -227,7 +227,7 @@ TEST_F(CommandUndo, AFailedUndoReportsAndDropsTheRedoQueue) {
     run("setValue", {"13"});
     run("setValue", {"2"});
     run("undo", {});
-    EXPECT_EQ(failure("undo", {}), "undo: command failed (code 1)");
+    EXPECT_EQ(failure("undo", {}), "undo: could not undo 'setValue \"13\"'");
     EXPECT_FALSE(queue().canRedo());
     run("undo", {});
     EXPECT_EQ(gScene.value, 0);
@@ -269,4 +269,36 @@ TEST_F(CommandUndo, ToolsStoreThemselvesOnce) {
     EXPECT_EQ(queue().undoName(), "tool -x");
     run("undo", {});
     EXPECT_EQ(gScene.log, std::vector<std::string>{"tool undone"});
+}
+
+TEST_F(CommandUndo, CommandsRunByAnUndoAreNotStoredAgain) {
+    // Its undo sets the value through another undoable command.
+    struct Resetter : TcommandObject {
+        int doIt(const TargList&) override {
+            setOkayForUndo(true);
+            gScene.value = 50;
+            return 0;
+        }
+        int undoIt() override {
+            TcommandEngine::current().run("setValue", {"9"});
+            return 0;
+        }
+        int redoIt() override {
+            gScene.value = 50;
+            return 0;
+        }
+    };
+    engine.registerCommand<Resetter>("resetter");
+    run("setValue", {"1"});
+    run("resetter", {});
+    run("undo", {});
+    EXPECT_EQ(gScene.value, 9);
+    // The queue still holds exactly the two steps, one on each side.
+    EXPECT_EQ(queue().undoCount(), 1u);
+    EXPECT_EQ(queue().redoCount(), 1u);
+    run("redo", {});
+    EXPECT_EQ(gScene.value, 50);
+    run("undo", {});
+    run("undo", {});
+    EXPECT_EQ(gScene.value, 0);
 }
