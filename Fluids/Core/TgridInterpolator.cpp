@@ -2,31 +2,23 @@
 
 namespace interp_detail {
 
-double linearSample(const Space& s, const double g[3]) {
-    const Split x = split(g[0]), y = split(g[1]);
-    // 2D: along y at x = n, along y at x = n+1, then along x.
-    auto plane = [&](int k) {
-        const double a = lerp(s.at(x.n, y.n, k), s.at(x.n, y.n + 1, k), y.t);
-        const double b = lerp(s.at(x.n + 1, y.n, k), s.at(x.n + 1, y.n + 1, k), y.t);
-        return lerp(a, b, x.t);
-    };
-    if (s.dims == 2) return plane(0);
-    const Split z = split(g[2]);
-    return lerp(plane(z.n), plane(z.n + 1), z.t);
-}
-
 double quadraticSample(const Space& s, const double g[3]) {
     // Offset by half a cell so the stencil n-1, n, n+1 centres on the nearest cell.
     const Split x = split(g[0] + 0.5), y = split(g[1] + 0.5);
+    int ix[3], jy[3];
+    for (int a = 0; a < 3; ++a) {
+        ix[a] = s.bi(0, x.n - 1 + a);
+        jy[a] = s.bi(1, y.n - 1 + a);
+    }
     auto plane = [&](int k) {
         double col[3];
         for (int a = 0; a < 3; ++a)
-            col[a] = quadratic(s.at(x.n - 1 + a, y.n - 1, k), s.at(x.n - 1 + a, y.n, k), s.at(x.n - 1 + a, y.n + 1, k), y.t);
+            col[a] = quadratic(s.raw(ix[a], jy[0], k), s.raw(ix[a], jy[1], k), s.raw(ix[a], jy[2], k), y.t);
         return quadratic(col[0], col[1], col[2], x.t);
     };
     if (s.dims == 2) return 0.25 * plane(0);
     const Split z = split(g[2] + 0.5);
-    return 0.125 * quadratic(plane(z.n - 1), plane(z.n), plane(z.n + 1), z.t);
+    return 0.125 * quadratic(plane(s.bi(2, z.n - 1)), plane(s.bi(2, z.n)), plane(s.bi(2, z.n + 1)), z.t);
 }
 
 double hermiteSample(const Space& s, const double g[3], int normalAxis, const double fr[3]) {
@@ -40,15 +32,21 @@ double hermiteSample(const Space& s, const double g[3], int normalAxis, const do
     double p[6];  // results of the y reductions, one per x sample
     double zs[6];
     bool occ[6];
+    int ix[6], jy[6], kz[6];
+    for (int a = 0; a < 6; ++a) {
+        ix[a] = s.bi(0, x.n - 2 + a);
+        jy[a] = s.bi(1, y.n - 2 + a);
+        kz[a] = s.dims == 3 ? s.bi(2, z.n - 2 + a) : 0;
+    }
     for (int a = 0; a < 6; ++a) {
         const int i = x.n - 2 + a;
         for (int b = 0; b < 6; ++b) {
             const int j = y.n - 2 + b;
             if (s.dims == 2) {
-                col[b] = s.at(i, j, 0);
+                col[b] = s.raw(ix[a], jy[b], 0);
                 continue;
             }
-            for (int c = 0; c < 6; ++c) zs[c] = s.at(i, j, z.n - 2 + c);
+            for (int c = 0; c < 6; ++c) zs[c] = s.raw(ix[a], jy[b], kz[c]);
             if (useOcc) {
                 for (int c = 0; c < 6; ++c) occ[c] = s.blocked(i, j, z.n - 2 + c);
                 col[b] = interpRange(z.t, normalAxis == 2, occ, zs, fr[2]);

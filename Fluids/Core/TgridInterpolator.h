@@ -40,6 +40,10 @@ struct Space {
     const unsigned char* occ;
     int dims;  // 2 or 3
 
+    // Bounded index on one axis.
+    int bi(int axis, int n) const { return boundedIndex(n, r[axis], b[axis]); }
+    // Element at already bounded indices.
+    double raw(int i, int j, int k) const { return a[size_t(i) + size_t(r[0]) * (size_t(j) + size_t(r[1]) * size_t(k))]; }
     double at(int i, int j, int k) const {
         return a[size_t(boundedIndex(i, r[0], b[0])) +
                  size_t(r[0]) * (size_t(boundedIndex(j, r[1], b[1])) + size_t(r[1]) * size_t(boundedIndex(k, r[2], b[2])))];
@@ -146,7 +150,21 @@ inline double bndLerpTangent(double t, bool occA, bool occB, double a, double b,
     return a + t * (b - a);
 }
 
-double linearSample(const Space& s, const double g[3]);
+inline double linearSample(const Space& s, const double g[3]) {
+    const Split x = split(g[0]), y = split(g[1]);
+    // Indices are bounded once per axis, then read directly.
+    const int i0 = s.bi(0, x.n), i1 = s.bi(0, x.n + 1), j0 = s.bi(1, y.n), j1 = s.bi(1, y.n + 1);
+    // 2D: along y at x = n, along y at x = n+1, then along x.
+    auto plane = [&](int k) {
+        const double a = lerp(s.raw(i0, j0, k), s.raw(i0, j1, k), y.t);
+        const double b = lerp(s.raw(i1, j0, k), s.raw(i1, j1, k), y.t);
+        return lerp(a, b, x.t);
+    };
+    if (s.dims == 2) return plane(0);
+    const Split z = split(g[2]);
+    return lerp(plane(s.bi(2, z.n)), plane(s.bi(2, z.n + 1)), z.t);
+}
+
 double quadraticSample(const Space& s, const double g[3]);
 // normalAxis: the component's own axis (-1 for scalars); fr: friction per axis.
 double hermiteSample(const Space& s, const double g[3], int normalAxis, const double fr[3]);

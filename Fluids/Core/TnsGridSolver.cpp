@@ -1,6 +1,9 @@
 // The step, the scalar and velocity solves, and semi-Lagrangian transport.
 #include "Fluids/Core/TnsGridSolver.h"
 
+#include <algorithm>
+#include <cmath>
+
 #include "Fluids/Core/Tfluid.h"
 #include "Fluids/Core/TgridInterpolator.h"
 
@@ -89,6 +92,22 @@ bool clearOpenSides(TbuffFloatFluidGrid& g, const TvelocityGrid& vel, bool is2d)
                 if (border) v[g.index(i, j, k)] = 0.0f;
             }
     return true;
+}
+
+double maxCellDivergence(TvelocityGrid& v, bool is2d) {
+    const float *U = v.arrayU(), *V = v.arrayV(), *W = v.arrayW();
+    const unsigned nx = v.nx, ny = v.ny, nz = is2d ? 1 : v.nz;
+    const size_t su = nx + 1, planeU = su * ny, planeV = size_t(nx) * (ny + 1), planeW = size_t(nx) * ny;
+    double m = 0;
+    for (unsigned k = 0; k < nz; ++k)
+        for (unsigned j = 0; j < ny; ++j)
+            for (unsigned i = 0; i < nx; ++i) {
+                const size_t u = i + su * j + planeU * k, c = i + size_t(nx) * j, vv = c + planeV * k, w = c + planeW * k;
+                double d = (double(U[u + 1]) - U[u]) / v.dx + (double(V[vv + nx]) - V[vv]) / v.dy;
+                if (!is2d) d += (double(W[w + planeW]) - W[w]) / v.dz;
+                m = std::max(m, std::fabs(d));
+            }
+    return m;
 }
 
 void conserve(TbuffFloatFluidGrid& g) {
@@ -208,6 +227,7 @@ void TnsGridSolver::solveVelocity(Tfluid* f, TvelocityGrid& vel, T3floatFluidGri
     if (parms->project()) {
         if (is2d) project2d(*f, vel, dt);
         else project3d(*f, vel, dt);
+        if (measureDivergence) lastMaxDivergence = maxCellDivergence(vel, is2d);
     }
     double r = parms->reynolds();
     if (r < 0.0001) r = 1e-4;

@@ -82,6 +82,11 @@ public:
     static void diff_v_precond3d(TbuffFloatFluidGrid&, float r[], float z[], float alpha);
     static void diff_w_precond3d(TbuffFloatFluidGrid&, float r[], float z[], float alpha);
 
+    // When set, the largest absolute cell divergence (1/s) right after each
+    // projection is kept in lastMaxDivergence; an extra pass over the faces.
+    bool measureDivergence = false;
+    double lastMaxDivergence = 0.0;
+
     // alpha / max(d*d, 1e-5) per axis, in single precision.
     static void setIdInverse(const TvoxelGrid& grid, float alpha, float& ix, float& iy, float& iz);
 };
