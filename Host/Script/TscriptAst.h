@@ -3,6 +3,7 @@
 
 #include "Host/Script/TscriptValue.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -31,6 +32,14 @@ enum class TscriptExprKind {
     Cast       // int(a), float(a), string(a), vector(a); castType says which
 };
 
+// Operators, decided once at parse time.
+enum class TscriptOp : unsigned char { None, Add, Sub, Mul, Div, Mod, Cross, Eq, Ne, Lt, Le, Gt, Ge, And, Or, Not, Neg,
+                                       Plus, Inc, Dec };
+TscriptOp scriptOpCode(const std::string& text); // "+=" gives Add, "=" None
+const char* scriptOpText(TscriptOp op);
+
+struct TscriptBuiltinEntry;
+
 struct TscriptArgExpr {
     TscriptExprPtr expr;
     bool isFlag = false; // a literal -word of command syntax
@@ -41,12 +50,21 @@ struct TscriptExpr {
     int line = 0;
     int depth = 1;       // height of the tree below, for the nesting guard
     std::string op;      // operator text
+    TscriptOp opCode = TscriptOp::None;
     std::string name;    // variable, component letter or called name
     TscriptValue value;  // Literal
     TscriptType castType = TscriptType::None;
     std::vector<TscriptExprPtr> kids;
     std::vector<TscriptArgExpr> args; // Call
     bool commandSyntax = false;       // Call written as `name arg arg` or in backticks
+
+    // Filled by the interpreter: where a variable was last found, valid while
+    // its scope stamp matches; what a call name resolved to, valid while no
+    // global proc was (re)defined.
+    mutable TscriptValue* slot = nullptr;
+    mutable std::uint64_t slotStamp = 0;
+    mutable const void* callTarget = nullptr;
+    mutable std::uint64_t callStamp = 0;
 };
 
 enum class TscriptStmtKind {

@@ -63,7 +63,7 @@ TscriptValue bWarning(Call& c) {
 }
 
 // error "text": stops the script with the script's own message.
-TscriptValue bError(Call& c) { throw TscriptError(joined(c), c.where); }
+TscriptValue bError(Call& c) { throw TscriptError(joined(c), c.where()); }
 
 TscriptValue bSize(Call& c) {
     c.expectCount(1, 1);
@@ -89,7 +89,7 @@ TscriptValue bEval(Call& c) {
             text += ' ';
         text += c[i].asString();
     }
-    return c.eval.evaluate(text, c.where);
+    return c.eval.evaluate(text, c.where());
 }
 
 TscriptValue bExists(Call& c) {
@@ -475,8 +475,9 @@ const TscriptBuiltin* findScriptBuiltin(const std::string& name) {
     return it == t.end() ? nullptr : &it->second;
 }
 
+TsourceLocation TscriptBuiltinCall::where() const { return eval.where(line); }
+
 void TscriptBuiltinCall::expectCount(size_t lo, size_t hi) const {
-    size_t n = args.size();
     if (n >= lo && n <= hi)
         return;
     std::string want = lo == hi ? std::to_string(lo) : std::to_string(lo) + " to " + std::to_string(hi);

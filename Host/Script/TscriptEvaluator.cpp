@@ -77,17 +77,16 @@ std::string describeVar(const TscriptExpr& e) {
 
 // ---------------------------------------------------------------- guards
 
-TscriptEvaluator::DepthGuard::DepthGuard(TscriptEvaluator& e, int line) : fE(e) {
-    if (++fE.fWalkDepth > kMaxWalkDepth) {
-        --fE.fWalkDepth;
-        fE.fail(line, "script nested too deeply (calls within calls, or expressions within expressions)");
-    }
+void TscriptEvaluator::tooDeep(int line) {
+    --fWalkDepth; // the guard that called this is not constructed
+    fail(line, "script nested too deeply (calls within calls, or expressions within expressions)");
 }
 
 TscriptEvaluator::FrameGuard::~FrameGuard() {
     while (fE.fLocals.size() > fLocals)
         fE.fLocals.pop_back();
     fE.fFrames.resize(fFrames);
+    ++fE.fStamp;
 }
 
 TscriptEvaluator::ScopeGuard::ScopeGuard(TscriptEvaluator& e) : fE(e), fLocals(e.fLocals.size()) {
@@ -95,6 +94,8 @@ TscriptEvaluator::ScopeGuard::ScopeGuard(TscriptEvaluator& e) : fE(e), fLocals(e
 }
 
 TscriptEvaluator::ScopeGuard::~ScopeGuard() {
+    if (fE.fLocals.size() > fLocals)
+        ++fE.fStamp;
     while (fE.fLocals.size() > fLocals)
         fE.fLocals.pop_back();
     fE.fFrames.back().scopes.pop_back();
@@ -133,14 +134,17 @@ TscriptValue TscriptEvaluator::evaluate(std::string_view source, const TsourceLo
 
 TscriptValue TscriptEvaluator::runUnit(const std::shared_ptr<TscriptUnit>& unit, bool echo) {
     for (const auto& s : unit->top.stmts)
-        if (s->kind == TscriptStmtKind::Proc && s->proc->global)
+        if (s->kind == TscriptStmtKind::Proc && s->proc->global) {
             fGlobalProcs[s->proc->name] = ProcRef{unit, s->proc.get()};
+            ++fProcStamp;
+        }
 
     FrameGuard guard(*this);
     Frame frame;
     frame.base = fLocals.size();
     frame.unit = unit;
     fFrames.push_back(std::move(frame));
+    ++fStamp;
 
     TscriptValue last;
     for (const auto& s : unit->top.stmts) {
@@ -199,12 +203,25 @@ TscriptValue* TscriptEvaluator::lookup(const std::string& name) {
     return nullptr;
 }
 
+TscriptValue* TscriptEvaluator::lookupCached(const TscriptExpr& var) {
+    if (var.slotStamp != fStamp) {
+        var.slot = lookup(var.name);
+        var.slotStamp = fStamp;
+    }
+    return var.slot;
+}
+
+void TscriptEvaluator::setGlobal(const std::string& name, TscriptValue value) {
+    fGlobals[name] = std::move(value);
+    ++fStamp;
+}
+
 TscriptValue* TscriptEvaluator::variableOf(const TscriptExpr& e) {
-    return e.kind == TscriptExprKind::Var ? lookup(e.name) : nullptr;
+    return e.kind == TscriptExprKind::Var ? lookupCached(e) : nullptr;
 }
 
 TscriptValue& TscriptEvaluator::variable(const TscriptExpr& var) {
-    TscriptValue* v = lookup(var.name);
+    TscriptValue* v = lookupCached(var);
     if (!v)
         fail(var.line, "undeclared variable $" + var.name);
     return *v;
@@ -215,6 +232,8 @@ TscriptValue& TscriptEvaluator::declare(const std::string& name, TscriptType typ
     bool topLevel = !f.proc && f.scopes.empty();
     if (global || topLevel) {
         auto [it, inserted] = fGlobals.try_emplace(name, scriptZero(type));
+        if (inserted)
+            ++fStamp;
         if (!inserted && it->second.type() != type)
             fail(line, "$" + name + " is already declared as " + scriptTypeName(it->second.type()) +
                            ", not " + scriptTypeName(type));
@@ -229,6 +248,7 @@ TscriptValue& TscriptEvaluator::declare(const std::string& name, TscriptType typ
                 return it->second;
             }
         fLocals.push_back(LocalVar{name, TscriptValue(), &it->second});
+        ++fStamp;
         return it->second;
     }
     size_t start = f.scopes.back();
@@ -243,6 +263,7 @@ TscriptValue& TscriptEvaluator::declare(const std::string& name, TscriptType typ
         return slot;
     }
     fLocals.push_back(LocalVar{name, scriptZero(type), nullptr});
+    ++fStamp;
     return fLocals.back().value;
 }
 
@@ -451,6 +472,8 @@ TscriptEvaluator::Flow TscriptEvaluator::execNode(const TscriptStmt& s) {
 const TscriptValue& TscriptEvaluator::evalRef(const TscriptExpr& e, TscriptValue& tmp) {
     if (e.kind == TscriptExprKind::Var)
         return variable(e);
+    if (e.kind == TscriptExprKind::Literal)
+        return e.value;
     tmp = eval(e);
     return tmp;
 }
@@ -479,7 +502,7 @@ TscriptValue TscriptEvaluator::evalNode(const TscriptExpr& e) {
         TscriptValue tmp;
         const TscriptValue& a = evalRef(*e.kids[0], tmp);
         try {
-            return scriptUnary(e.op, a);
+            return scriptUnary(e.opCode, a);
         } catch (const TscriptFault& f) {
             fail(e.line, f.message);
         }
@@ -493,14 +516,14 @@ TscriptValue TscriptEvaluator::evalNode(const TscriptExpr& e) {
         const TscriptValue& a = pure ? evalRef(*e.kids[0], ta) : (ta = eval(*e.kids[0]));
         const TscriptValue& b = evalRef(rhs, tb);
         try {
-            return scriptBinary(e.op, a, b);
+            return scriptBinary(e.opCode, a, b);
         } catch (const TscriptFault& f) {
             fail(e.line, f.message);
         }
     }
     case TscriptExprKind::Logical: {
         bool a = scriptTruthAt(*e.kids[0]);
-        if (e.op == "&&")
+        if (e.opCode == TscriptOp::And)
             return a ? TscriptValue(scriptTruthAt(*e.kids[1])) : TscriptValue(0);
         return a ? TscriptValue(1) : TscriptValue(scriptTruthAt(*e.kids[1]));
     }
@@ -577,14 +600,17 @@ TscriptValue TscriptEvaluator::readLvalue(const TscriptExpr& e) { return eval(e)
 
 void TscriptEvaluator::writeLvalue(const TscriptExpr& e, const TscriptValue& v, TscriptValue& stored) {
     if (e.kind == TscriptExprKind::Var) {
-        TscriptValue* slot = lookup(e.name);
+        TscriptValue* slot = lookupCached(e);
         if (!slot) {
             // Assigning to a new name declares it, with the type of the value.
             if (v.isNone())
                 fail(e.line, "cannot declare $" + e.name + " from a call that gives no value");
             slot = &declare(e.name, v.type(), false, e.line);
         }
-        *slot = scriptConvert(v, slot->type(), "$" + e.name);
+        if (slot->type() == v.type())
+            *slot = v;
+        else
+            *slot = scriptConvert(v, slot->type(), "$" + e.name);
         stored = *slot;
         return;
     }
@@ -633,16 +659,19 @@ void TscriptEvaluator::writeLvalue(const TscriptExpr& e, const TscriptValue& v, 
 TscriptValue TscriptEvaluator::evalAssign(const TscriptExpr& e) {
     const TscriptExpr& target = *e.kids[0];
     TscriptValue v;
-    if (e.op == "=") {
+    if (e.opCode == TscriptOp::None) {
         v = eval(*e.kids[1]);
+    } else if (target.kind == TscriptExprKind::Var) {
+        // The right side first, then the variable is read in place.
+        TscriptValue tmp;
+        const TscriptValue& rhs = evalRef(*e.kids[1], tmp);
+        TscriptValue rhsCopy;
+        const TscriptValue& r = &rhs == &tmp ? rhs : (rhsCopy = rhs);
+        v = scriptBinary(e.opCode, variable(target), r);
     } else {
         TscriptValue current = readLvalue(target);
         TscriptValue rhs = eval(*e.kids[1]);
-        try {
-            v = scriptBinary(e.op.substr(0, 1), current, rhs);
-        } catch (const TscriptFault& f) {
-            fail(e.line, f.message);
-        }
+        v = scriptBinary(e.opCode, current, rhs);
     }
     TscriptValue stored;
     try {
@@ -655,11 +684,26 @@ TscriptValue TscriptEvaluator::evalAssign(const TscriptExpr& e) {
 
 TscriptValue TscriptEvaluator::evalIncDec(const TscriptExpr& e, bool post) {
     const TscriptExpr& target = *e.kids[0];
+    if (target.kind == TscriptExprKind::Var) {
+        // The common loop step, done in place.
+        TscriptValue& slot = variable(target);
+        int step = e.opCode == TscriptOp::Inc ? 1 : -1;
+        if (slot.type() == TscriptType::Int) {
+            int old = slot.intRef();
+            slot.intRef() = static_cast<int>(static_cast<unsigned>(old) + static_cast<unsigned>(step));
+            return post ? old : slot.intRef();
+        }
+        if (slot.type() == TscriptType::Float) {
+            double old = slot.floatRef();
+            slot.floatRef() = old + step;
+            return post ? old : slot.floatRef();
+        }
+    }
     TscriptValue old = readLvalue(target);
     if (!old.isNumber())
         fail(e.line, "'" + e.op + "' needs an int or a float, not " + scriptTypeArticle(old.type()) +
                          describeVar(target));
-    TscriptValue next = scriptBinary(e.op == "++" ? "+" : "-", old, TscriptValue(1));
+    TscriptValue next = scriptBinary(e.opCode == TscriptOp::Inc ? TscriptOp::Add : TscriptOp::Sub, old, TscriptValue(1));
     TscriptValue stored;
     try {
         writeLvalue(target, next, stored);
@@ -710,30 +754,56 @@ TscriptValue TscriptEvaluator::evalArrayLiteral(const TscriptExpr& e) {
 
 TscriptValue TscriptEvaluator::evalCall(const TscriptExpr& e) {
     tick(e.line);
-    // A copy of the reference keeps the proc's text alive through the call,
-    // even if the call redefines it.
-    ProcRef proc;
-    if (findProc(e.name, proc))
-        return callProc(proc, e);
-    if (e.name == "catch" || e.name == "catchQuiet")
-        return callCatch(e, e.name == "catchQuiet");
-    if (const TscriptBuiltin* b = findScriptBuiltin(e.name)) {
-        std::vector<TscriptValue> temps(e.args.size());
-        std::vector<const TscriptValue*> args(e.args.size());
-        for (size_t i = 0; i < e.args.size(); ++i)
-            args[i] = &evalRef(*e.args[i].expr, temps[i]);
-        // A later argument may have re-read nothing but could not have moved
-        // any variable: locals live in a deque and globals in a node map.
-        TscriptBuiltinCall call{*this, e.name, args, e.args, where(e.line)};
-        try {
-            return (*b)(call);
-        } catch (const TscriptFault& f) {
-            fail(e.line, f.message);
-        }
+    // A name that resolved to a built-in stays one until a global proc is
+    // defined (procs come first, and may take a built-in's name).
+    const TscriptBuiltin* builtin = nullptr;
+    if (e.callStamp == fProcStamp && e.callTarget) {
+        builtin = static_cast<const TscriptBuiltin*>(e.callTarget);
+    } else {
+        // A copy of the reference keeps the proc's text alive through the
+        // call, even if the call redefines it.
+        ProcRef proc;
+        if (findProc(e.name, proc))
+            return callProc(proc, e);
+        if (e.name == "catch" || e.name == "catchQuiet")
+            return callCatch(e, e.name == "catchQuiet");
+        builtin = findScriptBuiltin(e.name);
+        e.callTarget = builtin;
+        e.callStamp = fProcStamp;
     }
+    if (builtin)
+        return callBuiltin(*builtin, e);
     if (fHost.hasCommand(e.name))
         return callCommand(e);
     fail(e.line, "unknown command or procedure '" + e.name + "'");
+}
+
+TscriptValue TscriptEvaluator::callBuiltin(const TscriptBuiltin& builtin, const TscriptExpr& e) {
+    // Arguments that are variables are passed in place. A later argument
+    // cannot move an earlier one's storage: locals live in a deque, globals
+    // in a node map.
+    constexpr size_t kInline = 4;
+    const size_t n = e.args.size();
+    TscriptValue inlineTemps[kInline];
+    const TscriptValue* inlineArgs[kInline];
+    std::vector<TscriptValue> heapTemps;
+    std::vector<const TscriptValue*> heapArgs;
+    TscriptValue* temps = inlineTemps;
+    const TscriptValue** args = inlineArgs;
+    if (n > kInline) {
+        heapTemps.resize(n);
+        heapArgs.resize(n);
+        temps = heapTemps.data();
+        args = heapArgs.data();
+    }
+    for (size_t i = 0; i < n; ++i)
+        args[i] = &evalRef(*e.args[i].expr, temps[i]);
+    TscriptBuiltinCall call{*this, e.name, args, n, e.args, e.line};
+    try {
+        return builtin(call);
+    } catch (const TscriptFault& f) {
+        fail(e.line, f.message);
+    }
 }
 
 TscriptValue TscriptEvaluator::callProc(const ProcRef& proc, const TscriptExpr& e) {
@@ -770,6 +840,7 @@ TscriptValue TscriptEvaluator::callProc(const ProcRef& proc, const TscriptExpr& 
     fFrames.push_back(std::move(frame));
     for (size_t i = 0; i < def.params.size(); ++i)
         fLocals.push_back(LocalVar{def.params[i].name, std::move(values[i]), nullptr});
+    ++fStamp;
 
     Flow f = execStatements(def.body);
     if (def.returnType == TscriptType::None)

@@ -25,11 +25,13 @@ class TscriptEvaluator;
 struct TscriptBuiltinCall {
     TscriptEvaluator& eval;
     const std::string& name;
-    const std::vector<const TscriptValue*>& args;
+    const TscriptValue* const* args;
+    size_t n;
     const std::vector<TscriptArgExpr>& exprs;
-    TsourceLocation where;
+    int line;
 
-    size_t count() const { return args.size(); }
+    TsourceLocation where() const;
+    size_t count() const { return n; }
     const TscriptValue& operator[](size_t i) const { return *args[i]; }
     [[noreturn]] void fail(const std::string& message) const { throw TscriptFault{name + ": " + message}; }
     void expectCount(size_t lo, size_t hi) const;
@@ -43,8 +45,8 @@ using TscriptBuiltin = TscriptValue (*)(TscriptBuiltinCall&);
 const TscriptBuiltin* findScriptBuiltin(const std::string& name);
 
 // Operators on values; throw TscriptFault.
-TscriptValue scriptBinary(const std::string& op, const TscriptValue& a, const TscriptValue& b);
-TscriptValue scriptUnary(const std::string& op, const TscriptValue& a);
+TscriptValue scriptBinary(TscriptOp op, const TscriptValue& a, const TscriptValue& b);
+TscriptValue scriptUnary(TscriptOp op, const TscriptValue& a);
 bool scriptTruth(const TscriptValue& v);
 // Converts for storing into a variable of `type`; `what` names the target.
 TscriptValue scriptConvert(const TscriptValue& v, TscriptType type, const std::string& what);
@@ -68,7 +70,8 @@ public:
     TscriptValue evaluate(std::string_view source, const TsourceLocation& where);
 
     TscriptHost& host() { return fHost; }
-    std::unordered_map<std::string, TscriptValue>& globals() { return fGlobals; }
+    const std::unordered_map<std::string, TscriptValue>& globals() const { return fGlobals; }
+    void setGlobal(const std::string& name, TscriptValue value);
     bool hasProc(const std::string& name) const;
     bool hasCallable(const std::string& name) const;
     void setInterruptFlag(const std::atomic<bool>* flag) { fInterrupt = flag; }
@@ -100,7 +103,10 @@ private:
         const TscriptProcDef* def = nullptr;
     };
     struct DepthGuard {
-        DepthGuard(TscriptEvaluator& e, int line);
+        DepthGuard(TscriptEvaluator& e, int line) : fE(e) {
+            if (++fE.fWalkDepth > kMaxWalkDepth)
+                fE.tooDeep(line);
+        }
         ~DepthGuard() { --fE.fWalkDepth; }
         TscriptEvaluator& fE;
     };
@@ -137,6 +143,7 @@ private:
     TscriptValue evalCall(const TscriptExpr& e);
     TscriptValue callProc(const ProcRef& proc, const TscriptExpr& e);
     TscriptValue callCommand(const TscriptExpr& e);
+    TscriptValue callBuiltin(const TscriptBuiltin& builtin, const TscriptExpr& e);
     TscriptValue callCatch(const TscriptExpr& e, bool quiet);
     TscriptValue evalArrayLiteral(const TscriptExpr& e);
 
@@ -147,12 +154,17 @@ private:
     int indexValue(const TscriptExpr& idx, const std::string& varName);
 
     TscriptValue* lookup(const std::string& name);
+    TscriptValue* lookupCached(const TscriptExpr& var);
     TscriptValue& declare(const std::string& name, TscriptType type, bool global, int line);
     bool findProc(const std::string& name, ProcRef& out) const;
     bool scriptTruthAt(const TscriptExpr& e);
     void tick(int line);
+    [[noreturn]] void tooDeep(int line);
 
+public:
     TsourceLocation where(int line) const;
+
+private:
     [[noreturn]] void fail(int line, const std::string& message) const;
 
     TscriptHost& fHost;
@@ -167,4 +179,8 @@ private:
     const std::atomic<bool>* fInterrupt = nullptr;
     std::uint64_t fStepLimit = 0;
     std::uint64_t fSteps = 0;
+    // Changes whenever the set of visible variables may change (frames,
+    // scopes, declarations), so a variable node's cached slot goes stale.
+    std::uint64_t fStamp = 1;
+    std::uint64_t fProcStamp = 1; // changes when a global proc is defined
 };

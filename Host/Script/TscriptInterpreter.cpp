@@ -15,11 +15,11 @@ TscriptValue TscriptInterpreter::evaluate(std::string_view source, const Tsource
 }
 
 void TscriptInterpreter::setGlobal(const std::string& name, TscriptValue value) {
-    fEval->globals()[name] = std::move(value);
+    fEval->setGlobal(name, std::move(value));
 }
 
 bool TscriptInterpreter::getGlobal(const std::string& name, TscriptValue& value) const {
-    auto& g = fEval->globals();
+    const auto& g = fEval->globals();
     auto it = g.find(name);
     if (it == g.end())
         return false;

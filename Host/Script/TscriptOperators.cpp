@@ -9,76 +9,81 @@ namespace {
 
 [[noreturn]] void fault(const std::string& message) { throw TscriptFault{message}; }
 
-std::string cannotTake(const std::string& op, TscriptType t) {
+std::string cannotTake(TscriptOp op, TscriptType t) {
+    std::string o = std::string("operator '") + scriptOpText(op) + "'";
     if (t == TscriptType::None)
-        return "operator '" + op + "' cannot take nothing (a call that gives no value)";
-    return "operator '" + op + "' cannot take " + scriptTypeArticle(t);
+        return o + " cannot take nothing (a call that gives no value)";
+    return o + " cannot take " + scriptTypeArticle(t);
 }
+
+const char* const kCrossOnly = "operator '^' is the cross product of two vectors; use pow() for powers";
 
 // Ints wrap around like the machine's, without undefined behaviour.
 int wrapAdd(int a, int b) { return static_cast<int>(static_cast<unsigned>(a) + static_cast<unsigned>(b)); }
 int wrapSub(int a, int b) { return static_cast<int>(static_cast<unsigned>(a) - static_cast<unsigned>(b)); }
 int wrapMul(int a, int b) { return static_cast<int>(static_cast<unsigned>(a) * static_cast<unsigned>(b)); }
 
-TscriptValue intArith(char op, int a, int b) {
+TscriptValue intArith(TscriptOp op, int a, int b) {
     switch (op) {
-    case '+': return wrapAdd(a, b);
-    case '-': return wrapSub(a, b);
-    case '*': return wrapMul(a, b);
-    case '/':
+    case TscriptOp::Add: return wrapAdd(a, b);
+    case TscriptOp::Sub: return wrapSub(a, b);
+    case TscriptOp::Mul: return wrapMul(a, b);
+    case TscriptOp::Div:
         if (b == 0)
             fault("integer division by zero");
         if (a == INT_MIN && b == -1)
             return INT_MIN;
         return a / b;
-    case '%':
+    case TscriptOp::Mod:
         if (b == 0)
             fault("integer modulo by zero");
         if (b == -1)
             return 0;
         return a % b;
+    default: return 0;
     }
-    return 0;
 }
 
-double floatArith(char op, double a, double b) {
+double floatArith(TscriptOp op, double a, double b) {
     switch (op) {
-    case '+': return a + b;
-    case '-': return a - b;
-    case '*': return a * b;
-    case '/': return a / b;
-    case '%': return std::fmod(a, b);
+    case TscriptOp::Add: return a + b;
+    case TscriptOp::Sub: return a - b;
+    case TscriptOp::Mul: return a * b;
+    case TscriptOp::Div: return a / b;
+    case TscriptOp::Mod: return std::fmod(a, b);
+    default: return 0;
     }
-    return 0;
 }
 
-TscriptValue vectorArith(const std::string& op, const TscriptValue& a, const TscriptValue& b) {
+TscriptValue vectorArith(TscriptOp op, const TscriptValue& a, const TscriptValue& b) {
     bool va = a.type() == TscriptType::Vector, vb = b.type() == TscriptType::Vector;
     TscriptVector x = a.asVector(), y = b.asVector();
-    if (op == "^") {
+    if (op == TscriptOp::Cross) {
         if (!va || !vb)
-            fault("operator '^' is the cross product of two vectors; use pow() for powers");
+            fault(kCrossOnly);
         return TscriptVector{x[1] * y[2] - x[2] * y[1], x[2] * y[0] - x[0] * y[2], x[0] * y[1] - x[1] * y[0]};
     }
-    if (op == "*" && va && vb)
+    if (op == TscriptOp::Mul && va && vb)
         return x[0] * y[0] + x[1] * y[1] + x[2] * y[2]; // dot product
-    if (op == "%")
+    if (op == TscriptOp::Mod)
         fault(cannotTake(op, TscriptType::Vector));
     TscriptVector r;
     for (int i = 0; i < 3; ++i)
-        r[i] = floatArith(op[0], x[i], y[i]);
+        r[i] = floatArith(op, x[i], y[i]);
     return r;
 }
 
-int compareValues(const std::string& op, const TscriptValue& a, const TscriptValue& b) {
-    if (a.type() == TscriptType::String && b.type() == TscriptType::String)
-        return a.stringRef().compare(b.stringRef());
+// -1, 0, 1, or 2 when unordered (NaN).
+int compareValues(TscriptOp op, const TscriptValue& a, const TscriptValue& b) {
+    if (a.type() == TscriptType::String && b.type() == TscriptType::String) {
+        int c = a.stringRef().compare(b.stringRef());
+        return c < 0 ? -1 : c > 0 ? 1 : 0;
+    }
     if (a.type() == TscriptType::Vector || b.type() == TscriptType::Vector)
-        fault("operator '" + op + "' cannot compare vectors; compare mag() of them");
+        fault(std::string("operator '") + scriptOpText(op) + "' cannot compare vectors; compare mag() of them");
     if (a.type() == TscriptType::Int && b.type() == TscriptType::Int)
         return a.intRef() < b.intRef() ? -1 : a.intRef() > b.intRef() ? 1 : 0;
     double x = a.asFloat(), y = b.asFloat();
-    // NaN compares unequal both ways, as in C.
     return x < y ? -1 : x > y ? 1 : (x == y ? 0 : 2);
 }
 
@@ -165,15 +170,16 @@ TscriptValue scriptConvert(const TscriptValue& v, TscriptType type, const std::s
     }
 }
 
-TscriptValue scriptUnary(const std::string& op, const TscriptValue& a) {
-    if (op == "!")
+TscriptValue scriptUnary(TscriptOp op, const TscriptValue& a) {
+    if (op == TscriptOp::Not)
         return !scriptTruth(a);
+    bool neg = op == TscriptOp::Neg;
     switch (a.type()) {
-    case TscriptType::Int: return op == "-" ? wrapSub(0, a.intRef()) : a.intRef();
-    case TscriptType::Float: return op == "-" ? -a.floatRef() : a.floatRef();
+    case TscriptType::Int: return neg ? wrapSub(0, a.intRef()) : a.intRef();
+    case TscriptType::Float: return neg ? -a.floatRef() : a.floatRef();
     case TscriptType::Vector: {
         TscriptVector v = a.vectorRef();
-        if (op == "-")
+        if (neg)
             v = {-v[0], -v[1], -v[2]};
         return v;
     }
@@ -181,39 +187,68 @@ TscriptValue scriptUnary(const std::string& op, const TscriptValue& a) {
     }
 }
 
-TscriptValue scriptBinary(const std::string& op, const TscriptValue& a, const TscriptValue& b) {
-    if (op == "==" || op == "!=") {
+TscriptValue scriptBinary(TscriptOp op, const TscriptValue& a, const TscriptValue& b) {
+    TscriptType ta = a.type(), tb = b.type();
+    // The common cases first: two ints, two floats.
+    if (ta == TscriptType::Int && tb == TscriptType::Int) {
+        int x = a.intRef(), y = b.intRef();
+        switch (op) {
+        case TscriptOp::Eq: return x == y;
+        case TscriptOp::Ne: return x != y;
+        case TscriptOp::Lt: return x < y;
+        case TscriptOp::Le: return x <= y;
+        case TscriptOp::Gt: return x > y;
+        case TscriptOp::Ge: return x >= y;
+        case TscriptOp::Cross: fault(kCrossOnly);
+        default: return intArith(op, x, y);
+        }
+    }
+    if (a.isNumber() && b.isNumber()) {
+        double x = a.asFloat(), y = b.asFloat();
+        switch (op) {
+        case TscriptOp::Eq: return x == y;
+        case TscriptOp::Ne: return x != y;
+        case TscriptOp::Lt: return x < y;
+        case TscriptOp::Le: return x <= y;
+        case TscriptOp::Gt: return x > y;
+        case TscriptOp::Ge: return x >= y;
+        case TscriptOp::Cross: fault(kCrossOnly);
+        default: return floatArith(op, x, y);
+        }
+    }
+    if (op == TscriptOp::Eq || op == TscriptOp::Ne) {
         if (a.isNone() || b.isNone())
             fault(cannotTake(op, TscriptType::None));
         bool eq = equalValues(a, b);
-        return op == "==" ? eq : !eq;
+        return op == TscriptOp::Eq ? eq : !eq;
     }
     if (a.isArray() || a.isNone())
-        fault(cannotTake(op, a.type()));
+        fault(cannotTake(op, ta));
     if (b.isArray() || b.isNone())
-        fault(cannotTake(op, b.type()));
-    if (op == "<" || op == "<=" || op == ">" || op == ">=") {
+        fault(cannotTake(op, tb));
+    switch (op) {
+    case TscriptOp::Lt:
+    case TscriptOp::Le:
+    case TscriptOp::Gt:
+    case TscriptOp::Ge: {
         int c = compareValues(op, a, b);
         if (c == 2)
             return 0;
-        if (op == "<")
+        if (op == TscriptOp::Lt)
             return c < 0;
-        if (op == "<=")
+        if (op == TscriptOp::Le)
             return c <= 0;
-        if (op == ">")
+        if (op == TscriptOp::Gt)
             return c > 0;
         return c >= 0;
     }
-    bool sa = a.type() == TscriptType::String, sb = b.type() == TscriptType::String;
-    if (op == "+" && (sa || sb))
+    default:
+        break;
+    }
+    bool sa = ta == TscriptType::String, sb = tb == TscriptType::String;
+    if (op == TscriptOp::Add && (sa || sb))
         return a.asString() + b.asString();
     if (sa || sb)
         fault(cannotTake(op, TscriptType::String));
-    if (a.type() == TscriptType::Vector || b.type() == TscriptType::Vector)
-        return vectorArith(op, a, b);
-    if (op == "^")
-        fault("operator '^' is the cross product of two vectors; use pow() for powers");
-    if (a.type() == TscriptType::Int && b.type() == TscriptType::Int)
-        return intArith(op[0], a.intRef(), b.intRef());
-    return floatArith(op[0], a.asFloat(), b.asFloat());
+    return vectorArith(op, a, b);
 }

@@ -74,6 +74,43 @@ std::string scriptTypeArticle(TscriptType t) {
     }
 }
 
+TscriptOp scriptOpCode(const std::string& t) {
+    static const std::pair<const char*, TscriptOp> codes[] = {
+        {"+", TscriptOp::Add},  {"-", TscriptOp::Sub},   {"*", TscriptOp::Mul},  {"/", TscriptOp::Div},
+        {"%", TscriptOp::Mod},  {"^", TscriptOp::Cross}, {"==", TscriptOp::Eq},  {"!=", TscriptOp::Ne},
+        {"<", TscriptOp::Lt},   {"<=", TscriptOp::Le},   {">", TscriptOp::Gt},   {">=", TscriptOp::Ge},
+        {"&&", TscriptOp::And}, {"||", TscriptOp::Or},   {"!", TscriptOp::Not},  {"++", TscriptOp::Inc},
+        {"--", TscriptOp::Dec}, {"+=", TscriptOp::Add},  {"-=", TscriptOp::Sub}, {"*=", TscriptOp::Mul},
+        {"/=", TscriptOp::Div}};
+    for (const auto& [text, code] : codes)
+        if (t == text)
+            return code;
+    return TscriptOp::None;
+}
+
+const char* scriptOpText(TscriptOp op) {
+    switch (op) {
+    case TscriptOp::Add: case TscriptOp::Plus: return "+";
+    case TscriptOp::Sub: case TscriptOp::Neg: return "-";
+    case TscriptOp::Mul: return "*";
+    case TscriptOp::Div: return "/";
+    case TscriptOp::Mod: return "%";
+    case TscriptOp::Cross: return "^";
+    case TscriptOp::Eq: return "==";
+    case TscriptOp::Ne: return "!=";
+    case TscriptOp::Lt: return "<";
+    case TscriptOp::Le: return "<=";
+    case TscriptOp::Gt: return ">";
+    case TscriptOp::Ge: return ">=";
+    case TscriptOp::And: return "&&";
+    case TscriptOp::Or: return "||";
+    case TscriptOp::Not: return "!";
+    case TscriptOp::Inc: return "++";
+    case TscriptOp::Dec: return "--";
+    default: return "=";
+    }
+}
+
 TscriptParser::NestGuard::NestGuard(TscriptParser& p) : fP(p) {
     if (++fP.fNesting > kMaxNesting) {
         --fP.fNesting;
@@ -726,6 +763,7 @@ TscriptExprPtr TscriptParser::parseAssign() {
     kids.push_back(std::move(rhs));
     auto e = node(TscriptExprKind::Assign, line, std::move(kids));
     e->op = op;
+    e->opCode = scriptOpCode(op);
     return e;
 }
 
@@ -764,6 +802,7 @@ TscriptExprPtr TscriptParser::parseBinaryLevel(int level) {
         lhs = node(op == "&&" || op == "||" ? TscriptExprKind::Logical : TscriptExprKind::Binary, line,
                    std::move(kids));
         lhs->op = op;
+        lhs->opCode = scriptOpCode(op);
     }
     return lhs;
 }
@@ -782,6 +821,7 @@ TscriptExprPtr TscriptParser::parseUnary() {
             kids.push_back(std::move(operand));
             auto e = node(TscriptExprKind::PreIncDec, line, std::move(kids));
             e->op = op;
+            e->opCode = scriptOpCode(op);
             return e;
         }
         // Fold a sign into a number literal, so -2147483648 stays an int.
@@ -796,6 +836,7 @@ TscriptExprPtr TscriptParser::parseUnary() {
         kids.push_back(std::move(operand));
         auto e = node(TscriptExprKind::Unary, line, std::move(kids));
         e->op = op;
+        e->opCode = op == "-" ? TscriptOp::Neg : op == "+" ? TscriptOp::Plus : TscriptOp::Not;
         return e;
     }
     return parsePostfix(parsePrimary());
@@ -828,6 +869,7 @@ TscriptExprPtr TscriptParser::parsePostfix(TscriptExprPtr base) {
             kids.push_back(std::move(base));
             base = node(TscriptExprKind::PostIncDec, line, std::move(kids));
             base->op = fCur.text;
+            base->opCode = scriptOpCode(fCur.text);
             advance();
         } else {
             return base;
