@@ -252,8 +252,11 @@ class TdeleteAttrCmd : public TsceneCommand {
             fail("'" + a->name() + "' is not an attribute added to " + node->name() + " and cannot be deleted");
         auto holder = std::make_shared<std::unique_ptr<Tattribute>>();
         auto links = std::make_shared<std::vector<std::pair<std::string, std::string>>>();
+        auto value = std::make_shared<std::shared_ptr<TplugSnapshot>>();
         perform(
-            [node, a, holder, links] {
+            [node, a, holder, links, value] {
+                // The value goes back with the attribute on undo.
+                *value = a->isElementOfArray() ? nullptr : std::make_shared<TplugSnapshot>(Tplug(node, a));
                 links->clear();
                 for (auto& [k, src] : node->inputConnections())
                     if (k.attr == a->index()) links->emplace_back(src.name(), Tplug(node, a, k.index).name());
@@ -261,8 +264,9 @@ class TdeleteAttrCmd : public TsceneCommand {
                     if (k.attr == a->index()) links->emplace_back(Tplug(node, a, k.index).name(), dst.name());
                 *holder = node->removeAttribute(a);
             },
-            [node, holder, links] {
+            [node, holder, links, value] {
                 node->addAttribute(std::move(*holder));
+                if (*value) (*value)->restore();
                 TdependGraph& g = TdependGraph::current();
                 for (auto& [s, d] : *links) g.connect(parsePlug(g, s), parsePlug(g, d), true);
             });

@@ -39,8 +39,22 @@ protected:
         for (const std::string& n : db.objects()) out.push_back(transformOf(graph(), n, commandName()));
         return out;
     }
+    // `move x y z [objects]`: the numbers come first, then the objects or, with none, the selection.
+    static void valuesThenObjects(Tsyntax& s) {
+        s.setObjectKind(Tsyntax::ObjectKind::None);
+        s.setValueArguments(3);
+    }
+    std::vector<Ttransform*> trailingTransforms(const TargDatabase& db) {
+        std::vector<Ttransform*> out;
+        for (std::size_t i = 3; i < db.valueCount(); ++i)
+            out.push_back(transformOf(graph(), db.valueString(i), commandName()));
+        if (db.valueCount() == 3)
+            for (TdependNode* n : model().activeList()) out.push_back(transformOf(graph(), n->name(), commandName()));
+        if (out.empty()) fail("no object given or selected");
+        return out;
+    }
     T4dDblVector vectorValues(const TargDatabase& db) {
-        if (db.valueCount() != 3) fail("expected three values x y z, got " + std::to_string(db.valueCount()));
+        if (db.valueCount() < 3) fail("expected three values x y z, got " + std::to_string(db.valueCount()));
         return {db.valueDouble(0), db.valueDouble(1), db.valueDouble(2)};
     }
 };
@@ -50,14 +64,12 @@ class TmoveCmd : public TxformBase {
         s.addFlag("r", "relative", {});
         s.addFlag("a", "absolute", {});
         s.addFlag("ls", "localSpace", {});
-        s.setObjectKind(Tsyntax::ObjectKind::Objects, 1);
-        s.useSelectionAsDefault(true);
-        s.setValueArguments(3, 3);
+        valuesThenObjects(s);
     }
     int run(const TargDatabase& db) override {
         T4dDblVector v = vectorValues(db);
         auto* vs = Ttransform::sVsData();
-        for (Ttransform* t : transforms(db)) {
+        for (Ttransform* t : trailingTransforms(db)) {
             T4dDblMatrix pw = parentWorld(t);
             T4dDblVector current = read(t, vs->translate);
             T4dDblVector next;
@@ -75,14 +87,12 @@ class TrotateCmd : public TxformBase {
     void makeSyntax(Tsyntax& s) override {
         s.addFlag("r", "relative", {});
         s.addFlag("a", "absolute", {});
-        s.setObjectKind(Tsyntax::ObjectKind::Objects, 1);
-        s.useSelectionAsDefault(true);
-        s.setValueArguments(3, 3);
+        valuesThenObjects(s);
     }
     int run(const TargDatabase& db) override {
         T4dDblVector v = vectorValues(db);
         auto* vs = Ttransform::sVsData();
-        for (Ttransform* t : transforms(db))
+        for (Ttransform* t : trailingTransforms(db))
             write(t, vs->rotate, db.isFlagSet("relative") ? read(t, vs->rotate) + v : v);
         return 0;
     }
@@ -92,14 +102,12 @@ class TscaleCmd : public TxformBase {
     void makeSyntax(Tsyntax& s) override {
         s.addFlag("r", "relative", {});
         s.addFlag("a", "absolute", {});
-        s.setObjectKind(Tsyntax::ObjectKind::Objects, 1);
-        s.useSelectionAsDefault(true);
-        s.setValueArguments(3, 3);
+        valuesThenObjects(s);
     }
     int run(const TargDatabase& db) override {
         T4dDblVector v = vectorValues(db);
         auto* vs = Ttransform::sVsData();
-        for (Ttransform* t : transforms(db)) {
+        for (Ttransform* t : trailingTransforms(db)) {
             T4dDblVector s = read(t, vs->scale);
             write(t, vs->scale, db.isFlagSet("relative") ? T4dDblVector{s.x * v.x, s.y * v.y, s.z * v.z} : v);
         }
