@@ -22,21 +22,12 @@ bool replay(TcommandEngine& engine, const std::string& command, bool forward) {
     }
 }
 
-// Undo and redo change nothing while a chunk is still collecting commands:
-// the queue's last step would not be the last thing done.
-bool chunkIsOpen(TcommandEngine& engine, const std::string& command) {
-    if (engine.undoManager().pendingCount() == 0) return false;
-    engine.displayWarning(command + ": an undo chunk is open; close it first (undoInfo -closeChunk)");
-    return true;
-}
-
 class TundoAction : public TmetaCommand {
 public:
     using TmetaCommand::TmetaCommand;
     int doIt(const TargList& args) override {
         TargDatabase db(Tsyntax{}, args);
         TcommandEngine& engine = TcommandEngine::current();
-        if (chunkIsOpen(engine, "undo")) return 0;
         if (!replay(engine, "undo", false)) engine.displayWarning("undo: nothing to undo");
         return 0;
     }
@@ -48,7 +39,6 @@ public:
     int doIt(const TargList& args) override {
         TargDatabase db(Tsyntax{}, args);
         TcommandEngine& engine = TcommandEngine::current();
-        if (chunkIsOpen(engine, "redo")) return 0;
         if (!replay(engine, "redo", true)) engine.displayWarning("redo: nothing to redo");
         return 0;
     }

@@ -1,24 +1,61 @@
 #include "Host/Command/TundoManager.h"
 
-void TundoManager::openChunk(const std::string& name) {
+#include <algorithm>
+
+namespace {
+
+struct ReplayGuard {
+    bool& flag;
+    explicit ReplayGuard(bool& f) : flag(f) { flag = true; }
+    ~ReplayGuard() { flag = false; }
+};
+
+} // namespace
+
+TundoChunk::TundoChunk(std::string name, std::vector<std::unique_ptr<TcommandObject>> commands)
+    : fName(std::move(name)), fCommands(std::move(commands)) {
+    setOkayForUndo(true, 0);
+}
+
+int TundoChunk::undoIt() {
+    for (auto it = fCommands.rbegin(); it != fCommands.rend(); ++it) {
+        if (int status = (*it)->undoIt()) return status;
+        (*it)->setUndone(true);
+    }
+    setUndone(true);
+    return 0;
+}
+
+int TundoChunk::redoIt() {
+    for (auto& command : fCommands) {
+        if (int status = command->redoIt()) return status;
+        command->setUndone(false);
+    }
+    setUndone(false);
+    return 0;
+}
+
+void TundoManager::open(const std::string& name) {
     if (fDepth == 0) {
         fOpen = Chunk{};
         fExplicitName = false;
+        fLevels.clear();
     }
+    fLevels.push_back(Level{fOpen.commands.size(), name});
+    ++fDepth;
+}
+
+void TundoManager::openChunk(const std::string& name) {
+    open(name);
     if (!name.empty() && !fExplicitName) {
         fOpen.name = name;
         fExplicitName = true;
     }
-    ++fDepth;
 }
 
 void TundoManager::beginCommandGroup(const TargList& call) {
-    if (fDepth == 0) {
-        fOpen = Chunk{};
-        fExplicitName = false;
-    }
+    open({});
     fGroupCall = &call;
-    ++fDepth;
 }
 
 void TundoManager::endCommandGroup() {
@@ -28,12 +65,33 @@ void TundoManager::endCommandGroup() {
 
 bool TundoManager::closeChunk() {
     if (fDepth == 0) return false;
-    if (--fDepth == 0 && !fOpen.commands.empty()) commit(std::move(fOpen));
-    if (fDepth == 0) {
+    fLevels.pop_back();
+    if (--fDepth == 0) {
+        if (!fOpen.commands.empty()) commit(std::move(fOpen));
         fOpen = Chunk{};
         fGroupCall = nullptr;
     }
     return true;
+}
+
+TcommandObject* TundoManager::closeAndReturnChunk() {
+    if (fDepth == 0) return nullptr;
+    const Level level = fLevels.back();
+    const std::size_t start = std::min(level.start, fOpen.commands.size());
+    std::vector<std::unique_ptr<TcommandObject>> inner;
+    for (std::size_t i = start; i < fOpen.commands.size(); ++i)
+        inner.push_back(std::move(fOpen.commands[i]));
+    fOpen.commands.resize(start);
+    TcommandObject* result = nullptr;
+    if (!inner.empty()) {
+        std::string name = level.name.empty() ? inner.front()->commandString() : level.name;
+        auto chunk = std::make_unique<TundoChunk>(std::move(name), std::move(inner));
+        chunk->setStored(true);
+        result = chunk.get();
+        fOpen.commands.push_back(std::move(chunk));
+    }
+    closeChunk();
+    return result;
 }
 
 bool TundoManager::storeCommand(std::unique_ptr<TcommandObject> command) {
@@ -55,6 +113,7 @@ bool TundoManager::storeCommand(std::unique_ptr<TcommandObject> command) {
     Chunk chunk;
     chunk.name = command->commandString();
     chunk.commands.push_back(std::move(command));
+    fRedo.clear();
     commit(std::move(chunk));
     return true;
 }
@@ -66,8 +125,8 @@ bool TundoManager::storeCommand(TcommandObject* command) {
 
 void TundoManager::commit(Chunk chunk) {
     if (chunk.name.empty() && !chunk.commands.empty()) chunk.name = chunk.commands.front()->commandString();
+    // Not the redo queue: what a closing chunk holds may be redone steps.
     fUndo.push_back(std::move(chunk));
-    fRedo.clear();
     trim();
 }
 
@@ -76,19 +135,22 @@ void TundoManager::trim() {
         fUndo.pop_front();
 }
 
-namespace {
-struct ReplayGuard {
-    bool& flag;
-    explicit ReplayGuard(bool& f) : flag(f) { flag = true; }
-    ~ReplayGuard() { flag = false; }
-};
-} // namespace
-
 bool TundoManager::undo() {
-    if (fUndo.empty() || fReplaying) return false;
+    if (fReplaying) return false;
+    Chunk chunk;
+    if (!fOpen.commands.empty()) {
+        chunk.commands.push_back(std::move(fOpen.commands.back()));
+        fOpen.commands.pop_back();
+        chunk.name = chunk.commands.front()->commandString();
+        for (Level& level : fLevels)
+            level.start = std::min(level.start, fOpen.commands.size());
+    } else if (!fUndo.empty()) {
+        chunk = std::move(fUndo.back());
+        fUndo.pop_back();
+    } else {
+        return false;
+    }
     ReplayGuard guard(fReplaying);
-    Chunk chunk = std::move(fUndo.back());
-    fUndo.pop_back();
     for (auto it = chunk.commands.rbegin(); it != chunk.commands.rend(); ++it) {
         try {
             int status = (*it)->undoIt();
@@ -118,12 +180,19 @@ bool TundoManager::redo() {
         }
         command->setUndone(false);
     }
-    fUndo.push_back(std::move(chunk));
-    trim();
+    if (fDepth > 0) {
+        if (fOpen.commands.empty() && !fExplicitName) fOpen.name = chunk.name;
+        for (auto& command : chunk.commands)
+            fOpen.commands.push_back(std::move(command));
+    } else {
+        fUndo.push_back(std::move(chunk));
+        trim();
+    }
     return true;
 }
 
 std::string TundoManager::undoName() const {
+    if (!fOpen.commands.empty()) return fOpen.commands.back()->commandString();
     return fUndo.empty() ? std::string() : fUndo.back().name;
 }
 
@@ -150,4 +219,6 @@ void TundoManager::flush() {
     fUndo.clear();
     fRedo.clear();
     fOpen.commands.clear();
+    for (Level& level : fLevels)
+        level.start = 0;
 }

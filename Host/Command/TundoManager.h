@@ -11,6 +11,21 @@
 #include <string>
 #include <vector>
 
+// Commands that go back and forth together, as one command.
+class TundoChunk : public TcommandObject {
+public:
+    TundoChunk(std::string name, std::vector<std::unique_ptr<TcommandObject>> commands);
+    int doIt(const TargList&) override { return 0; }
+    int undoIt() override; // newest first
+    int redoIt() override; // in the order they first ran
+    std::string commandString() const override { return fName; }
+    std::size_t size() const { return fCommands.size(); }
+
+private:
+    std::string fName;
+    std::vector<std::unique_ptr<TcommandObject>> fCommands;
+};
+
 class TundoManager {
 public:
     static constexpr std::size_t kInfinite = std::numeric_limits<std::size_t>::max();
@@ -24,14 +39,20 @@ public:
     // after the top-level command that stored into it first.
     void openChunk(const std::string& name = {});
     void openChunk(const TargList& args) { openChunk(args.toString()); }
+    // False when no chunk was open.
+    bool closeChunk();
+    // Closes the innermost chunk and gives what was stored since it opened as
+    // one command, which then stands in the queue (or in the enclosing chunk)
+    // as a single entry: a following undo takes back exactly that. The queue
+    // keeps ownership. Null when nothing was stored.
+    TcommandObject* closeAndReturnChunk();
+    std::size_t openDepth() const { return fDepth; }
+
     // The engine's own group around one top-level call. The call's text is
     // only made when something is stored, so `call` must live until the
     // matching endCommandGroup.
     void beginCommandGroup(const TargList& call);
     void endCommandGroup();
-    // False when no chunk was open.
-    bool closeChunk();
-    std::size_t openDepth() const { return fDepth; }
 
     // Takes the command into the queue (into the open chunk, or as a chunk of
     // its own). Returns false, and drops the command, when undo is off.
@@ -45,17 +66,21 @@ public:
     // is not stored again.
     bool isReplaying() const { return fReplaying; }
 
+    // Undo takes back the newest entry: while a chunk is open and holds
+    // commands, its last command; otherwise the last closed chunk. Redo runs
+    // the last undone step again (into the open chunk, if one is open).
     // Each gives false when there was nothing to do. A command that fails to
-    // undo or redo throws; its chunk is dropped with the whole redo queue,
+    // undo or redo throws; its step is dropped with the whole redo queue,
     // since what follows it can no longer be trusted.
     bool undo();
     bool redo();
 
-    bool canUndo() const { return !fUndo.empty(); }
+    bool canUndo() const { return !fOpen.commands.empty() || !fUndo.empty(); }
     bool canRedo() const { return !fRedo.empty(); }
-    // Names of the chunks undo and redo would act on; empty when none.
+    // Names of the steps undo and redo would act on; empty when none.
     std::string undoName() const;
     std::string redoName() const;
+    // Closed chunks only.
     std::size_t undoCount() const { return fUndo.size(); }
     std::size_t redoCount() const { return fRedo.size(); }
     // Commands waiting in the open chunk.
@@ -79,13 +104,20 @@ private:
         std::string name;
         std::vector<std::unique_ptr<TcommandObject>> commands;
     };
+    // Where a chunk opened inside the outermost one starts, and its name.
+    struct Level {
+        std::size_t start = 0;
+        std::string name;
+    };
 
+    void open(const std::string& name);
     void commit(Chunk chunk);
     void trim();
 
     std::deque<Chunk> fUndo;  // oldest first
     std::vector<Chunk> fRedo; // next to redo last
     Chunk fOpen;
+    std::vector<Level> fLevels; // one per open chunk, outermost first
     std::size_t fDepth = 0;
     bool fExplicitName = false;
     bool fReplaying = false;

@@ -165,16 +165,58 @@ TEST_F(CommandUndo, ChunksUndoAsOneStepInReverseOrder) {
     EXPECT_EQ(err.str(), "// Warning: undoInfo: no undo chunk is open //\n");
 }
 
-TEST_F(CommandUndo, UndoWaitsWhileAChunkCollects) {
+TEST_F(CommandUndo, UndoInsideAnOpenChunkTakesBackItsLastCommand) {
     run("setValue", {"1"});
     run("undoInfo", {"-ock"});
     run("setValue", {"2"});
+    run("setValue", {"3"});
+    EXPECT_EQ(run("undoInfo", {"-q", "-un"}), TscriptValue("setValue \"3\""));
     run("undo", {});
     EXPECT_EQ(gScene.value, 2);
-    EXPECT_NE(err.str().find("undo: an undo chunk is open"), std::string::npos);
+    run("redo", {});
+    EXPECT_EQ(gScene.value, 3);
+    run("undo", {});
     run("undoInfo", {"-cck"});
+    // The chunk closes with what is left in it.
+    EXPECT_EQ(queue().undoCount(), 2u);
     run("undo", {});
     EXPECT_EQ(gScene.value, 1);
+}
+
+TEST_F(CommandUndo, AReturnedChunkIsOneEntryTheCommandCanTakeBack) {
+    // Makes a copy inside a chunk of its own, and takes the copy back when told
+    // to, as a command that checks what it made would.
+    struct Copy : TcommandObject {
+        int doIt(const TargList& args) override {
+            TcommandEngine& engine = TcommandEngine::current();
+            TundoManager& queue = engine.undoManager();
+            queue.openChunk();
+            engine.run("setValue", {"7"});
+            engine.run("setValue", {"8"});
+            TcommandObject* chunk = queue.closeAndReturnChunk();
+            if (!chunk || chunk->commandString() != "setValue \"7\"") return 1;
+            if (args.length() > 0) engine.run("undo", {});
+            return 0;
+        }
+    };
+    engine.registerCommand<Copy>("copy");
+    run("setValue", {"1"});
+    run("copy", {"reject"});
+    EXPECT_EQ(gScene.value, 1); // both steps of the copy went back together
+    EXPECT_EQ(queue().undoCount(), 1u);
+
+    run("copy", {});
+    EXPECT_EQ(gScene.value, 8);
+    EXPECT_EQ(queue().undoName(), "copy");
+    gScene.log.clear();
+    run("undo", {});
+    EXPECT_EQ(gScene.log, (std::vector<std::string>{"undo 8", "undo 7"}));
+    EXPECT_EQ(gScene.value, 1);
+
+    // Nothing stored: nothing to return.
+    queue().openChunk();
+    EXPECT_EQ(queue().closeAndReturnChunk(), nullptr);
+    EXPECT_EQ(queue().closeAndReturnChunk(), nullptr); // none open
 }
 
 TEST_F(CommandUndo, CommandsRunInsideACommandJoinItsStep) {
