@@ -70,6 +70,17 @@ inline void gridSpace(const TvoxelGrid& g, double px, double py, double pz, doub
     out[2] = g.dz != 0 ? (pz - g.originZ()) / g.dz - 0.5 : 0.0;
 }
 
+// Space for a staggered component read at points in the fluid's grid space.
+inline Space componentSpace(const TvoxelGrid& fluid, const unsigned char* occ, const TvoxelGrid& comp, const float* a,
+                            int dims) {
+    Space s{{int(comp.nx), int(comp.ny), int(comp.nz)},    {comp.bounds[0], comp.bounds[1], comp.bounds[2]},
+            {int(fluid.nx), int(fluid.ny), int(fluid.nz)}, {fluid.bounds[0], fluid.bounds[1], fluid.bounds[2]},
+            a,                                             occ,
+            dims};
+    if (dims == 2) s.r[2] = s.fr[2] = 1;
+    return s;
+}
+
 // Axis of a staggered component, told by which resolution exceeds the fluid's; -1 for none.
 inline int componentAxis(const TvoxelGrid& fluid, const TvoxelGrid& comp) {
     if (comp.nx > fluid.nx) return 0;

@@ -19,6 +19,13 @@ template <class F> void withKind(const TgridInterpolator* in, F&& f) {
     else f(*in);
 }
 
+// The kinds known here expose their sampling kernel: the three components
+// then share one conversion of the point to grid space, with the same
+// arithmetic as interpVectorComponent.
+template <class I> constexpr bool hasKernel = requires(const interp_detail::Space& s, const double* g) {
+    I::kernel(s, g, 0, g);
+};
+
 template <class I>
 T3dFltPoint traceT(const I& in, const Tfluid& f, const TvelocityGrid& vel, const T3dFltPoint& p, double dt, float fr,
                    bool prev) {
@@ -27,6 +34,23 @@ T3dFltPoint traceT(const I& in, const Tfluid& f, const TvelocityGrid& vel, const
     const bool grid = vel.usesGrid();
     const TbuffFloatFluidGrid &U = vel.gridU(), &V = vel.gridV(), &W = vel.gridW();
     auto velocityAt = [&](const T3dFltPoint& q, double out[3]) {
+        if constexpr (hasKernel<I>) {
+            if (grid) {
+                const interp_detail::Space s[3] = {
+                    interp_detail::componentSpace(f, occ, U, prev ? U.prevArray() : U.array(), 3),
+                    interp_detail::componentSpace(f, occ, V, prev ? V.prevArray() : V.array(), 3),
+                    interp_detail::componentSpace(f, occ, W, prev ? W.prevArray() : W.array(), 3)};
+                const double frs[3] = {fr, fr, fr};
+                double g[3];
+                interp_detail::gridSpace(f, q.x, q.y, q.z, g);
+                for (int a = 0; a < 3; ++a) {
+                    double ga[3] = {g[0], g[1], g[2]};
+                    ga[a] += 0.5;
+                    out[a] = double(float(I::kernel(s[a], ga, a, frs))) * vel.velocityScale[a];
+                }
+                return;
+            }
+        }
         if (grid) {
             out[0] = double(in.interpVectorComponent(f, occ, q, fv, U, prev ? U.prevArray() : nullptr)) * vel.velocityScale[0];
             out[1] = double(in.interpVectorComponent(f, occ, q, fv, V, prev ? V.prevArray() : nullptr)) * vel.velocityScale[1];
