@@ -116,11 +116,11 @@ bool TscriptEvaluator::run(std::string_view source, const std::string& fileName,
         if (!e.reported())
             fHost.error(e.where(), e.what());
     } catch (const TscriptFault& f) {
-        fHost.error({fileName, 0}, f.message);
+        fHost.error({fileName, fLine}, f.message);
     } catch (const std::bad_alloc&) {
-        fHost.error({fileName, 0}, "out of memory");
+        fHost.error({fileName, fLine}, "out of memory");
     } catch (const std::exception& e) {
-        fHost.error({fileName, 0}, e.what());
+        fHost.error({fileName, fLine}, e.what());
     }
     return false;
 }
@@ -129,7 +129,17 @@ TscriptValue TscriptEvaluator::evaluate(std::string_view source, const TsourceLo
     if (fFrames.empty())
         fSteps = 0;
     TscriptParser parser(source, where.file, where.line > 0 ? where.line : 1);
-    return runUnit(parser.parse(), false);
+    try {
+        return runUnit(parser.parse(), false);
+    } catch (const TscriptError&) {
+        throw;
+    } catch (const TscriptFault& f) {
+        throw TscriptError(f.message, {where.file, fLine});
+    } catch (const std::bad_alloc&) {
+        throw TscriptError("out of memory", {where.file, fLine});
+    } catch (const std::exception& e) {
+        throw TscriptError(e.what(), {where.file, fLine});
+    }
 }
 
 TscriptValue TscriptEvaluator::runUnit(const std::shared_ptr<TscriptUnit>& unit, bool echo) {
@@ -148,6 +158,7 @@ TscriptValue TscriptEvaluator::runUnit(const std::shared_ptr<TscriptUnit>& unit,
 
     TscriptValue last;
     for (const auto& s : unit->top.stmts) {
+        fLine = s->line;
         if (s->kind == TscriptStmtKind::Expr) {
             last = eval(*s->expr);
             if (echo && s->isCall && !last.isNone())
@@ -359,6 +370,7 @@ void TscriptEvaluator::execDecl(const TscriptStmt& s) {
 
 TscriptEvaluator::Flow TscriptEvaluator::exec(const TscriptStmt& s) {
     DepthGuard depth(*this, s.line);
+    fLine = s.line;
     try {
         return execNode(s);
     } catch (const TscriptFault& f) {
@@ -372,7 +384,11 @@ TscriptEvaluator::Flow TscriptEvaluator::execNode(const TscriptStmt& s) {
     case TscriptStmtKind::Proc:
         return Flow::Normal;
     case TscriptStmtKind::Expr:
-        eval(*s.expr);
+        // An assignment as a statement: its value is not wanted, so not copied.
+        if (s.expr->kind == TscriptExprKind::Assign)
+            evalAssign(*s.expr, false);
+        else
+            eval(*s.expr);
         return Flow::Normal;
     case TscriptStmtKind::Decl:
         execDecl(s);
@@ -530,7 +546,7 @@ TscriptValue TscriptEvaluator::evalNode(const TscriptExpr& e) {
     case TscriptExprKind::Ternary:
         return scriptTruthAt(*e.kids[0]) ? eval(*e.kids[1]) : eval(*e.kids[2]);
     case TscriptExprKind::Assign:
-        return evalAssign(e);
+        return evalAssign(e, true);
     case TscriptExprKind::PreIncDec:
         return evalIncDec(e, false);
     case TscriptExprKind::PostIncDec:
@@ -598,7 +614,7 @@ TscriptValue TscriptEvaluator::evalComponent(const TscriptExpr& e) {
 
 TscriptValue TscriptEvaluator::readLvalue(const TscriptExpr& e) { return eval(e); }
 
-void TscriptEvaluator::writeLvalue(const TscriptExpr& e, const TscriptValue& v, TscriptValue& stored) {
+void TscriptEvaluator::writeLvalue(const TscriptExpr& e, TscriptValue v, TscriptValue* stored) {
     if (e.kind == TscriptExprKind::Var) {
         TscriptValue* slot = lookupCached(e);
         if (!slot) {
@@ -608,10 +624,11 @@ void TscriptEvaluator::writeLvalue(const TscriptExpr& e, const TscriptValue& v, 
             slot = &declare(e.name, v.type(), false, e.line);
         }
         if (slot->type() == v.type())
-            *slot = v;
+            *slot = std::move(v);
         else
             *slot = scriptConvert(v, slot->type(), "$" + e.name);
-        stored = *slot;
+        if (stored)
+            *stored = *slot;
         return;
     }
     if (e.kind == TscriptExprKind::Index) {
@@ -626,7 +643,8 @@ void TscriptEvaluator::writeLvalue(const TscriptExpr& e, const TscriptValue& v, 
         // The index may have run code that redeclared nothing, but re-find to be safe.
         TscriptValue& target = variable(var);
         setArrayElement(target, static_cast<size_t>(i), elem);
-        stored = std::move(elem);
+        if (stored)
+            *stored = std::move(elem);
         return;
     }
     // Component of a vector variable or of a vector array element.
@@ -653,10 +671,11 @@ void TscriptEvaluator::writeLvalue(const TscriptExpr& e, const TscriptValue& v, 
                              std::to_string(items.size()) + ")");
         items[static_cast<size_t>(i)][componentIndex(e.name)] = c;
     }
-    stored = c;
+    if (stored)
+        *stored = c;
 }
 
-TscriptValue TscriptEvaluator::evalAssign(const TscriptExpr& e) {
+TscriptValue TscriptEvaluator::evalAssign(const TscriptExpr& e, bool wantResult) {
     const TscriptExpr& target = *e.kids[0];
     TscriptValue v;
     if (e.opCode == TscriptOp::None) {
@@ -665,20 +684,23 @@ TscriptValue TscriptEvaluator::evalAssign(const TscriptExpr& e) {
         // The right side first, then the variable is read in place.
         TscriptValue tmp;
         const TscriptValue& rhs = evalRef(*e.kids[1], tmp);
-        TscriptValue rhsCopy;
-        const TscriptValue& r = &rhs == &tmp ? rhs : (rhsCopy = rhs);
-        v = scriptBinary(e.opCode, variable(target), r);
+        TscriptValue& slot = variable(target);
+        if (e.opCode == TscriptOp::Add && slot.type() == TscriptType::String && !rhs.isArray() && !rhs.isNone()) {
+            // Appending in place keeps a loop of += linear.
+            std::string more = rhs.asString();
+            if (slot.stringRef().size() + more.size() > kMaxStringLength)
+                fail(e.line, "string too long (over " + std::to_string(kMaxStringLength) + " bytes)");
+            slot.stringRef() += more;
+            return wantResult ? slot : TscriptValue();
+        }
+        v = scriptBinary(e.opCode, slot, rhs);
     } else {
         TscriptValue current = readLvalue(target);
         TscriptValue rhs = eval(*e.kids[1]);
         v = scriptBinary(e.opCode, current, rhs);
     }
     TscriptValue stored;
-    try {
-        writeLvalue(target, v, stored);
-    } catch (const TscriptFault& f) {
-        fail(e.line, f.message);
-    }
+    writeLvalue(target, std::move(v), wantResult ? &stored : nullptr);
     return stored;
 }
 
@@ -705,11 +727,7 @@ TscriptValue TscriptEvaluator::evalIncDec(const TscriptExpr& e, bool post) {
                          describeVar(target));
     TscriptValue next = scriptBinary(e.opCode == TscriptOp::Inc ? TscriptOp::Add : TscriptOp::Sub, old, TscriptValue(1));
     TscriptValue stored;
-    try {
-        writeLvalue(target, next, stored);
-    } catch (const TscriptFault& f) {
-        fail(e.line, f.message);
-    }
+    writeLvalue(target, std::move(next), &stored);
     return post ? old : stored;
 }
 

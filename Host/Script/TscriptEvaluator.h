@@ -63,6 +63,8 @@ public:
     static constexpr int kMaxWalkDepth = 3000; // about 1.5 MB of stack
     // Arrays do not grow past this by assignment (a typo should not eat memory).
     static constexpr int kMaxArrayIndex = 1 << 24;
+    // Nor do strings grow past this by joining.
+    static constexpr size_t kMaxStringLength = size_t(1) << 26;
 
     explicit TscriptEvaluator(TscriptHost& host);
 
@@ -138,7 +140,7 @@ private:
     const TscriptValue& evalRef(const TscriptExpr& e, TscriptValue& tmp);
     TscriptValue evalIndex(const TscriptExpr& e);
     TscriptValue evalComponent(const TscriptExpr& e);
-    TscriptValue evalAssign(const TscriptExpr& e);
+    TscriptValue evalAssign(const TscriptExpr& e, bool wantResult);
     TscriptValue evalIncDec(const TscriptExpr& e, bool post);
     TscriptValue evalCall(const TscriptExpr& e);
     TscriptValue callProc(const ProcRef& proc, const TscriptExpr& e);
@@ -149,7 +151,7 @@ private:
 
     // Storage of an lvalue, its element or component; grows arrays when `grow`.
     TscriptValue readLvalue(const TscriptExpr& e);
-    void writeLvalue(const TscriptExpr& e, const TscriptValue& v, TscriptValue& stored);
+    void writeLvalue(const TscriptExpr& e, TscriptValue v, TscriptValue* stored);
     TscriptValue& variable(const TscriptExpr& var); // undeclared is an error
     int indexValue(const TscriptExpr& idx, const std::string& varName);
 
@@ -183,4 +185,5 @@ private:
     // scopes, declarations), so a variable node's cached slot goes stale.
     std::uint64_t fStamp = 1;
     std::uint64_t fProcStamp = 1; // changes when a global proc is defined
+    int fLine = 0;                // of the statement running, for faults from below
 };

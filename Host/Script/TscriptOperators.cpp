@@ -246,8 +246,13 @@ TscriptValue scriptBinary(TscriptOp op, const TscriptValue& a, const TscriptValu
         break;
     }
     bool sa = ta == TscriptType::String, sb = tb == TscriptType::String;
-    if (op == TscriptOp::Add && (sa || sb))
-        return a.asString() + b.asString();
+    if (op == TscriptOp::Add && (sa || sb)) {
+        std::string text = a.asString();
+        const std::string more = b.asString();
+        if (text.size() + more.size() > TscriptEvaluator::kMaxStringLength)
+            fault("string too long (over " + std::to_string(TscriptEvaluator::kMaxStringLength) + " bytes)");
+        return text + more;
+    }
     if (sa || sb)
         fault(cannotTake(op, TscriptType::String));
     return vectorArith(op, a, b);

@@ -122,3 +122,8 @@ TEST_F(ScriptTest, InterruptAndStepLimitStopEndlessLoops) {
     // The count starts again with each text.
     EXPECT_EQ(printed("int $m = 0; while ($m < 900) $m++; print $m;"), "900");
 }
+
+TEST_F(ScriptTest, RunawayGrowthIsAnErrorNotAnExhaustedMachine) {
+    // 2^26 bytes is the cap: doubling "ab" 26 times crosses it.
+    EXPECT_EQ(failure("string $s = \"ab\";\nwhile (1) $s += $s;"), "test.tsc:2: string too long (over 67108864 bytes)");
+}
