@@ -226,6 +226,14 @@ public:
     void addAccept(const TletterClass& c) { addLetterClass(&c); }
 };
 
+// The compound an attribute is, or null; cheaper than a dynamic_cast on hot paths.
+inline const TattributeCompound* asCompound(const Tattribute* a) {
+    return a && a->isCompound() ? static_cast<const TattributeCompound*>(a) : nullptr;
+}
+inline TattributeCompound* asCompound(Tattribute* a) {
+    return a && a->isCompound() ? static_cast<TattributeCompound*>(a) : nullptr;
+}
+
 // The attributes of a class in their fixed order.
 class TattributeList {
 public:

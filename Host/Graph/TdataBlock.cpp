@@ -27,7 +27,7 @@ TanimTime TdataHandle::asTime() const {
 T4dDblVector TdataHandle::asVector() const {
     T4dDblVector v;
     if (fSlot && !fBlock) return {fSlot->components[0], fSlot->components[1], fSlot->components[2]};
-    auto* c = dynamic_cast<const TattributeCompound*>(fAttr);
+    auto* c = asCompound(fAttr);
     if (!c || !fBlock) return v;
     const auto& kids = c->children();
     for (unsigned i = 0; i < kids.size() && i < 3; ++i) v[i] = fBlock->slot(kids[i], fElement).number;
@@ -57,7 +57,7 @@ void TdataHandle::set(const T4dDblVector& v) {
         for (int i = 0; i < 3; ++i) fSlot->components[i] = v[i];
         return;
     }
-    auto* c = dynamic_cast<const TattributeCompound*>(fAttr);
+    auto* c = asCompound(fAttr);
     if (!c || !fBlock) return;
     const auto& kids = c->children();
     for (unsigned i = 0; i < kids.size() && i < 3; ++i) {
@@ -76,7 +76,7 @@ void TdataHandle::set(const Tdata& d) {
 void TdataHandle::setClean() {
     if (!fSlot) return;
     fSlot->dirty = false;
-    if (auto* c = dynamic_cast<const TattributeCompound*>(fAttr); c && fBlock)
+    if (auto* c = asCompound(fAttr); c && fBlock)
         for (Tattribute* k : c->children()) fBlock->slot(k, fElement).dirty = false;
 }
 
@@ -197,7 +197,7 @@ void TdataBlock::removeElement(const Tattribute* attr, int index) {
     auto drop = [&](const Tattribute* a, auto&& self) -> void {
         if (a->index() >= 0 && static_cast<std::size_t>(a->index()) < fStores.size())
             fStores[a->index()].elements.erase(index);
-        if (auto* c = dynamic_cast<const TattributeCompound*>(a))
+        if (auto* c = asCompound(a))
             for (Tattribute* k : c->children()) self(k, self);
     };
     drop(root, drop);
@@ -211,7 +211,7 @@ TdataHandle TdataBlock::inputValue(const Tattribute* attr, int element) {
     TvalueSlot& s = slot(attr, element);
     if (s.dirty) evaluate(attr, element, s);
     // A compound is clean only when its children are.
-    if (auto* c = dynamic_cast<const TattributeCompound*>(attr))
+    if (auto* c = asCompound(attr))
         for (Tattribute* k : c->children()) inputValue(k, element);
     return TdataHandle(this, attr, element, &slot(attr, element));
 }
@@ -267,7 +267,7 @@ void TdataBlock::setClean(const Tattribute* attr, int element) { outputValue(att
 
 void TdataBlock::markDirty(const Tattribute* attr, int element) {
     slot(attr, element).dirty = true;
-    if (auto* c = dynamic_cast<const TattributeCompound*>(attr))
+    if (auto* c = asCompound(attr))
         for (Tattribute* k : c->children()) slot(k, element).dirty = true;
 }
 

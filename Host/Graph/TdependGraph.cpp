@@ -138,8 +138,8 @@ std::string TdependGraph::connectionProblem(const Tplug& src, const Tplug& dst) 
     if (!d->hasFlag(Tattribute::kWritable) || !d->hasFlag(Tattribute::kConnectable))
         return dst.name() + " cannot be written to";
     if (isMessageLike(s) || isMessageLike(d)) return {};
-    auto* sc = dynamic_cast<const TattributeCompound*>(s);
-    auto* dc = dynamic_cast<const TattributeCompound*>(d);
+    auto* sc = asCompound(s);
+    auto* dc = asCompound(d);
     if (sc || dc) {
         if (!sc || !dc || sc->children().size() != dc->children().size())
             return "the data types of " + src.name() + " and " + dst.name() + " are not compatible";
@@ -165,8 +165,8 @@ void TdependGraph::connect(const Tplug& src, const Tplug& dst, bool force) {
     if (dst.attribute()->isArray() && dst.multiIndex() < 0)
         throw TgraphError(dst.name() + " is a multi attribute: name an element, as " + dst.name() + "[0]");
 
-    auto* sc = dynamic_cast<TattributeCompound*>(src.attribute());
-    auto* dc = dynamic_cast<TattributeCompound*>(dst.attribute());
+    auto* sc = asCompound(src.attribute());
+    auto* dc = asCompound(dst.attribute());
     if (sc && dc && !isMessageLike(src.attribute())) {
         // Compounds connect child by child.
         for (std::size_t i = 0; i < sc->children().size(); ++i)
@@ -196,8 +196,8 @@ void TdependGraph::connect(const Tplug& src, const Tplug& dst, bool force) {
 }
 
 void TdependGraph::disconnect(const Tplug& src, const Tplug& dst) {
-    auto* sc = dynamic_cast<TattributeCompound*>(src.attribute());
-    auto* dc = dynamic_cast<TattributeCompound*>(dst.attribute());
+    auto* sc = asCompound(src.attribute());
+    auto* dc = asCompound(dst.attribute());
     if (sc && dc && !isMessageLike(src.attribute()) && sc->children().size() == dc->children().size()) {
         for (std::size_t i = 0; i < sc->children().size(); ++i)
             disconnect(Tplug(src.node(), sc->children()[i], src.multiIndex()),
@@ -251,7 +251,7 @@ void TdependGraph::dirtyDependents(const Tplug& plug) {
     TmsgDirty msg(plug);
     node->setDependentsDirty(msg);
     for (const Tplug& d : plug.destinations()) queueDirty(d);
-    if (auto* c = dynamic_cast<TattributeCompound*>(plug.attribute()))
+    if (auto* c = asCompound(plug.attribute()))
         for (Tattribute* k : c->children()) {
             Tplug kp(node, k, plug.multiIndex());
             TmsgDirty km(kp);
@@ -277,7 +277,7 @@ void TdependGraph::propagate() {
         node->setDirty(msg);
         node->setDependentsDirty(msg);
         for (const Tplug& d : p.destinations()) queueDirty(d);
-        if (auto* c = dynamic_cast<TattributeCompound*>(p.attribute()))
+        if (auto* c = asCompound(p.attribute()))
             for (Tattribute* k : c->children()) queueDirty(Tplug(node, k, p.multiIndex()));
     }
     fPropagating = false;

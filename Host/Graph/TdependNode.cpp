@@ -59,7 +59,7 @@ std::vector<Tattribute*> TdependNode::localDynamicAttrs() const {
 namespace {
 void collectTree(Tattribute* a, std::vector<Tattribute*>& out) {
     out.push_back(a);
-    if (auto* c = dynamic_cast<TattributeCompound*>(a))
+    if (auto* c = asCompound(a))
         for (Tattribute* k : c->children()) collectTree(k, out);
 }
 } // namespace
@@ -123,7 +123,7 @@ bool TdependNode::stuffCachedValue(const Tplug& plug, const TdataHandle& handle,
     if (!block) return false;
     const Tattribute* a = plug.attribute();
     TdataHandle out = block->outputValue(a, plug.multiIndex());
-    if (auto* c = dynamic_cast<const TattributeCompound*>(a); c && c->numericComponents() > 0) {
+    if (auto* c = asCompound(a); c && c->numericComponents() > 0) {
         out.set(handle.asVector());
     } else if (a->type() == TattrType::Time) {
         out.set(handle.asTime());
