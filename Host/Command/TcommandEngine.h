@@ -9,6 +9,7 @@
 #include "Host/Script/TscriptHost.h"
 #include "Host/Script/TscriptValue.h"
 
+#include <atomic>
 #include <concepts>
 #include <functional>
 #include <iosfwd>
@@ -131,6 +132,17 @@ public:
 
     TundoManager& undoManager() { return fUndo; }
 
+    // Long work (run-up, export, baking) asks once per frame or block whether
+    // to stop; the program points this at the flag its Ctrl-C handler sets.
+    void setInterruptFlag(const std::atomic<bool>* flag) { fInterrupt = flag; }
+    bool interruptRequested() const { return fInterrupt && fInterrupt->load(std::memory_order_relaxed); }
+    // And tells how far it got; the program decides whether to show it.
+    using ProgressHandler = std::function<void(const std::string& what, long long done, long long total)>;
+    void setProgressHandler(ProgressHandler handler) { fProgress = std::move(handler); }
+    void progress(const std::string& what, long long done, long long total) const {
+        if (fProgress) fProgress(what, done, total);
+    }
+
     // The graph layer tells what is selected and what exists. Without them the
     // selection is empty and every name exists.
     void setSelectionProvider(SelectionProvider provider) { fSelection = std::move(provider); }
@@ -150,6 +162,8 @@ private:
     SelectionProvider fSelection;
     ExistsCheck fExists;
     ObjectMatcher fMatcher;
+    const std::atomic<bool>* fInterrupt = nullptr;
+    ProgressHandler fProgress;
     TundoManager fUndo;
 
     TcommandObject* fCurrentCommand = nullptr;

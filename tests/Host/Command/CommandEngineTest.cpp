@@ -238,3 +238,20 @@ TEST_F(CommandEngineRun, ToolsEchoTheCommandLineTheyStandFor) {
     engine.run(args);
     EXPECT_EQ(out.str(), "tool -n \"say \\\"hi\\\"\" 2.5 <<1, 2, 3>> {\"a\", \"b\"};\n");
 }
+
+TEST_F(CommandEngineRun, LongWorkSeesInterruptsAndReportsProgress) {
+    EXPECT_FALSE(engine.interruptRequested()); // no flag: never
+    std::atomic<bool> stop{false};
+    engine.setInterruptFlag(&stop);
+    EXPECT_FALSE(engine.interruptRequested());
+    stop = true;
+    EXPECT_TRUE(engine.interruptRequested());
+
+    engine.progress("runup", 1, 10); // no handler: nothing happens
+    std::vector<std::string> seen;
+    engine.setProgressHandler([&](const std::string& what, long long done, long long total) {
+        seen.push_back(what + " " + std::to_string(done) + "/" + std::to_string(total));
+    });
+    engine.progress("runup", 3, 10);
+    EXPECT_EQ(seen, std::vector<std::string>{"runup 3/10"});
+}
