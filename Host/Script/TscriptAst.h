@@ -80,7 +80,8 @@ enum class TscriptStmtKind {
     Break,
     Continue,
     Return,   // expr may be null
-    Proc      // a definition, registered before the text runs
+    Proc,     // a definition, registered before the text runs
+    Switch    // expr; conds[i] (null for default) starts at body.stmts[caseStarts[i]]
 };
 
 struct TscriptDeclarator {
@@ -124,6 +125,7 @@ struct TscriptStmt {
     TscriptStmtPtr init;       // For: a declaration or expression, may be null
     TscriptExprPtr step;       // For, may be null
     std::string loopVar;       // ForIn
+    std::vector<size_t> caseStarts; // Switch
     // Proc
     std::unique_ptr<TscriptProcDef> proc;
     // Block

@@ -472,6 +472,27 @@ TscriptEvaluator::Flow TscriptEvaluator::execNode(const TscriptStmt& s) {
         }
         return Flow::Normal;
     }
+    case TscriptStmtKind::Switch: {
+        // The first case equal to the value, else default; then on through
+        // the later cases until a break.
+        TscriptValue value = eval(*s.expr);
+        size_t start = s.body.stmts.size() + 1;
+        for (size_t i = 0; i < s.conds.size() && start > s.body.stmts.size(); ++i)
+            if (s.conds[i] && scriptTruth(scriptBinary(TscriptOp::Eq, value, eval(*s.conds[i]))))
+                start = s.caseStarts[i];
+        for (size_t i = 0; i < s.conds.size() && start > s.body.stmts.size(); ++i)
+            if (!s.conds[i])
+                start = s.caseStarts[i];
+        ScopeGuard scope(*this);
+        for (size_t k = start; k < s.body.stmts.size(); ++k) {
+            Flow f = exec(*s.body.stmts[k]);
+            if (f == Flow::Break)
+                return Flow::Normal;
+            if (f != Flow::Normal)
+                return f;
+        }
+        return Flow::Normal;
+    }
     case TscriptStmtKind::Break:
         return Flow::Break;
     case TscriptStmtKind::Continue:

@@ -267,12 +267,16 @@ TscriptStmtPtr TscriptParser::parseStatement() {
             return parseFor();
         if (w == "return")
             return parseReturn();
+        if (w == "switch")
+            return parseSwitch();
+        if (w == "case" || w == "default")
+            fail(kSyntax + "'" + w + "' outside a 'switch'");
         if (w == "break" || w == "continue") {
             auto s = std::make_unique<TscriptStmt>();
             s->kind = w == "break" ? TscriptStmtKind::Break : TscriptStmtKind::Continue;
             s->line = fCur.line;
-            if (fLoopDepth == 0)
-                fail(kSyntax + "'" + w + "' outside a loop");
+            if (fLoopDepth == 0 && (w == "continue" || fSwitchDepth == 0))
+                fail(kSyntax + "'" + w + "' outside a loop" + (w == "break" ? " or switch" : ""));
             std::string word = w;
             advance();
             endStatement("'" + word + "'");
@@ -623,6 +627,48 @@ TscriptStmtPtr TscriptParser::parseFor() {
     return s;
 }
 
+TscriptStmtPtr TscriptParser::parseSwitch() {
+    NestGuard guard(*this);
+    auto s = std::make_unique<TscriptStmt>();
+    s->kind = TscriptStmtKind::Switch;
+    s->line = fCur.line;
+    advance();
+    expectOp("(", "after 'switch'");
+    s->expr = parseExpr();
+    expectOp(")", "after the value of 'switch'");
+    int open = fCur.line;
+    expectOp("{", "to open the body of 'switch'");
+    ++fBlockDepth;
+    ++fSwitchDepth;
+    bool sawDefault = false;
+    while (!fCur.isOp("}")) {
+        if (fCur.kind == TscriptTok::End)
+            fail(kSyntax + "missing '}' to close the 'switch' opened on line " + std::to_string(open));
+        if (fCur.is(TscriptTok::Ident, "case")) {
+            advance();
+            s->conds.push_back(parseTernary());
+            expectOp(":", "after the value of 'case'");
+            s->caseStarts.push_back(s->body.stmts.size());
+        } else if (fCur.is(TscriptTok::Ident, "default")) {
+            if (sawDefault)
+                fail(kSyntax + "two 'default' labels in one 'switch'");
+            sawDefault = true;
+            advance();
+            expectOp(":", "after 'default'");
+            s->conds.push_back(nullptr);
+            s->caseStarts.push_back(s->body.stmts.size());
+        } else {
+            if (s->conds.empty())
+                fail(kSyntax + "expected 'case' or 'default' in 'switch', found " + TscriptLexer::describe(fCur));
+            s->body.stmts.push_back(parseStatement());
+        }
+    }
+    --fSwitchDepth;
+    --fBlockDepth;
+    advance();
+    return s;
+}
+
 TscriptStmtPtr TscriptParser::parseReturn() {
     auto s = std::make_unique<TscriptStmt>();
     s->kind = TscriptStmtKind::Return;
@@ -730,10 +776,12 @@ TscriptStmtPtr TscriptParser::parseProc(bool global) {
     if (!fCur.isOp("{"))
         fail(kSyntax + "expected '{' to open the body of proc '" + def->name + "'");
     fProc = def.get();
-    int loops = fLoopDepth;
+    int loops = fLoopDepth, switches = fSwitchDepth;
     fLoopDepth = 0;
+    fSwitchDepth = 0;
     TscriptStmtPtr body = parseBlockStmt();
     fLoopDepth = loops;
+    fSwitchDepth = switches;
     fProc = nullptr;
     def->body = std::move(body->body);
     s->proc = std::move(def);

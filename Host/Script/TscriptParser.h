@@ -46,6 +46,7 @@ private:
     TscriptStmtPtr parseDoWhile();
     TscriptStmtPtr parseFor();
     TscriptStmtPtr parseReturn();
+    TscriptStmtPtr parseSwitch();
     TscriptStmtPtr parseDeclaration(bool global);
     TscriptStmtPtr parseProc(bool global);
     TscriptStmtPtr parseCommandStatement();
@@ -79,5 +80,6 @@ private:
     int fNesting = 0;
     int fBlockDepth = 0;
     int fLoopDepth = 0;
+    int fSwitchDepth = 0;
     const TscriptProcDef* fProc = nullptr; // the proc being parsed
 };

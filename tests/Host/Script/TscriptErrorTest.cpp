@@ -11,7 +11,7 @@ TEST_F(ScriptTest, SyntaxErrorsNameWhatWasExpected) {
     EXPECT_EQ(failure("if (1 {"), "test.tsc:1: syntax error: expected ')' after the condition of 'if', found '{'");
     EXPECT_EQ(failure("\n{\nprint 1;\n"),
               "test.tsc:4: syntax error: missing '}' to close the block opened on line 2");
-    EXPECT_EQ(failure("break;"), "test.tsc:1: syntax error: 'break' outside a loop");
+    EXPECT_EQ(failure("break;"), "test.tsc:1: syntax error: 'break' outside a loop or switch");
     EXPECT_EQ(failure("} "), "test.tsc:1: syntax error: unexpected '}'");
     EXPECT_EQ(failure("else print 1;"), "test.tsc:1: syntax error: 'else' without 'if'");
     EXPECT_EQ(failure("int $x = y;"), "test.tsc:1: syntax error: unexpected word 'y' in an expression: quote strings "

@@ -20,7 +20,7 @@ const char* const kTokens[] = {
     "*=", "/=", "+", "-", "*", "/", "%", "^", "==", "!=", "<", "<=", ">", ">=", "&&", "||", "!", "?", ":", "++",
     "--", ".", "x", "`", "-r", "-5", "setAttr", "move", "ls", "failing", "print", "size", "eval", "catch", "rand",
     "sqrt", "tokenize", "substring", "clamp", "noise", "mag", "f", "g", "a.b[2]", "|grp|obj", "//", "/*", "*/",
-    "\n", "true"};
+    "\n", "true", "switch", "case", "default", "case 1:"};
 
 // Small pieces of real script, so that some random texts get far.
 const char* const kPieces[] = {
@@ -36,6 +36,7 @@ const char* const kPieces[] = {
     "eval \"int $e = 1\"; ",
     "$arr[5] = \"z\"; ",
     "if ($i > 1) print \"x\"; else ",
+    "switch ($i) { case 1: print 1; break; default: ",
     "for ($s in $arr) ",
 };
 

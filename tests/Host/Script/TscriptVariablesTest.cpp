@@ -81,3 +81,25 @@ TEST_F(ScriptTest, IfElseChains) {
     chain += " print $hit;";
     EXPECT_EQ(printed(chain), "399");
 }
+
+TEST_F(ScriptTest, SwitchFallsThroughUntilBreak) {
+    const char* pick = "proc string pick(int $n) {\n"
+                       "  string $r = \"\";\n"
+                       "  switch ($n) {\n"
+                       "    case 1: $r += \"one\"; break;\n"
+                       "    case 2: $r += \"two\";\n"   // falls into 3
+                       "    case 1 + 2: $r += \"three\"; break;\n"
+                       "    default: $r += \"other\";\n"
+                       "  }\n"
+                       "  return $r;\n"
+                       "}\n"
+                       "print (pick(1) + \",\" + pick(2) + \",\" + pick(3) + \",\" + pick(9));";
+    EXPECT_EQ(printed(pick), "one,twothree,three,other");
+    EXPECT_EQ(printed("switch (\"b\") { case \"a\": print 1; case \"b\": print 2; }"), "2");
+    EXPECT_EQ(printed("switch (5) { case 1: print 1; }"), "");
+    // continue inside a switch goes to the enclosing loop.
+    EXPECT_EQ(printed("for ($i = 0; $i < 4; $i++) { switch ($i % 2) { case 0: continue; } print $i; }"), "13");
+    EXPECT_EQ(failure("switch (1) { print 1; }"),
+              "test.tsc:1: syntax error: expected 'case' or 'default' in 'switch', found 'print'");
+    EXPECT_EQ(failure("switch (1) { case 1: continue; }"), "test.tsc:1: syntax error: 'continue' outside a loop");
+}
