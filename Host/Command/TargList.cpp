@@ -2,6 +2,7 @@
 
 #include <cctype>
 #include <cstdlib>
+#include <stdexcept>
 
 namespace {
 
@@ -94,6 +95,13 @@ TargList TargList::fromWords(std::string commandName, const std::vector<std::str
             list.add(TscriptValue(word));
     }
     return list;
+}
+
+const TscriptArg& TargList::at(std::size_t i) const {
+    if (i >= fArgs.size())
+        throw std::out_of_range(fCommandName + ": missing argument " + std::to_string(i + 1) + " (" +
+                                std::to_string(fArgs.size()) + " given)");
+    return fArgs[i];
 }
 
 TargList& TargList::add(TscriptValue value) {

@@ -25,6 +25,8 @@ public:
     std::size_t length() const { return fArgs.size(); }
     bool empty() const { return fArgs.empty(); }
     const TscriptArg& operator[](std::size_t i) const { return fArgs[i]; }
+    // Checked: a missing argument throws std::out_of_range naming the command.
+    const TscriptArg& at(std::size_t i) const;
     const std::vector<TscriptArg>& args() const { return fArgs; }
 
     TargList& add(TscriptValue value);

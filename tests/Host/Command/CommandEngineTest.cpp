@@ -45,7 +45,7 @@ public:
     int doIt(const TargList& args) override {
         TcommandEngine& engine = TcommandEngine::current();
         engine.setResult(std::string("before"));
-        engine.executeScript(args[0].value.asString());
+        engine.executeScript(args.at(0).value.asString());
         seenLocation = engine.currentLocation();
         engine.appendResult(std::string("after"));
         return 0;
@@ -191,6 +191,9 @@ TEST_F(CommandEngineRun, NestedCallsKeepTheCallersResultAndLocation) {
     err.str("");
     EXPECT_EQ(failure("outer", {"probe -bad"}), "probe: invalid flag '-bad'");
     EXPECT_EQ(err.str(), "// Error: scene.ms:40: probe: invalid flag '-bad' //\n");
+
+    // A missing argument read through at() is an error, not a crash.
+    EXPECT_EQ(failure("outer", {}), "outer: missing argument 1 (0 given)");
 
     // executeScript from C++ outside any command.
     EXPECT_EQ(engine.executeScript("probe -i 8"), TscriptValue(8));
