@@ -86,11 +86,12 @@ TscriptEvaluator::FrameGuard::~FrameGuard() {
     while (fE.fLocals.size() > fLocals)
         fE.fLocals.pop_back();
     fE.fFrames.resize(fFrames);
+    fE.fScopes.resize(fScopes);
     ++fE.fStamp;
 }
 
 TscriptEvaluator::ScopeGuard::ScopeGuard(TscriptEvaluator& e) : fE(e), fLocals(e.fLocals.size()) {
-    fE.fFrames.back().scopes.push_back(fLocals);
+    fE.fScopes.push_back(fLocals);
 }
 
 TscriptEvaluator::ScopeGuard::~ScopeGuard() {
@@ -98,7 +99,7 @@ TscriptEvaluator::ScopeGuard::~ScopeGuard() {
         ++fE.fStamp;
     while (fE.fLocals.size() > fLocals)
         fE.fLocals.pop_back();
-    fE.fFrames.back().scopes.pop_back();
+    fE.fScopes.pop_back();
 }
 
 // ---------------------------------------------------------------- entry points
@@ -152,6 +153,7 @@ TscriptValue TscriptEvaluator::runUnit(const std::shared_ptr<TscriptUnit>& unit,
     FrameGuard guard(*this);
     Frame frame;
     frame.base = fLocals.size();
+    frame.scopeBase = fScopes.size();
     frame.unit = unit;
     fFrames.push_back(std::move(frame));
     ++fStamp;
@@ -240,7 +242,8 @@ TscriptValue& TscriptEvaluator::variable(const TscriptExpr& var) {
 
 TscriptValue& TscriptEvaluator::declare(const std::string& name, TscriptType type, bool global, int line) {
     Frame& f = fFrames.back();
-    bool topLevel = !f.proc && f.scopes.empty();
+    bool noBlock = fScopes.size() == f.scopeBase;
+    bool topLevel = !f.proc && noBlock;
     if (global || topLevel) {
         auto [it, inserted] = fGlobals.try_emplace(name, scriptZero(type));
         if (inserted)
@@ -251,7 +254,7 @@ TscriptValue& TscriptEvaluator::declare(const std::string& name, TscriptType typ
         if (topLevel)
             return it->second;
         // A global brought into a block or proc: an alias in the current scope.
-        size_t start = f.scopes.empty() ? f.base : f.scopes.back();
+        size_t start = noBlock ? f.base : fScopes.back();
         for (size_t i = fLocals.size(); i-- > start;)
             if (fLocals[i].name == name) {
                 if (fLocals[i].alias != &it->second)
@@ -262,7 +265,7 @@ TscriptValue& TscriptEvaluator::declare(const std::string& name, TscriptType typ
         ++fStamp;
         return it->second;
     }
-    size_t start = f.scopes.back();
+    size_t start = fScopes.back();
     for (size_t i = fLocals.size(); i-- > start;) {
         LocalVar& v = fLocals[i];
         if (v.name != name)
@@ -346,7 +349,7 @@ void TscriptEvaluator::execDecl(const TscriptStmt& s) {
         TscriptValue init;
         bool hasInit = false;
         if (d.init) {
-            init = scriptConvert(eval(*d.init), type, "$" + d.name);
+            init = scriptConvertFor(eval(*d.init), type, [&] { return "$" + d.name; });
             hasInit = true;
         } else if (d.size) {
             int n = indexValue(*d.size, "$" + d.name);
@@ -463,7 +466,7 @@ TscriptEvaluator::Flow TscriptEvaluator::execNode(const TscriptStmt& s) {
             TscriptValue* slot = lookup(s.loopVar);
             if (!slot)
                 fail(s.line, "undeclared variable $" + s.loopVar);
-            *slot = scriptConvert(arrayElement(items, i), slot->type(), "$" + s.loopVar);
+            *slot = scriptConvertFor(arrayElement(items, i), slot->type(), [&] { return "$" + s.loopVar; });
             Flow f = execLoopBody(s.bodies[0]);
             if (f == Flow::Break)
                 break;
@@ -647,7 +650,7 @@ void TscriptEvaluator::writeLvalue(const TscriptExpr& e, TscriptValue v, Tscript
         if (slot->type() == v.type())
             *slot = std::move(v);
         else
-            *slot = scriptConvert(v, slot->type(), "$" + e.name);
+            *slot = scriptConvertFor(v, slot->type(), [&] { return "$" + e.name; });
         if (stored)
             *stored = *slot;
         return;
@@ -660,7 +663,7 @@ void TscriptEvaluator::writeLvalue(const TscriptExpr& e, TscriptValue v, Tscript
         int i = indexValue(*e.kids[1], "$" + var.name);
         if (i > kMaxArrayIndex)
             fail(e.line, "index " + std::to_string(i) + " is too large for $" + var.name);
-        TscriptValue elem = scriptConvert(v, scriptElementOf(arr.type()), "an element of $" + var.name);
+        TscriptValue elem = scriptConvertFor(v, scriptElementOf(arr.type()), [&] { return "an element of $" + var.name; });
         // The index may have run code that redeclared nothing, but re-find to be safe.
         TscriptValue& target = variable(var);
         setArrayElement(target, static_cast<size_t>(i), elem);
@@ -850,13 +853,22 @@ TscriptValue TscriptEvaluator::callProc(const ProcRef& proc, const TscriptExpr& 
     if (e.args.size() != def.params.size())
         fail(e.line, "proc '" + def.name + "' takes " + std::to_string(def.params.size()) + " argument" +
                          (def.params.size() == 1 ? "" : "s") + ", given " + std::to_string(e.args.size()));
-    std::vector<TscriptValue> values;
-    values.reserve(def.params.size());
-    for (size_t i = 0; i < def.params.size(); ++i) {
+    // Arguments are worked out in the caller's frame, before the proc's opens.
+    constexpr size_t kInline = 4;
+    const size_t n = def.params.size();
+    TscriptValue inlineValues[kInline];
+    std::vector<TscriptValue> heapValues(n > kInline ? n : 0);
+    TscriptValue* values = n > kInline ? heapValues.data() : inlineValues;
+    for (size_t i = 0; i < n; ++i) {
         TscriptValue v = eval(*e.args[i].expr);
+        if (v.type() == def.params[i].type) {
+            values[i] = std::move(v);
+            continue;
+        }
         try {
-            values.push_back(scriptConvert(v, def.params[i].type,
-                                           "parameter $" + def.params[i].name + " of proc '" + def.name + "'"));
+            values[i] = scriptConvertFor(v, def.params[i].type, [&] {
+                return "parameter $" + def.params[i].name + " of proc '" + def.name + "'";
+            });
         } catch (const TscriptFault& f) {
             fail(e.line, f.message);
         }
@@ -873,7 +885,8 @@ TscriptValue TscriptEvaluator::callProc(const ProcRef& proc, const TscriptExpr& 
     FrameGuard guard(*this);
     Frame frame;
     frame.base = fLocals.size();
-    frame.scopes.push_back(frame.base);
+    frame.scopeBase = fScopes.size();
+    fScopes.push_back(frame.base);
     frame.unit = proc.unit;
     frame.proc = &def;
     fFrames.push_back(std::move(frame));
@@ -888,8 +901,10 @@ TscriptValue TscriptEvaluator::callProc(const ProcRef& proc, const TscriptExpr& 
         return scriptZero(def.returnType);
     TscriptValue result = std::move(fReturnValue);
     fReturnValue = TscriptValue();
+    if (result.type() == def.returnType)
+        return result;
     try {
-        return scriptConvert(result, def.returnType, "the result of proc '" + def.name + "'");
+        return scriptConvertFor(result, def.returnType, [&] { return "the result of proc '" + def.name + "'"; });
     } catch (const TscriptFault& fault) {
         fail(e.line, fault.message);
     }

@@ -51,6 +51,15 @@ bool scriptTruth(const TscriptValue& v);
 // Converts for storing into a variable of `type`; `what` names the target.
 TscriptValue scriptConvert(const TscriptValue& v, TscriptType type, const std::string& what);
 TscriptValue scriptZero(TscriptType type);
+// The same, naming the target only when it fails (`what` is called then), so
+// that conversions on hot paths build no text.
+template <typename What> TscriptValue scriptConvertFor(const TscriptValue& v, TscriptType type, What&& what) {
+    if (v.type() == type)
+        return v;
+    if (!v.isNone() && v.isArray() != (type >= TscriptType::IntArray))
+        return scriptConvert(v, type, what());
+    return scriptConvert(v, type, std::string());
+}
 
 // A smooth gradient noise around zero, within [-1, 1].
 double scriptNoise1(double x);
@@ -96,7 +105,7 @@ private:
     };
     struct Frame {
         size_t base = 0;                  // first local of the frame
-        std::vector<size_t> scopes;       // first local of each open block
+        size_t scopeBase = 0;             // first of its entries in fScopes
         std::shared_ptr<TscriptUnit> unit;
         const TscriptProcDef* proc = nullptr;
     };
@@ -113,10 +122,11 @@ private:
         TscriptEvaluator& fE;
     };
     struct FrameGuard {
-        explicit FrameGuard(TscriptEvaluator& e) : fE(e), fLocals(e.fLocals.size()), fFrames(e.fFrames.size()) {}
+        explicit FrameGuard(TscriptEvaluator& e)
+            : fE(e), fLocals(e.fLocals.size()), fFrames(e.fFrames.size()), fScopes(e.fScopes.size()) {}
         ~FrameGuard();
         TscriptEvaluator& fE;
-        size_t fLocals, fFrames;
+        size_t fLocals, fFrames, fScopes;
     };
     struct ScopeGuard {
         explicit ScopeGuard(TscriptEvaluator& e);
@@ -173,6 +183,7 @@ private:
     std::unordered_map<std::string, TscriptValue> fGlobals;
     std::deque<LocalVar> fLocals;
     std::vector<Frame> fFrames;
+    std::vector<size_t> fScopes; // first local of each open block, all frames
     std::unordered_map<std::string, ProcRef> fGlobalProcs;
     TscriptValue fReturnValue;
     unsigned short fRandState[3] = {0, 0, 0};

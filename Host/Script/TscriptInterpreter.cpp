@@ -14,13 +14,20 @@ TscriptValue TscriptInterpreter::evaluate(std::string_view source, const Tsource
     return fEval->evaluate(source, where);
 }
 
+namespace {
+
+// "$argv" and "argv" name the same variable.
+std::string bareName(const std::string& name) { return !name.empty() && name[0] == '$' ? name.substr(1) : name; }
+
+} // namespace
+
 void TscriptInterpreter::setGlobal(const std::string& name, TscriptValue value) {
-    fEval->setGlobal(name, std::move(value));
+    fEval->setGlobal(bareName(name), std::move(value));
 }
 
 bool TscriptInterpreter::getGlobal(const std::string& name, TscriptValue& value) const {
     const auto& g = fEval->globals();
-    auto it = g.find(name);
+    auto it = g.find(bareName(name));
     if (it == g.end())
         return false;
     value = it->second;

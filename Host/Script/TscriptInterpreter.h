@@ -31,6 +31,7 @@ public:
     TscriptValue evaluate(std::string_view source, const TsourceLocation& where);
 
     // Variables of the top level, which procs see through `global` declarations.
+    // The name may be given with or without its '$'.
     void setGlobal(const std::string& name, TscriptValue value);
     bool getGlobal(const std::string& name, TscriptValue& value) const;
     bool hasProc(const std::string& name) const;

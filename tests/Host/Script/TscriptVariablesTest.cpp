@@ -36,7 +36,7 @@ TEST_F(ScriptTest, BlocksHaveTheirOwnScope) {
 }
 
 TEST_F(ScriptTest, TopLevelVariablesAreGlobalsProcsSeeThroughGlobalDeclarations) {
-    interp.setGlobal("argv", std::vector<std::string>{"a", "bb"});
+    interp.setGlobal("$argv", std::vector<std::string>{"a", "bb"});
     EXPECT_EQ(printed("print (size($argv) + $argv[1]);"), "2bb");
     EXPECT_EQ(printed("global proc useArgs() { global string $argv[]; print $argv[0]; }\nuseArgs;"), "a");
     EXPECT_EQ(failure("int $top = 1;\nproc peek() { print $top; }\npeek;"), "test.tsc:2: undeclared variable $top");
