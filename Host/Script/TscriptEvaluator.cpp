@@ -63,6 +63,11 @@ void setArrayElement(TscriptValue& a, size_t i, TscriptValue& e) {
     }
 }
 
+// Index messages name a variable as $name; an array that is not a variable
+// (a call's result) goes by this name, which no variable can have.
+const std::string kAnonymousArray = "";
+std::string shownName(const std::string& var) { return var.empty() ? "the array" : "$" + var; }
+
 int componentIndex(const std::string& letter) { return letter == "x" ? 0 : letter == "y" ? 1 : 2; }
 
 std::string describeVar(const TscriptExpr& e) {
@@ -312,11 +317,13 @@ bool TscriptEvaluator::hasCallable(const std::string& name) const {
 int TscriptEvaluator::indexValue(const TscriptExpr& idx, const std::string& varName) {
     TscriptValue tmp;
     const TscriptValue& v = evalRef(idx, tmp);
+    if (v.type() == TscriptType::Int && v.intRef() >= 0)
+        return v.intRef();
     if (!v.isNumber())
-        fail(idx.line, "the index of " + varName + " must be a number, not " + scriptTypeArticle(v.type()));
+        fail(idx.line, "the index of " + shownName(varName) + " must be a number, not " + scriptTypeArticle(v.type()));
     int i = v.asInt();
     if (i < 0)
-        fail(idx.line, "negative index " + std::to_string(i) + " for " + varName);
+        fail(idx.line, "negative index " + std::to_string(i) + " for " + shownName(varName));
     return i;
 }
 
@@ -352,7 +359,7 @@ void TscriptEvaluator::execDecl(const TscriptStmt& s) {
             init = scriptConvertFor(eval(*d.init), type, [&] { return "$" + d.name; });
             hasInit = true;
         } else if (d.size) {
-            int n = indexValue(*d.size, "$" + d.name);
+            int n = indexValue(*d.size, d.name);
             if (n > kMaxArrayIndex)
                 fail(d.line, "array size " + std::to_string(n) + " is too large for $" + d.name);
             init = scriptZero(type);
@@ -617,12 +624,12 @@ TscriptValue TscriptEvaluator::evalIndex(const TscriptExpr& e) {
     const TscriptValue& base = evalRef(*e.kids[0], tmp);
     if (!base.isArray())
         fail(e.line, "cannot index " + scriptTypeArticle(base.type()) + describeVar(*e.kids[0]));
-    std::string name = e.kids[0]->kind == TscriptExprKind::Var ? "$" + e.kids[0]->name : "the array";
+    const std::string& name = e.kids[0]->kind == TscriptExprKind::Var ? e.kids[0]->name : kAnonymousArray;
     int i = indexValue(*e.kids[1], name);
     size_t n = arraySize(base);
     if (static_cast<size_t>(i) >= n)
-        fail(e.line, "index " + std::to_string(i) + " is out of range for " + name + " (size " + std::to_string(n) +
-                         ")");
+        fail(e.line, "index " + std::to_string(i) + " is out of range for " + shownName(name) + " (size " +
+                         std::to_string(n) + ")");
     return arrayElement(base, static_cast<size_t>(i));
 }
 
@@ -660,7 +667,7 @@ void TscriptEvaluator::writeLvalue(const TscriptExpr& e, TscriptValue v, Tscript
         TscriptValue& arr = variable(var);
         if (!arr.isArray())
             fail(e.line, "cannot index " + scriptTypeArticle(arr.type()) + describeVar(var));
-        int i = indexValue(*e.kids[1], "$" + var.name);
+        int i = indexValue(*e.kids[1], var.name);
         if (i > kMaxArrayIndex)
             fail(e.line, "index " + std::to_string(i) + " is too large for $" + var.name);
         TscriptValue elem = scriptConvertFor(v, scriptElementOf(arr.type()), [&] { return "an element of $" + var.name; });
@@ -688,7 +695,7 @@ void TscriptEvaluator::writeLvalue(const TscriptExpr& e, TscriptValue v, Tscript
         if (arr.type() != TscriptType::VectorArray)
             fail(e.line, "'." + e.name + "' needs a vector, not an element of " + scriptTypeArticle(arr.type()) +
                              describeVar(var));
-        int i = indexValue(*base.kids[1], "$" + var.name);
+        int i = indexValue(*base.kids[1], var.name);
         auto& items = variable(var).vectorArray();
         if (static_cast<size_t>(i) >= items.size())
             fail(e.line, "index " + std::to_string(i) + " is out of range for $" + var.name + " (size " +

@@ -163,7 +163,7 @@ private:
     TscriptValue readLvalue(const TscriptExpr& e);
     void writeLvalue(const TscriptExpr& e, TscriptValue v, TscriptValue* stored);
     TscriptValue& variable(const TscriptExpr& var); // undeclared is an error
-    int indexValue(const TscriptExpr& idx, const std::string& varName);
+    int indexValue(const TscriptExpr& idx, const std::string& varName); // name without '$'
 
     TscriptValue* lookup(const std::string& name);
     TscriptValue* lookupCached(const TscriptExpr& var);

@@ -80,4 +80,8 @@ TEST_F(ScriptTest, LastStatementMayOmitItsSemicolon) {
 TEST_F(ScriptTest, ProcsAndBuiltinsTakeCommandSyntax) {
     EXPECT_EQ(printed("proc show(string $a, int $b) { print ($a + \"=\" + ($b + 1)); }\nshow -x 41;"), "-x=42");
     EXPECT_EQ(printed("print -5;"), "-5");
+    // A name directly followed by '(' among arguments is a call.
+    EXPECT_EQ(printed("print sqrt(16);"), "4");
+    ASSERT_TRUE(interp.run("move -r max(1, 2) abs(-3) word (4);", "t", false));
+    EXPECT_EQ(host.calls.back().argText(), "[-r] 2 3 word 4");
 }

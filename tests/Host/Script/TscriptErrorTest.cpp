@@ -49,6 +49,7 @@ TEST_F(ScriptTest, RuntimeErrorMessages) {
     EXPECT_EQ(failure("float $g = 1;\nprint ($g[0]);"), "test.tsc:2: cannot index a float ($g)");
     EXPECT_EQ(failure("int $a[] = {1};\nprint ($a[3]);"), "test.tsc:2: index 3 is out of range for $a (size 1)");
     EXPECT_EQ(failure("int $b[];\n$b[-1] = 1;"), "test.tsc:2: negative index -1 for $b");
+    EXPECT_EQ(failure("print (tokenize(\"a b\")[5]);"), "test.tsc:1: index 5 is out of range for the array (size 2)");
     EXPECT_EQ(failure("int $c[];\n$c[100000000] = 1;"), "test.tsc:2: index 100000000 is too large for $c");
     EXPECT_EQ(failure("int $d[];\n$d[\"x\"] = 1;"), "test.tsc:2: the index of $d must be a number, not a string");
     EXPECT_EQ(failure("print (1 / 0);"), "test.tsc:1: integer division by zero");
