@@ -83,10 +83,10 @@ void BM_PlainLoopChain(benchmark::State& state) {
 }
 BENCHMARK(BM_PlainLoopChain)->Arg(10000)->Unit(benchmark::kMicrosecond);
 
-// setAttr through the command layer on a node that feeds `fan` dependents.
-void BM_SetAttrDirtyingDependents(benchmark::State& state) {
+// A node "src" whose output feeds `fan` dependents; `write` changes its input.
+// Every sink is pulled clean before each write, so each write dirties all of them.
+template <class Write> void runFanOut(benchmark::State& state, Tsession& session, Write write) {
     const int fan = static_cast<int>(state.range(0));
-    Tsession session;
     TdependGraph& g = session.graph();
     auto* vs = TbenchStep::sVsData();
     TdependNode* src = g.createNode("benchStep", "src");
@@ -95,43 +95,32 @@ void BM_SetAttrDirtyingDependents(benchmark::State& state) {
         sinks.push_back(g.createNode("benchStep"));
         g.connect(Tplug(src, &vs->output), Tplug(sinks.back(), &vs->input));
     }
-    session.engine().undoManager().setState(false);
     double value = 0;
     for (auto _ : state) {
-        // Every sink is clean before the write, so the write dirties all of them.
         state.PauseTiming();
         double out;
         for (TdependNode* s : sinks) s->getAttributeValue(&vs->output, out);
         state.ResumeTiming();
-        session.engine().run("setAttr", {"src.input", std::to_string(value)});
+        write(Tplug(src, &vs->input), value);
         value += 1;
     }
     state.SetItemsProcessed(state.iterations() * fan);
+}
+
+// setAttr through the command layer.
+void BM_SetAttrDirtyingDependents(benchmark::State& state) {
+    Tsession session;
+    session.engine().undoManager().setState(false);
+    runFanOut(state, session, [&](const Tplug&, double v) {
+        session.engine().run("setAttr", {"src.input", std::to_string(v)});
+    });
 }
 BENCHMARK(BM_SetAttrDirtyingDependents)->Arg(1000)->Unit(benchmark::kMicrosecond);
 
 // The same write straight into the graph, without the command layer's parsing.
 void BM_PlugWriteDirtyingDependents(benchmark::State& state) {
-    const int fan = static_cast<int>(state.range(0));
     Tsession session;
-    TdependGraph& g = session.graph();
-    auto* vs = TbenchStep::sVsData();
-    TdependNode* src = g.createNode("benchStep", "src");
-    std::vector<TdependNode*> sinks;
-    for (int i = 0; i < fan; ++i) {
-        sinks.push_back(g.createNode("benchStep"));
-        g.connect(Tplug(src, &vs->output), Tplug(sinks.back(), &vs->input));
-    }
-    double value = 0;
-    for (auto _ : state) {
-        state.PauseTiming();
-        double out;
-        for (TdependNode* s : sinks) s->getAttributeValue(&vs->output, out);
-        state.ResumeTiming();
-        writePlugNumber(Tplug(src, &vs->input), value);
-        value += 1;
-    }
-    state.SetItemsProcessed(state.iterations() * fan);
+    runFanOut(state, session, [](const Tplug& p, double v) { writePlugNumber(p, v); });
 }
 BENCHMARK(BM_PlugWriteDirtyingDependents)->Arg(1000)->Unit(benchmark::kMicrosecond);
 
