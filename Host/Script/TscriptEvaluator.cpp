@@ -275,7 +275,9 @@ TscriptValue& TscriptEvaluator::declare(const std::string& name, TscriptType typ
         LocalVar& v = fLocals[i];
         if (v.name != name)
             continue;
-        TscriptValue& slot = v.alias ? *v.alias : v.value;
+        if (v.alias)
+            fail(line, "$" + name + " is already declared here as a global");
+        TscriptValue& slot = v.value;
         if (slot.type() != type)
             fail(line, "$" + name + " is already declared as " + scriptTypeName(slot.type()) + ", not " +
                            scriptTypeName(type));

@@ -64,6 +64,10 @@ TEST_F(ScriptTest, RuntimeErrorMessages) {
     EXPECT_EQ(failure("if (`setAttr`) print 1;"), "test.tsc:1: a call that gives no value cannot be a condition");
     EXPECT_EQ(failure("int $g2 = {1};"), "test.tsc:1: cannot convert an int[] to int for $g2");
     EXPECT_EQ(failure("int $h;\nstring $h;"), "test.tsc:2: $h is already declared as int, not string");
+    EXPECT_EQ(failure("proc p() {\n  global int $gh;\n  int $gh;\n}\np;"),
+              "test.tsc:3: $gh is already declared here as a global");
+    EXPECT_EQ(failure("global float $gf;\nproc q() { global int $gf; }\nq;"),
+              "test.tsc:2: $gf is already declared as float, not int");
     EXPECT_EQ(failure("string $s = \"a\";\n$s++;"), "test.tsc:2: '++' needs an int or a float, not a string ($s)");
     EXPECT_EQ(failure("$none = `setAttr`;"), "test.tsc:1: cannot declare $none from a call that gives no value");
     EXPECT_EQ(failure("for ($x in 5) print 1;"), "test.tsc:1: 'for ... in' needs an array, not an int");
