@@ -158,6 +158,17 @@ TscriptValue TcommandEngine::executeScript(const std::string& text) {
     return fEvaluate(text, fLocation);
 }
 
+bool TcommandEngine::tryExecuteScript(const std::string& text, TscriptValue* result) {
+    try {
+        TscriptValue value = executeScript(text);
+        if (result) *result = std::move(value);
+        return true;
+    } catch (const TscriptError& e) {
+        if (!e.reported()) error(e.where(), e.what());
+    }
+    return false;
+}
+
 void TcommandEngine::output(const std::string& text) {
     outputStream() << text << std::flush;
 }

@@ -63,6 +63,9 @@ public:
     // Script text through the interpreter (eval from C++, event procedures).
     // Gives the value of the last command. Throws TscriptError.
     TscriptValue executeScript(const std::string& text);
+    // For callers that must go on after a failing script (an event procedure
+    // inside a simulation step): the error is shown, once, and false returned.
+    bool tryExecuteScript(const std::string& text, TscriptValue* result = nullptr);
     bool hasInterpreter() const { return static_cast<bool>(fEvaluate); }
     void setEvaluator(Evaluator evaluate) { fEvaluate = std::move(evaluate); }
     // Anything with evaluate(source, where) returning a TscriptValue.

@@ -81,6 +81,20 @@ TEST_F(CommandScriptBridge, EvalFromCppAndFromACommand) {
     EXPECT_FALSE(ToptionVars::exists("after"));
 }
 
+TEST_F(CommandScriptBridge, ScriptsThatMustNotStopTheCallerReportOnce) {
+    engine.setCurrentLocation({"events.ms", 5});
+    TscriptValue value;
+    EXPECT_TRUE(engine.tryExecuteScript("optionVar -iv n 2; optionVar -q n;", &value));
+    EXPECT_EQ(value, TscriptValue(2));
+    // A command's error is shown by the engine, a syntax error by this call.
+    EXPECT_FALSE(engine.tryExecuteScript("optionVar -iv n x;"));
+    EXPECT_FALSE(engine.tryExecuteScript("optionVar -iv (;"));
+    EXPECT_EQ(engine.errorCount(), 2);
+    const std::string shown = err.str();
+    EXPECT_EQ(std::count(shown.begin(), shown.end(), '\n'), 2) << shown;
+    EXPECT_NE(shown.find("// Error: events.ms:"), std::string::npos) << shown;
+}
+
 TEST_F(CommandScriptBridge, UndoOfAScriptsCommands) {
     EXPECT_TRUE(interpreter.run("undo;\nundoInfo -q -undoName;\n", "scene.ms", true));
     EXPECT_EQ(err.str(), "// Warning: undo: nothing to undo //\n");
