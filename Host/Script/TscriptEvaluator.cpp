@@ -132,19 +132,27 @@ bool TscriptEvaluator::run(std::string_view source, const std::string& fileName,
 }
 
 TscriptValue TscriptEvaluator::evaluate(std::string_view source, const TsourceLocation& where) {
+    return execute(compile(source, where));
+}
+
+std::shared_ptr<TscriptUnit> TscriptEvaluator::compile(std::string_view source, const TsourceLocation& where) {
+    TscriptParser parser(source, where.file, where.line > 0 ? where.line : 1);
+    return parser.parse();
+}
+
+TscriptValue TscriptEvaluator::execute(const std::shared_ptr<TscriptUnit>& unit) {
     if (fFrames.empty())
         fSteps = 0;
-    TscriptParser parser(source, where.file, where.line > 0 ? where.line : 1);
     try {
-        return runUnit(parser.parse(), false);
+        return runUnit(unit, false);
     } catch (const TscriptError&) {
         throw;
     } catch (const TscriptFault& f) {
-        throw TscriptError(f.message, {where.file, fLine});
+        throw TscriptError(f.message, {unit->file, fLine});
     } catch (const std::bad_alloc&) {
-        throw TscriptError("out of memory", {where.file, fLine});
+        throw TscriptError("out of memory", {unit->file, fLine});
     } catch (const std::exception& e) {
-        throw TscriptError(e.what(), {where.file, fLine});
+        throw TscriptError(e.what(), {unit->file, fLine});
     }
 }
 

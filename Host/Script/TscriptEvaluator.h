@@ -79,6 +79,8 @@ public:
 
     bool run(std::string_view source, const std::string& fileName, bool echo);
     TscriptValue evaluate(std::string_view source, const TsourceLocation& where);
+    std::shared_ptr<TscriptUnit> compile(std::string_view source, const TsourceLocation& where);
+    TscriptValue execute(const std::shared_ptr<TscriptUnit>& unit);
 
     TscriptHost& host() { return fHost; }
     const std::unordered_map<std::string, TscriptValue>& globals() const { return fGlobals; }

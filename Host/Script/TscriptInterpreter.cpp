@@ -21,6 +21,13 @@ std::string bareName(const std::string& name) { return !name.empty() && name[0] 
 
 } // namespace
 
+std::shared_ptr<const TscriptCompiled> TscriptInterpreter::compile(std::string_view source,
+                                                                   const TsourceLocation& where) {
+    return std::make_shared<TscriptCompiled>(fEval->compile(source, where));
+}
+
+TscriptValue TscriptInterpreter::execute(const TscriptCompiled& code) { return fEval->execute(code.unit()); }
+
 void TscriptInterpreter::setGlobal(const std::string& name, TscriptValue value) {
     fEval->setGlobal(bareName(name), std::move(value));
 }

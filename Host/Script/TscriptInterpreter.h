@@ -11,6 +11,18 @@
 #include <string_view>
 
 class TscriptEvaluator;
+struct TscriptUnit;
+
+// A text parsed once, to be run many times (event procedures, expressions
+// run each step). Holds no state of a run.
+class TscriptCompiled {
+public:
+    explicit TscriptCompiled(std::shared_ptr<TscriptUnit> unit) : fUnit(std::move(unit)) {}
+    const std::shared_ptr<TscriptUnit>& unit() const { return fUnit; }
+
+private:
+    std::shared_ptr<TscriptUnit> fUnit;
+};
 
 class TscriptInterpreter {
 public:
@@ -29,6 +41,11 @@ public:
     // earlier texts are known. Gives the value of the last statement, or of
     // a top-level `return`. Throws TscriptError; nothing is reported.
     TscriptValue evaluate(std::string_view source, const TsourceLocation& where);
+
+    // evaluate() in two halves: parse now (a syntax error throws), run later
+    // as often as wanted, with what evaluate() gives and throws.
+    std::shared_ptr<const TscriptCompiled> compile(std::string_view source, const TsourceLocation& where);
+    TscriptValue execute(const TscriptCompiled& code);
 
     // Variables of the top level, which procs see through `global` declarations.
     // The name may be given with or without its '$'.

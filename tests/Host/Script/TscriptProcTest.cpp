@@ -76,3 +76,22 @@ TEST_F(ScriptTest, DeepRecursionIsAnErrorNotACrash) {
     // eval within eval counts too.
     EXPECT_FALSE(interp.run("global proc again() { eval \"again\"; }\nagain;", "t", false));
 }
+
+TEST_F(ScriptTest, CompiledTextsRunAgainWithFreshValues) {
+    auto code = interp.compile("$total += $step; $total * 2;", {"expr", 1});
+    interp.setGlobal("total", 0.5);
+    for (int i = 1; i <= 3; ++i) {
+        interp.setGlobal("step", i);
+        interp.execute(*code);
+    }
+    // 0.5 + 1 + 2 + 3 = 6.5, and the last statement's value is twice that.
+    EXPECT_EQ(global("total"), TscriptValue(6.5));
+    EXPECT_EQ(interp.execute(*code), TscriptValue(2 * (6.5 + 3)));
+    try {
+        interp.compile("\n$x = ;", {"expr", 10});
+        FAIL() << "a syntax error compiled";
+    } catch (const TscriptError& e) {
+        EXPECT_EQ(e.where().line, 11);
+        EXPECT_EQ(std::string(e.what()), "syntax error: unexpected ';'");
+    }
+}
