@@ -237,10 +237,16 @@ void TargDatabase::parseInto(const Tsyntax& syntax, const TargList& args) {
             if (value.type() == TscriptType::Vector && need - got.size() >= 3 &&
                 std::all_of(spec.types.begin() + static_cast<std::ptrdiff_t>(got.size()),
                             spec.types.begin() + static_cast<std::ptrdiff_t>(got.size() + 3),
-                            [](TargType t) { return t == TargType::Double || t == TargType::Time; })) {
+                            isNumericType)) {
                 // <<x, y, z>> for three number arguments.
-                for (double component : value.asVector())
-                    got.push_back(TscriptValue(component));
+                for (double component : value.asVector()) {
+                    const TargType componentType = spec.types[got.size()];
+                    TscriptValue converted;
+                    if (!convert(TscriptValue(component), componentType, converted))
+                        fail("flag '" + spec.displayName() + "' expects " + typeWanted(componentType) +
+                             ", got " + shown(value));
+                    got.push_back(std::move(converted));
+                }
                 continue;
             }
             TscriptValue converted;

@@ -102,6 +102,16 @@ TEST_F(CommandArgParsing, WrongTypesNameTheCommandTheFlagAndTheValue) {
     vectorForString.addFlag("n").add(TscriptValue(TscriptVector{1, 2, 3}));
     EXPECT_EQ(parseError(sphereSyntax(), vectorForString),
               "polySphere: flag '-name' expects a string, got a vector");
+
+    // A vector stands for three integers only when its components are whole.
+    Tsyntax grid;
+    grid.addFlag("res", "resolution", {TargType::Int, TargType::Int, TargType::Int});
+    TargList whole("fluid", {});
+    whole.addFlag("res").add(TscriptValue(TscriptVector{10, 20, 5}));
+    EXPECT_EQ(TargDatabase(grid, whole).flagArgumentInt("res", 0, 1), 20);
+    TargList fraction("fluid", {});
+    fraction.addFlag("res").add(TscriptValue(TscriptVector{10, 2.5, 5}));
+    EXPECT_EQ(parseError(grid, fraction), "fluid: flag '-resolution' expects an integer, got a vector");
 }
 
 TEST_F(CommandArgParsing, RepeatedFlagsOnlyWhereAllowed) {
