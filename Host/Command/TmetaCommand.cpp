@@ -1,6 +1,7 @@
 #include "Host/Command/TmetaCommand.h"
 
 #include <algorithm>
+#include <iostream>
 #include <map>
 
 namespace {
@@ -22,7 +23,10 @@ bool TmetaCommand::registerCommand(std::unique_ptr<TmetaCommand> command) {
     if (!command || command->name().empty()) return false;
     auto& table = registry();
     std::string key = command->name();
-    return table.emplace(std::move(key), std::move(command)).second;
+    if (table.emplace(key, std::move(command)).second) return true;
+    // Two libraries claiming one name is a build fault; say so at start.
+    std::cerr << "// Warning: command '" << key << "' is entered twice; the first one stays //" << std::endl;
+    return false;
 }
 
 bool TmetaCommand::deregisterCommand(const std::string& name) {
