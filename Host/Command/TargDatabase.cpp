@@ -184,8 +184,8 @@ void TargDatabase::fail(const std::string& text) const {
 
 void TargDatabase::parseInto(const Tsyntax& syntax, const TargList& args) {
     fCommand = args.commandName();
-    fSpecs = syntax.flags();
-    fFlags.assign(fSpecs.size(), FlagUses{});
+    fFlagInfo = syntax.flags();
+    fFlags.assign(fFlagInfo.size(), FlagUses{});
     fQuery = fEdit = fFromSelection = false;
     fObjects.clear();
     fValues.clear();
@@ -218,32 +218,32 @@ void TargDatabase::parseInto(const Tsyntax& syntax, const TargList& args) {
             continue;
         }
         if (index < 0) fail("invalid flag '-" + stripFlagDash(word) + "'");
-        const TflagSpec& spec = fSpecs[static_cast<std::size_t>(index)];
+        const TflagInfo& info = fFlagInfo[static_cast<std::size_t>(index)];
         FlagUses& uses = fFlags[static_cast<std::size_t>(index)];
-        if (!spec.multiUse && !uses.uses.empty())
-            fail("flag '" + spec.displayName() + "' may be used only once");
+        if (!info.multiUse && !uses.uses.empty())
+            fail("flag '" + info.displayName() + "' may be used only once");
 
-        const std::size_t need = fQuery ? spec.queryArgCount : spec.types.size();
+        const std::size_t need = fQuery ? info.queryArgCount : info.types.size();
         std::vector<TscriptValue> got;
         while (got.size() < need) {
-            const TargType type = spec.types[got.size()];
-            if (i + 1 >= count) fail("missing argument for flag '" + spec.displayName() + "'");
+            const TargType type = info.types[got.size()];
+            if (i + 1 >= count) fail("missing argument for flag '" + info.displayName() + "'");
             const TscriptArg& next = args[i + 1];
             // A negative number can arrive looking like a flag.
             if (next.isFlag && !(isNumericType(type) && readDouble(next.value.asString(), number)))
-                fail("missing argument for flag '" + spec.displayName() + "'");
+                fail("missing argument for flag '" + info.displayName() + "'");
             ++i;
             const TscriptValue& value = next.value;
             if (value.type() == TscriptType::Vector && need - got.size() >= 3 &&
-                std::all_of(spec.types.begin() + static_cast<std::ptrdiff_t>(got.size()),
-                            spec.types.begin() + static_cast<std::ptrdiff_t>(got.size() + 3),
+                std::all_of(info.types.begin() + static_cast<std::ptrdiff_t>(got.size()),
+                            info.types.begin() + static_cast<std::ptrdiff_t>(got.size() + 3),
                             isNumericType)) {
                 // <<x, y, z>> for three number arguments.
                 for (double component : value.asVector()) {
-                    const TargType componentType = spec.types[got.size()];
+                    const TargType componentType = info.types[got.size()];
                     TscriptValue converted;
                     if (!convert(TscriptValue(component), componentType, converted))
-                        fail("flag '" + spec.displayName() + "' expects " + typeWanted(componentType) +
+                        fail("flag '" + info.displayName() + "' expects " + typeWanted(componentType) +
                              ", got " + shown(value));
                     got.push_back(std::move(converted));
                 }
@@ -251,7 +251,7 @@ void TargDatabase::parseInto(const Tsyntax& syntax, const TargList& args) {
             }
             TscriptValue converted;
             if (!convert(value, type, converted))
-                fail("flag '" + spec.displayName() + "' expects " + typeWanted(type) + ", got " +
+                fail("flag '" + info.displayName() + "' expects " + typeWanted(type) + ", got " +
                      shown(value));
             got.push_back(std::move(converted));
         }
@@ -324,16 +324,16 @@ void TargDatabase::parseInto(const Tsyntax& syntax, const TargList& args) {
 
 std::string TargDatabase::displayFlag(const std::string& flag) const {
     std::string bare = stripFlagDash(flag);
-    for (const TflagSpec& spec : fSpecs)
-        if (spec.longName == bare || spec.shortName == bare) return spec.displayName();
+    for (const TflagInfo& info : fFlagInfo)
+        if (info.longName == bare || info.shortName == bare) return info.displayName();
     return "-" + bare;
 }
 
 const TargDatabase::FlagUses* TargDatabase::usesOf(const std::string& flag) const {
     std::string bare = stripFlagDash(flag);
     for (int pass = 0; pass < 2; ++pass) {
-        for (std::size_t i = 0; i < fSpecs.size(); ++i) {
-            const std::string& name = pass == 0 ? fSpecs[i].longName : fSpecs[i].shortName;
+        for (std::size_t i = 0; i < fFlagInfo.size(); ++i) {
+            const std::string& name = pass == 0 ? fFlagInfo[i].longName : fFlagInfo[i].shortName;
             if (name == bare) return &fFlags[i];
         }
     }

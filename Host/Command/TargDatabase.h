@@ -89,8 +89,8 @@ private:
     [[noreturn]] void fail(const std::string& text) const;
 
     std::string fCommand;
-    std::vector<TflagSpec> fSpecs;
-    std::vector<FlagUses> fFlags; // parallel to fSpecs
+    std::vector<TflagInfo> fFlagInfo;
+    std::vector<FlagUses> fFlags; // parallel to fFlagInfo
     bool fQuery = false;
     bool fEdit = false;
     std::vector<std::string> fObjects;

@@ -13,22 +13,22 @@ std::size_t Tsyntax::addFlag(const std::string& shortName, const std::string& lo
 
 std::size_t Tsyntax::addFlag(const std::string& shortName, const std::string& longName,
                              std::vector<TargType> types) {
-    TflagSpec spec;
-    spec.shortName = stripFlagDash(shortName);
-    spec.longName = stripFlagDash(longName);
-    if (spec.shortName.empty() && spec.longName.empty())
+    TflagInfo info;
+    info.shortName = stripFlagDash(shortName);
+    info.longName = stripFlagDash(longName);
+    if (info.shortName.empty() && info.longName.empty())
         throw std::logic_error("Tsyntax: flag without a name");
-    if (spec.shortName.empty()) spec.shortName = spec.longName;
-    if (spec.longName.empty()) spec.longName = spec.shortName;
-    for (const std::string* name : {&spec.shortName, &spec.longName}) {
+    if (info.shortName.empty()) info.shortName = info.longName;
+    if (info.longName.empty()) info.longName = info.shortName;
+    for (const std::string* name : {&info.shortName, &info.longName}) {
         if (findFlag(*name)) throw std::logic_error("Tsyntax: flag '-" + *name + "' defined twice");
     }
-    spec.types = std::move(types);
-    fFlags.push_back(std::move(spec));
+    info.types = std::move(types);
+    fFlags.push_back(std::move(info));
     return fFlags.size() - 1;
 }
 
-TflagSpec& Tsyntax::flagRef(const std::string& name) {
+TflagInfo& Tsyntax::flagRef(const std::string& name) {
     int index = flagIndex(name);
     if (index < 0) throw std::logic_error("Tsyntax: no flag '-" + stripFlagDash(name) + "'");
     return fFlags[static_cast<std::size_t>(index)];
@@ -39,11 +39,11 @@ void Tsyntax::makeFlagMultiUse(const std::string& flag) {
 }
 
 void Tsyntax::makeFlagQueryWithArgs(const std::string& flag, std::size_t count) {
-    TflagSpec& spec = flagRef(flag);
-    if (count > spec.types.size())
-        throw std::logic_error("Tsyntax: flag '" + spec.displayName() +
+    TflagInfo& info = flagRef(flag);
+    if (count > info.types.size())
+        throw std::logic_error("Tsyntax: flag '" + info.displayName() +
                                "' has fewer arguments than its query takes");
-    spec.queryArgCount = count;
+    info.queryArgCount = count;
 }
 
 void Tsyntax::enableQuery(bool on) {
@@ -79,7 +79,7 @@ int Tsyntax::flagIndex(const std::string& name) const {
     return -1;
 }
 
-const TflagSpec* Tsyntax::findFlag(const std::string& name) const {
+const TflagInfo* Tsyntax::findFlag(const std::string& name) const {
     int index = flagIndex(name);
     return index < 0 ? nullptr : &fFlags[static_cast<std::size_t>(index)];
 }

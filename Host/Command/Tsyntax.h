@@ -16,7 +16,7 @@ enum class TargType {
     Time, // a number in the current time unit
 };
 
-struct TflagSpec {
+struct TflagInfo {
     std::string shortName; // without the leading '-'
     std::string longName;
     std::vector<TargType> types;
@@ -71,15 +71,15 @@ public:
     std::size_t maxValues() const { return fMaxValues; }
 
     // By short or long name, with or without the '-'; null when unknown.
-    const TflagSpec* findFlag(const std::string& name) const;
+    const TflagInfo* findFlag(const std::string& name) const;
     // -1 when unknown.
     int flagIndex(const std::string& name) const;
-    const std::vector<TflagSpec>& flags() const { return fFlags; }
+    const std::vector<TflagInfo>& flags() const { return fFlags; }
 
 private:
-    TflagSpec& flagRef(const std::string& name);
+    TflagInfo& flagRef(const std::string& name);
 
-    std::vector<TflagSpec> fFlags;
+    std::vector<TflagInfo> fFlags;
     bool fQuery = false;
     bool fEdit = false;
     ObjectKind fObjectKind = ObjectKind::None;
