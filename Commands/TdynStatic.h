@@ -92,4 +92,30 @@ public:
 
     // The time `t` falls to on the grid of sub-frame steps.
     static TanimTime nextFrameBoundary(TanimTime t, int oversample);
+
+    // ---- run-up ----
+
+    // A run-up is under way (it never nests); time changes ask for a run-up check;
+    // frames are being rendered.
+    static bool fIsInRunup;
+    static bool fCheckForRunup;
+    static bool fIsRendering;
+    // Steps per frame of the active globals (1 without any).
+    static int activeGlobalsOverSampling();
+    // The option variables "dynPrefRunUpToCurrentTime" and "dynPrefRunupFrom".
+    static bool runupToCurrentTimeIsOn();
+    static bool runupFromStartTime();
+    // The earliest start of the simulated objects, and the last time they were evaluated.
+    static TanimTime earliestStartTime();
+    static TanimTime lastEvaluatedTime(int oversample);
+    // Plays the simulations up to `t` frame by frame (sub-step by sub-step).
+    static bool runupSceneTo(TanimTime t, int oversample, bool interruptible);
+    static bool runupSceneFromPreviousTo(TanimTime t, int oversample, bool interruptible);
+    static bool runupSceneFromTo(TanimTime from, TanimTime to, int oversample, bool interruptible, bool useCache);
+    static bool gotoRunupFrame(TanimTime t);
+    static bool isSceneCached(TanimTime t);
+    // After a time change: replays the frames a jump skipped, when the preference asks for it.
+    static void delayedTimeChangeRunup(TdependNode* particleShape);
+    // Simulated nodes that run-up steps.
+    static std::vector<TdependNode*> particleNodes();
 };
