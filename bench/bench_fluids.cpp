@@ -1,6 +1,7 @@
-// Fluid core benchmarks: a whole plume step at 64^3 and 128^3, and one
-// conjugate-gradient iteration on the pressure at 128^3 beside the plainest
-// loop doing the same arithmetic (ratio = CG / plain).
+// Fluid core benchmarks: a whole plume step at 64^3 and 128^3; one
+// conjugate-gradient iteration on the pressure at 128^3 and the transport of
+// one scalar at 64^3, each beside the plainest loop doing the same arithmetic
+// (the ratio solver / plain is the figure to watch).
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -124,6 +125,74 @@ void BM_CGIterationPlainLoop(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_CGIterationPlainLoop)->Arg(128)->Unit(benchmark::kMillisecond);
+
+// Semi-Lagrangian transport of one scalar through a developed plume's
+// velocity, the bulk of a step, through the solver ...
+void BM_TransportScalar(benchmark::State& state) {
+    TplumeScene scene(unsigned(state.range(0)));
+    for (int i = 0; i < 10; ++i) scene.step();
+    Tfluid& f = *scene.fluid;
+    auto* solver = static_cast<TnsGridSolver*>(f.solver());
+    TbuffFloatFluidGrid& d = f.densityGrid();
+    for (auto _ : state) {
+        solver->transport_scalar3d(f, d, f.velocityGrid(), TplumeScene::kFrameSeconds, false, false);
+        d.moveCurrentToPrevious();  // the source back in front: each pass samples the same field
+    }
+    state.counters["ns/cell"] = benchmark::Counter(double(f.n), benchmark::Counter::kIsIterationInvariantRate |
+                                                                    benchmark::Counter::kInvert);
+}
+BENCHMARK(BM_TransportScalar)->Arg(64)->Unit(benchmark::kMillisecond);
+
+// ... and as the plainest loop: clamped trilinear samples of the staggered
+// components at two trace points, then of the scalar.
+void BM_TransportScalarPlainLoop(benchmark::State& state) {
+    TplumeScene scene(unsigned(state.range(0)));
+    for (int i = 0; i < 10; ++i) scene.step();
+    Tfluid& f = *scene.fluid;
+    TvelocityGrid& v = f.velocityGrid();
+    const int X = int(f.nx), Y = int(f.ny), Z = int(f.nz);
+    const double h = f.dx, x0 = f.originX(), y0 = f.originY(), z0 = f.originZ(), dt = TplumeScene::kFrameSeconds;
+    std::vector<float> src(f.densityGrid().array(), f.densityGrid().array() + f.n), dst(f.n);
+    auto sample = [](const float* a, int rx, int ry, int rz, double gx, double gy, double gz) {
+        const int i = int(std::floor(gx)), j = int(std::floor(gy)), k = int(std::floor(gz));
+        const double tx = gx - i, ty = gy - j, tz = gz - k;
+        auto at = [&](int a0, int b0, int c0) {
+            a0 = std::clamp(a0, 0, rx - 1);
+            b0 = std::clamp(b0, 0, ry - 1);
+            c0 = std::clamp(c0, 0, rz - 1);
+            return double(a[a0 + rx * (b0 + ry * c0)]);
+        };
+        double r = 0;
+        for (int c = 0; c < 2; ++c)
+            for (int b = 0; b < 2; ++b)
+                for (int a0 = 0; a0 < 2; ++a0)
+                    r += at(i + a0, j + b, k + c) * (a0 ? tx : 1 - tx) * (b ? ty : 1 - ty) * (c ? tz : 1 - tz);
+        return r;
+    };
+    auto velocity = [&](double px, double py, double pz, double out[3]) {
+        const double gx = (px - x0) / h - 0.5, gy = (py - y0) / h - 0.5, gz = (pz - z0) / h - 0.5;
+        out[0] = sample(v.arrayU(), X + 1, Y, Z, gx + 0.5, gy, gz);
+        out[1] = sample(v.arrayV(), X, Y + 1, Z, gx, gy + 0.5, gz);
+        out[2] = sample(v.arrayW(), X, Y, Z + 1, gx, gy, gz + 0.5);
+    };
+    for (auto _ : state) {
+        for (int k = 0; k < Z; ++k)
+            for (int j = 0; j < Y; ++j)
+                for (int i = 0; i < X; ++i) {
+                    const double px = (i + 0.5) * h + x0, py = (j + 0.5) * h + y0, pz = (k + 0.5) * h + z0;
+                    double a[3], b[3];
+                    velocity(px, py, pz, a);
+                    velocity(px - 0.5 * dt * a[0], py - 0.5 * dt * a[1], pz - 0.5 * dt * a[2], b);
+                    const double qx = px - dt * b[0], qy = py - dt * b[1], qz = pz - dt * b[2];
+                    dst[size_t(i + X * (j + Y * k))] =
+                        float(sample(src.data(), X, Y, Z, (qx - x0) / h - 0.5, (qy - y0) / h - 0.5, (qz - z0) / h - 0.5));
+                }
+        benchmark::DoNotOptimize(dst.data());
+    }
+    state.counters["ns/cell"] = benchmark::Counter(double(f.n), benchmark::Counter::kIsIterationInvariantRate |
+                                                                    benchmark::Counter::kInvert);
+}
+BENCHMARK(BM_TransportScalarPlainLoop)->Arg(64)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
