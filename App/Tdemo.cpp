@@ -2,6 +2,7 @@
 #include "TdemoScript.h"
 #include "Tprogress.h"
 
+#include "Commands/TdynParticleShape.h"
 #include "Host/Dag/Ttransform.h"
 #include "Host/Files/TatomicFile.h"
 #include "Host/Script/TscriptValue.h"
@@ -30,9 +31,18 @@ int runDemo(const TdemoOptions& options) {
         return 1;
     }
 
+    auto* spray = TdynParticleShape::cast(session.graph().findNode("sprayShape"));
+    if (!spray) {
+        std::cerr << "// Error: the demo scene has no particle object 'spray' //\n";
+        return 1;
+    }
+
     const std::string path = (std::filesystem::path(options.outDir) / "ball_positions.txt").string();
     TatomicFile file(path);
     file.stream() << "# frame x y z (world position of ball)\n";
+    const std::string particlePath = (std::filesystem::path(options.outDir) / "particle_positions.txt").string();
+    TatomicFile particles(particlePath);
+    particles.stream() << "# frame id x y z (position of each particle of spray)\n";
     Tprogress progress("demo", static_cast<int>(end - start + 1), options.quiet);
     for (double f = start; f <= end; f += 1.0) {
         if (Tsession::interruptFlag()) {
@@ -43,15 +53,25 @@ int runDemo(const TdemoOptions& options) {
         T4dDblVector p = ball->worldMatrix().getTranslation();
         file.stream() << formatScriptNumber(f) << ' ' << formatScriptNumber(p.x) << ' ' << formatScriptNumber(p.y)
                       << ' ' << formatScriptNumber(p.z) << '\n';
+        const T4dDblVectorArray* pos = spray->vectorArrayValue(TdynParticleShape::sVsData()->position);
+        const TdoubleArray* ids = spray->doubleArrayValue(TdynParticleShape::sVsData()->particleId);
+        for (unsigned i = 0; pos && i < pos->length(); ++i) {
+            const T4dDblVector& q = (*pos)[i];
+            particles.stream() << formatScriptNumber(f) << ' '
+                               << formatScriptNumber(ids && i < ids->length() ? (*ids)[i] : double(i)) << ' '
+                               << formatScriptNumber(q.x) << ' ' << formatScriptNumber(q.y) << ' '
+                               << formatScriptNumber(q.z) << '\n';
+        }
         progress.step();
     }
     progress.done();
-    if (!file.commit(error)) {
+    if (!file.commit(error) || !particles.commit(error)) {
         std::cerr << "// Error: " << error << " //\n";
         return 1;
     }
     std::cout << "Demo written to " << std::filesystem::absolute(options.outDir).string() << ":\n  "
               << std::filesystem::absolute(path).string() << " (world position of the ball, frames "
-              << formatScriptNumber(start) << " to " << formatScriptNumber(end) << ")\n";
+              << formatScriptNumber(start) << " to " << formatScriptNumber(end) << ")\n  "
+              << std::filesystem::absolute(particlePath).string() << " (positions of the particles of spray)\n";
     return 0;
 }

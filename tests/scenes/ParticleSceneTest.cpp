@@ -1,0 +1,47 @@
+// Particle objects as users meet them in the program: made, stepped by
+// moving time, read back, and refused when the input is bad.
+
+#include "ProgramRunner.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+namespace {
+
+TEST(ParticleScene, VelocityCarriesAParticleFrameByFrame) {
+    // 24 units a second for 4 frames of 1/24 s: each step adds 24 * (250/6000),
+    // which rounds to exactly 1.
+    ProgramRun r = runProgram({"-c", "particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv 0 24 0 p;"
+                                     "for ($f = 2; $f <= 5; $f++) currentTime $f;"
+                                     "getParticleAttr -at position p; particle -q -ct p;"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("// Result: 0 4 0 //\n// Result: 1 //\n"), std::string::npos) << r.out;
+}
+
+TEST(ParticleScene, EmittedParticlesJoinTheRunningObject) {
+    ProgramRun r = runProgram({"-c", "particle -n p -p 0 0 0; currentTime 2; emit -object p -pos 1 2 3 -pos 4 5 6;"
+                                     "getParticleAttr -at particleId p; getParticleAttr -at position p.pt[2];"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("// Result: 2 //\n// Result: 0 1 2 //\n// Result: 4 5 6 //\n"), std::string::npos) << r.out;
+}
+
+TEST(ParticleScene, AMalformedGridStopsTheScriptWithAMessage) {
+    std::string script = writeScript("badgrid.mls", "particle -n g -ll 0 0 0 -ur 1 1 1 -grs -2;\nprint \"after\\n\";\n");
+    ProgramRun r = runProgram({script});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("badgrid.mls:1: particle: -gridSpacing must be greater than 0"), std::string::npos) << r.err;
+    EXPECT_EQ(r.out.find("after"), std::string::npos);
+}
+
+TEST(ParticleScene, DemoWritesParticlePositionsPerFrame) {
+    const std::string out = (std::filesystem::path(writeScript("unused.mls", "")).parent_path() / "demo").string();
+    ProgramRun r = runProgram({"demo", "--out", out, "--frames", "48"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::string text = readFile(out + "/particle_positions.txt");
+    // Particle 4 rises at 6 units a second: 47 steps of 1/24 s give 11.75 (exact in binary).
+    EXPECT_NE(text.find("\n48 4 0 11.75 0\n"), std::string::npos);
+    EXPECT_NE(text.find("\n1 0 0 0 0\n"), std::string::npos);
+}
+
+} // namespace
