@@ -202,6 +202,136 @@ TscriptValue bStringArrayCount(Call& c) {
     return static_cast<int>(std::count(items.begin(), items.end(), c.text(0)));
 }
 
+// Glob match: * any run, ? one character, [abc] / [a-z] / [!a] one of a set.
+// Iterative, with one point to come back to, so no text can make it recurse
+// or take more than length-times-length steps.
+bool globMatch(const std::string& text, const std::string& pat) {
+    size_t t = 0, p = 0, starP = std::string::npos, starT = 0;
+    auto matchSet = [&](size_t& pp, char ch) {
+        // pat[pp] is '['; on return pp is past the closing ']'.
+        size_t q = pp + 1;
+        bool negate = q < pat.size() && (pat[q] == '!' || pat[q] == '^');
+        if (negate)
+            ++q;
+        bool hit = false;
+        bool first = true;
+        while (q < pat.size() && (first || pat[q] != ']')) {
+            first = false;
+            if (q + 2 < pat.size() && pat[q + 1] == '-' && pat[q + 2] != ']') {
+                hit = hit || (ch >= pat[q] && ch <= pat[q + 2]);
+                q += 3;
+            } else {
+                hit = hit || ch == pat[q];
+                ++q;
+            }
+        }
+        pp = q < pat.size() ? q + 1 : q;
+        return hit != negate;
+    };
+    while (t < text.size()) {
+        if (p < pat.size() && pat[p] == '*') {
+            starP = p++;
+            starT = t;
+            continue;
+        }
+        if (p < pat.size()) {
+            size_t next = p + 1;
+            bool ok = false;
+            if (pat[p] == '?')
+                ok = true;
+            else if (pat[p] == '[')
+                ok = matchSet(next = p, text[t]);
+            else
+                ok = pat[p] == text[t];
+            if (ok) {
+                p = next;
+                ++t;
+                continue;
+            }
+        }
+        if (starP == std::string::npos)
+            return false;
+        p = starP + 1;
+        t = ++starT;
+    }
+    while (p < pat.size() && pat[p] == '*')
+        ++p;
+    return p == pat.size();
+}
+
+TscriptValue bGmatch(Call& c) {
+    c.expectCount(2, 2);
+    return globMatch(c.text(0), c.text(1));
+}
+
+// substituteAllString(text, find, replace): every occurrence, literally.
+TscriptValue bSubstituteAll(Call& c) {
+    c.expectCount(3, 3);
+    const std::string &s = c.text(0), &find = c.text(1), &with = c.text(2);
+    if (find.empty())
+        return s;
+    std::string out;
+    size_t at = 0;
+    while (true) {
+        size_t hit = s.find(find, at);
+        if (hit == std::string::npos)
+            break;
+        out.append(s, at, hit - at);
+        out += with;
+        if (out.size() > TscriptEvaluator::kMaxStringLength)
+            c.fail("the result is too long");
+        at = hit + find.size();
+    }
+    out.append(s, at, std::string::npos);
+    return out;
+}
+
+TscriptValue bStringArrayToString(Call& c) {
+    c.expectCount(2, 2);
+    if (c[0].type() != TscriptType::StringArray)
+        c.fail("argument 1 must be a string[], given " + scriptTypeArticle(c[0].type()));
+    const std::string& sep = c.text(1);
+    std::string out;
+    const auto& items = c[0].stringArray();
+    for (size_t i = 0; i < items.size(); ++i) {
+        if (i)
+            out += sep;
+        out += items[i];
+        if (out.size() > TscriptEvaluator::kMaxStringLength)
+            c.fail("the result is too long");
+    }
+    return out;
+}
+
+// sort(array): a sorted copy; strings by text, vectors by x, then y, then z.
+TscriptValue bSort(Call& c) {
+    c.expectCount(1, 1);
+    TscriptValue v = c[0];
+    switch (v.type()) {
+    case TscriptType::IntArray: std::sort(v.intArray().begin(), v.intArray().end()); break;
+    case TscriptType::FloatArray:
+        // NaNs last, so the order is strict and the sort well defined.
+        std::sort(v.floatArray().begin(), v.floatArray().end(), [](double a, double b) {
+            return std::isnan(b) ? !std::isnan(a) : a < b;
+        });
+        break;
+    case TscriptType::StringArray: std::sort(v.stringArray().begin(), v.stringArray().end()); break;
+    case TscriptType::VectorArray:
+        std::sort(v.vectorArray().begin(), v.vectorArray().end(), [](const TscriptVector& a, const TscriptVector& b) {
+            for (int i = 0; i < 3; ++i) {
+                if (std::isnan(a[i]) || std::isnan(b[i]))
+                    return std::isnan(b[i]) && !std::isnan(a[i]);
+                if (a[i] != b[i])
+                    return a[i] < b[i];
+            }
+            return false;
+        });
+        break;
+    default: c.fail("expected an array, given " + scriptTypeArticle(v.type()));
+    }
+    return v;
+}
+
 TscriptValue bClear(Call& c) {
     c.expectCount(1, 1);
     TscriptValue* target = c.eval.variableOf(*c.exprs[0].expr);
@@ -384,6 +514,27 @@ TscriptValue bRand(Call& c) {
     return lo + (hi - lo) * c.eval.random();
 }
 
+// A point evenly spread inside a sphere of the given radius (default 1),
+// drawn directly rather than by rejection, so it takes three draws always.
+TscriptValue bSphrand(Call& c) {
+    c.expectCount(0, 1);
+    double radius = c.count() ? c.number(0) : 1.0;
+    double z = 2.0 * c.eval.random() - 1.0;
+    double phi = 2.0 * M_PI * c.eval.random();
+    double r = radius * std::cbrt(c.eval.random());
+    double ring = std::sqrt(std::max(0.0, 1.0 - z * z));
+    return vmake(r * ring * std::cos(phi), r * ring * std::sin(phi), r * z);
+}
+
+// gauss(deviation): normal with mean 0, by Box-Muller from two draws.
+TscriptValue bGauss(Call& c) {
+    c.expectCount(1, 1);
+    double sigma = c.number(0);
+    double u = 1.0 - c.eval.random(); // in (0, 1], so log(u) is finite
+    double v = c.eval.random();
+    return sigma * std::sqrt(-2.0 * std::log(u)) * std::cos(2.0 * M_PI * v);
+}
+
 TscriptValue bSeed(Call& c) {
     c.expectCount(1, 1);
     c.eval.seed(c.integer(0));
@@ -426,6 +577,10 @@ const std::unordered_map<std::string, TscriptBuiltin>& table() {
         {"endsWith", bEndsWith},
         {"stringArrayCount", bStringArrayCount},
         {"clear", bClear},
+        {"gmatch", bGmatch},
+        {"substituteAllString", bSubstituteAll},
+        {"stringArrayToString", bStringArrayToString},
+        {"sort", bSort},
         {"abs", bAbs},
         {"sign", bSign},
         {"sqrt", unaryMath<sqrtF>},
@@ -459,6 +614,8 @@ const std::unordered_map<std::string, TscriptBuiltin>& table() {
         {"angle", bAngle},
         {"rand", bRand},
         {"seed", bSeed},
+        {"sphrand", bSphrand},
+        {"gauss", bGauss},
         {"noise", bNoise},
         {"dnoise", bDnoise},
     };

@@ -113,3 +113,35 @@ TEST_F(ScriptTest, PrintShowsArraysOneElementALine) {
     EXPECT_EQ(printed("print <<1, 2, 3>>;"), "1 2 3");
     EXPECT_EQ(printed("print 0.1;"), "0.1");
 }
+
+TEST_F(ScriptTest, GlobMatching) {
+    const std::pair<const char*, int> cases[] = {
+        {"gmatch(\"pCube12\", \"pCube*\")", 1}, {"gmatch(\"pCube12\", \"pCube?\")", 0},
+        {"gmatch(\"pCube12\", \"p*1?\")", 1},   {"gmatch(\"ab\", \"*a*b*\")", 1},
+        {"gmatch(\"abc\", \"a[a-c]c\")", 1},    {"gmatch(\"abc\", \"a[!b]c\")", 0},
+        {"gmatch(\"\", \"*\")", 1},             {"gmatch(\"x\", \"\")", 0},
+        {"gmatch(\"a]\", \"a[]]\")", 1},        {"gmatch(\"aaaaaaaaaaaaaaaaaaaaaaab\", \"*a*a*a*a*a*c\")", 0},
+    };
+    for (const auto& [text, want] : cases)
+        EXPECT_EQ(interp.evaluate(text, {"t", 1}), TscriptValue(want)) << text;
+}
+
+TEST_F(ScriptTest, ArrayAndTextHelpers) {
+    EXPECT_EQ(printed("print (substituteAllString(\"a.b.c\", \".\", \"::\"));"), "a::b::c");
+    EXPECT_EQ(printed("print (stringArrayToString({\"x\", \"y\", \"z\"}, \", \"));"), "x, y, z");
+    EXPECT_EQ(printed("print (sort({3, 1, 2}));"), "1\n2\n3\n");
+    EXPECT_EQ(printed("print (sort({\"b\", \"a\"}));"), "a\nb\n");
+    EXPECT_EQ(printed("print (sort({<<1, 2, 0>>, <<1, 1, 5>>}));"), "1 1 5\n1 2 0\n");
+}
+
+TEST_F(ScriptTest, SphereAndGaussDraws) {
+    // Every sphrand point lies in the ball; over many draws the mean of
+    // gauss(2) is near 0 and its variance near 4 (standard error of the
+    // variance at n = 4000 is about 4 * sqrt(2 / 4000) = 0.09).
+    EXPECT_EQ(printed("seed(11); int $out = 0; float $sum = 0, $sq = 0; int $n = 4000;\n"
+                      "for ($i = 0; $i < $n; $i++) { if (mag(sphrand(2)) > 2) $out++;"
+                      " float $g = gauss(2); $sum += $g; $sq += $g * $g; }\n"
+                      "float $mean = $sum / $n; float $var = $sq / $n - $mean * $mean;\n"
+                      "print ($out + \" \" + (abs($mean) < 0.15) + \" \" + (abs($var - 4) < 0.4));"),
+              "0 1 1");
+}

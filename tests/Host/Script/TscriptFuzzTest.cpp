@@ -20,7 +20,7 @@ const char* const kTokens[] = {
     "*=", "/=", "+", "-", "*", "/", "%", "^", "==", "!=", "<", "<=", ">", ">=", "&&", "||", "!", "?", ":", "++",
     "--", ".", "x", "`", "-r", "-5", "setAttr", "move", "ls", "failing", "print", "size", "eval", "catch", "rand",
     "sqrt", "tokenize", "substring", "clamp", "noise", "mag", "f", "g", "a.b[2]", "|grp|obj", "//", "/*", "*/",
-    "\n", "true", "switch", "case", "default", "case 1:"};
+    "\n", "true", "switch", "case", "default", "case 1:", "gmatch", "sort", "sphrand", "\"a[!b*\""};
 
 // Small pieces of real script, so that some random texts get far.
 const char* const kPieces[] = {
