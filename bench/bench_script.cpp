@@ -14,7 +14,8 @@ namespace {
 class QuietHost : public TscriptHost {
 public:
     bool hasCommand(const std::string&) const override { return false; }
-    TscriptValue runCommand(const std::string&, const std::vector<TscriptArg>&, const TsourceLocation&) override {
+    TscriptValue runCommand(const std::string&, const std::vector<TscriptArg>&,
+                            const TsourceLocation&) override {
         return {};
     }
     void output(const std::string&) override {}
@@ -28,12 +29,11 @@ constexpr int kTurns = 10000;
 void runScript(benchmark::State& state, const std::string& body, const std::string& setup = "") {
     QuietHost host;
     TscriptInterpreter interp(host);
-    if (!setup.empty())
-        interp.run(setup, "bench", false);
-    const std::string text = "float $sum = 0; for ($i = 0; $i < " + std::to_string(kTurns) + "; $i++) " + body;
+    if (!setup.empty()) interp.run(setup, "bench", false);
+    const std::string text =
+        "float $sum = 0; for ($i = 0; $i < " + std::to_string(kTurns) + "; $i++) " + body;
     for (auto _ : state) {
-        if (!interp.run(text, "bench", false))
-            state.SkipWithError("script failed");
+        if (!interp.run(text, "bench", false)) state.SkipWithError("script failed");
         TscriptValue sum;
         interp.getGlobal("sum", sum);
         benchmark::DoNotOptimize(sum);
@@ -41,7 +41,9 @@ void runScript(benchmark::State& state, const std::string& body, const std::stri
     state.SetItemsProcessed(state.iterations() * kTurns);
 }
 
-void BM_ScriptArithmeticLoop(benchmark::State& state) { runScript(state, "$sum += $i * 0.5;"); }
+void BM_ScriptArithmeticLoop(benchmark::State& state) {
+    runScript(state, "$sum += $i * 0.5;");
+}
 
 void BM_PlainArithmeticLoop(benchmark::State& state) {
     for (auto _ : state) {
@@ -55,7 +57,9 @@ void BM_PlainArithmeticLoop(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * kTurns);
 }
 
-void BM_ScriptBuiltinLoop(benchmark::State& state) { runScript(state, "$sum += sin($i * 0.01);"); }
+void BM_ScriptBuiltinLoop(benchmark::State& state) {
+    runScript(state, "$sum += sin($i * 0.01);");
+}
 
 void BM_PlainBuiltinLoop(benchmark::State& state) {
     for (auto _ : state) {
@@ -70,7 +74,9 @@ void BM_PlainBuiltinLoop(benchmark::State& state) {
 }
 
 void BM_ScriptVectorLoop(benchmark::State& state) {
-    runScript(state, "{ vector $p = <<$i, 1, 2>>; vector $v = <<0, -9.8, 0>>; $p = $p + $v * 0.04; $sum += mag($p); }");
+    runScript(
+        state,
+        "{ vector $p = <<$i, 1, 2>>; vector $v = <<0, -9.8, 0>>; $p = $p + $v * 0.04; $sum += mag($p); }");
 }
 
 void BM_PlainVectorLoop(benchmark::State& state) {

@@ -33,8 +33,28 @@ enum class TscriptExprKind {
 };
 
 // Operators, decided once at parse time.
-enum class TscriptOp : unsigned char { None, Add, Sub, Mul, Div, Mod, Cross, Eq, Ne, Lt, Le, Gt, Ge, And, Or, Not, Neg,
-                                       Plus, Inc, Dec };
+enum class TscriptOp : unsigned char {
+    None,
+    Add,
+    Sub,
+    Mul,
+    Div,
+    Mod,
+    Cross,
+    Eq,
+    Ne,
+    Lt,
+    Le,
+    Gt,
+    Ge,
+    And,
+    Or,
+    Not,
+    Neg,
+    Plus,
+    Inc,
+    Dec
+};
 TscriptOp scriptOpCode(const std::string& text); // "+=" gives Add, "=" None
 const char* scriptOpText(TscriptOp op);
 
@@ -48,11 +68,11 @@ struct TscriptArgExpr {
 struct TscriptExpr {
     TscriptExprKind kind = TscriptExprKind::Literal;
     int line = 0;
-    int depth = 1;       // height of the tree below, for the nesting guard
-    std::string op;      // operator text
+    int depth = 1;  // height of the tree below, for the nesting guard
+    std::string op; // operator text
     TscriptOp opCode = TscriptOp::None;
-    std::string name;    // variable, component letter or called name
-    TscriptValue value;  // Literal
+    std::string name;   // variable, component letter or called name
+    TscriptValue value; // Literal
     TscriptType castType = TscriptType::None;
     std::vector<TscriptExprPtr> kids;
     std::vector<TscriptArgExpr> args; // Call
@@ -69,26 +89,26 @@ struct TscriptExpr {
 
 enum class TscriptStmtKind {
     Empty,
-    Expr,     // expression or command call; expr
-    Decl,     // declarations; decls
-    Block,    // body
-    If,       // conds[i] with bodies[i]; elseBody may be null
-    While,    // conds[0], bodies[0]
-    DoWhile,  // bodies[0], conds[0]
-    For,      // init, conds[0] (may be null), step, bodies[0]
-    ForIn,    // loopVar, expr (the array), bodies[0]
+    Expr,    // expression or command call; expr
+    Decl,    // declarations; decls
+    Block,   // body
+    If,      // conds[i] with bodies[i]; elseBody may be null
+    While,   // conds[0], bodies[0]
+    DoWhile, // bodies[0], conds[0]
+    For,     // init, conds[0] (may be null), step, bodies[0]
+    ForIn,   // loopVar, expr (the array), bodies[0]
     Break,
     Continue,
-    Return,   // expr may be null
-    Proc,     // a definition, registered before the text runs
-    Switch    // expr; conds[i] (null for default) starts at body.stmts[caseStarts[i]]
+    Return, // expr may be null
+    Proc,   // a definition, registered before the text runs
+    Switch  // expr; conds[i] (null for default) starts at body.stmts[caseStarts[i]]
 };
 
 struct TscriptDeclarator {
     std::string name;
     bool isArray = false;
-    TscriptExprPtr size;  // int $a[5]
-    TscriptExprPtr init;  // may be null
+    TscriptExprPtr size; // int $a[5]
+    TscriptExprPtr init; // may be null
     int line = 0;
 };
 
@@ -122,9 +142,9 @@ struct TscriptStmt {
     std::vector<TscriptExprPtr> conds;
     std::vector<TscriptBlock> bodies; // If: one per cond; loops: one
     std::unique_ptr<TscriptBlock> elseBody;
-    TscriptStmtPtr init;       // For: a declaration or expression, may be null
-    TscriptExprPtr step;       // For, may be null
-    std::string loopVar;       // ForIn
+    TscriptStmtPtr init;            // For: a declaration or expression, may be null
+    TscriptExprPtr step;            // For, may be null
+    std::string loopVar;            // ForIn
     std::vector<size_t> caseStarts; // Switch
     // Proc
     std::unique_ptr<TscriptProcDef> proc;
@@ -145,5 +165,5 @@ struct TscriptUnit {
 // The array type whose elements have the scalar type `t`, and back.
 TscriptType scriptArrayOf(TscriptType t);
 TscriptType scriptElementOf(TscriptType t);
-const char* scriptTypeName(TscriptType t);   // "int", "float[]" ...
+const char* scriptTypeName(TscriptType t);    // "int", "float[]" ...
 std::string scriptTypeArticle(TscriptType t); // "an int", "a string[]" ...

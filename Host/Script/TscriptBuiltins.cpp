@@ -11,9 +11,13 @@ namespace {
 
 using Call = TscriptBuiltinCall;
 
-bool isNumeric(const TscriptValue& v) { return v.isNumber(); }
+bool isNumeric(const TscriptValue& v) {
+    return v.isNumber();
+}
 
-TscriptVector vmake(double x, double y, double z) { return {x, y, z}; }
+TscriptVector vmake(double x, double y, double z) {
+    return {x, y, z};
+}
 
 // ---------------------------------------------------------------- output and text
 
@@ -28,17 +32,33 @@ TscriptValue bPrint(Call& c) {
     std::string out;
     size_t n = 0;
     switch (v.type()) {
-    case TscriptType::IntArray: n = v.intArray().size(); break;
-    case TscriptType::FloatArray: n = v.floatArray().size(); break;
-    case TscriptType::StringArray: n = v.stringArray().size(); break;
-    default: n = v.vectorArray().size(); break;
+    case TscriptType::IntArray:
+        n = v.intArray().size();
+        break;
+    case TscriptType::FloatArray:
+        n = v.floatArray().size();
+        break;
+    case TscriptType::StringArray:
+        n = v.stringArray().size();
+        break;
+    default:
+        n = v.vectorArray().size();
+        break;
     }
     for (size_t i = 0; i < n; ++i) {
         switch (v.type()) {
-        case TscriptType::IntArray: out += std::to_string(v.intArray()[i]); break;
-        case TscriptType::FloatArray: out += formatScriptNumber(v.floatArray()[i]); break;
-        case TscriptType::StringArray: out += v.stringArray()[i]; break;
-        default: out += TscriptValue(v.vectorArray()[i]).toString(); break;
+        case TscriptType::IntArray:
+            out += std::to_string(v.intArray()[i]);
+            break;
+        case TscriptType::FloatArray:
+            out += formatScriptNumber(v.floatArray()[i]);
+            break;
+        case TscriptType::StringArray:
+            out += v.stringArray()[i];
+            break;
+        default:
+            out += TscriptValue(v.vectorArray()[i]).toString();
+            break;
         }
         out += '\n';
     }
@@ -49,8 +69,7 @@ TscriptValue bPrint(Call& c) {
 std::string joined(Call& c) {
     std::string text;
     for (size_t i = 0; i < c.count(); ++i) {
-        if (i)
-            text += ' ';
+        if (i) text += ' ';
         text += c[i].toString();
     }
     return text;
@@ -63,30 +82,35 @@ TscriptValue bWarning(Call& c) {
 }
 
 // error "text": stops the script with the script's own message.
-TscriptValue bError(Call& c) { throw TscriptError(joined(c), c.where()); }
+TscriptValue bError(Call& c) {
+    throw TscriptError(joined(c), c.where());
+}
 
 TscriptValue bSize(Call& c) {
     c.expectCount(1, 1);
     const TscriptValue& v = c[0];
     switch (v.type()) {
-    case TscriptType::String: return static_cast<int>(v.stringRef().size());
-    case TscriptType::IntArray: return static_cast<int>(v.intArray().size());
-    case TscriptType::FloatArray: return static_cast<int>(v.floatArray().size());
-    case TscriptType::StringArray: return static_cast<int>(v.stringArray().size());
-    case TscriptType::VectorArray: return static_cast<int>(v.vectorArray().size());
-    default: c.fail("expected a string or an array, given " + scriptTypeArticle(v.type()));
+    case TscriptType::String:
+        return static_cast<int>(v.stringRef().size());
+    case TscriptType::IntArray:
+        return static_cast<int>(v.intArray().size());
+    case TscriptType::FloatArray:
+        return static_cast<int>(v.floatArray().size());
+    case TscriptType::StringArray:
+        return static_cast<int>(v.stringArray().size());
+    case TscriptType::VectorArray:
+        return static_cast<int>(v.vectorArray().size());
+    default:
+        c.fail("expected a string or an array, given " + scriptTypeArticle(v.type()));
     }
 }
 
 TscriptValue bEval(Call& c) {
-    if (c.count() == 0)
-        c.fail("expected the text to run");
+    if (c.count() == 0) c.fail("expected the text to run");
     std::string text;
     for (size_t i = 0; i < c.count(); ++i) {
-        if (c[i].isArray() || c[i].isNone())
-            c.fail("cannot run " + scriptTypeArticle(c[i].type()));
-        if (i)
-            text += ' ';
+        if (c[i].isArray() || c[i].isNone()) c.fail("cannot run " + scriptTypeArticle(c[i].type()));
+        if (i) text += ' ';
         text += c[i].asString();
     }
     return c.eval.evaluate(text, c.where());
@@ -108,11 +132,9 @@ std::vector<std::string> splitText(const std::string& s, const std::string& deli
     size_t i = 0;
     while (i < s.size()) {
         size_t start = s.find_first_not_of(delims, i);
-        if (start == std::string::npos)
-            break;
+        if (start == std::string::npos) break;
         size_t end = s.find_first_of(delims, start);
-        if (end == std::string::npos)
-            end = s.size();
+        if (end == std::string::npos) end = s.size();
         parts.push_back(s.substr(start, end - start));
         i = end;
     }
@@ -127,18 +149,15 @@ TscriptValue bTokenize(Call& c) {
     TscriptValue* target = nullptr;
     if (n >= 2 && c[n - 1].type() == TscriptType::StringArray) {
         target = c.eval.variableOf(*c.exprs[n - 1].expr);
-        if (!target)
-            c.fail("the last argument must be a string array variable");
+        if (!target) c.fail("the last argument must be a string array variable");
         --n;
     } else if (n == 3) {
         c.fail("the last argument must be a string array variable");
     }
     std::string delims = n == 2 ? c.text(1) : std::string(" \t\n");
-    if (delims.empty())
-        c.fail("the delimiters are empty");
+    if (delims.empty()) c.fail("the delimiters are empty");
     std::vector<std::string> parts = splitText(c.text(0), delims);
-    if (!target)
-        return parts;
+    if (!target) return parts;
     int count = static_cast<int>(parts.size());
     *target = std::move(parts);
     return count;
@@ -150,8 +169,7 @@ TscriptValue bSubstring(Call& c) {
     const std::string& s = c.text(0);
     long first = std::max(1, c.integer(1));
     long last = std::min(static_cast<long>(s.size()), static_cast<long>(c.integer(2)));
-    if (last < first)
-        return std::string();
+    if (last < first) return std::string();
     return s.substr(static_cast<size_t>(first - 1), static_cast<size_t>(last - first + 1));
 }
 
@@ -159,8 +177,7 @@ TscriptValue bToUpper(Call& c) {
     c.expectCount(1, 1);
     std::string s = c.text(0);
     for (char& ch : s)
-        if (ch >= 'a' && ch <= 'z')
-            ch = static_cast<char>(ch - 'a' + 'A');
+        if (ch >= 'a' && ch <= 'z') ch = static_cast<char>(ch - 'a' + 'A');
     return s;
 }
 
@@ -168,8 +185,7 @@ TscriptValue bToLower(Call& c) {
     c.expectCount(1, 1);
     std::string s = c.text(0);
     for (char& ch : s)
-        if (ch >= 'A' && ch <= 'Z')
-            ch = static_cast<char>(ch - 'A' + 'a');
+        if (ch >= 'A' && ch <= 'Z') ch = static_cast<char>(ch - 'A' + 'a');
     return s;
 }
 
@@ -177,8 +193,7 @@ TscriptValue bStrip(Call& c) {
     c.expectCount(1, 1);
     const std::string& s = c.text(0);
     size_t a = s.find_first_not_of(" \t\n\r");
-    if (a == std::string::npos)
-        return std::string();
+    if (a == std::string::npos) return std::string();
     size_t b = s.find_last_not_of(" \t\n\r");
     return s.substr(a, b - a + 1);
 }
@@ -211,8 +226,7 @@ bool globMatch(const std::string& text, const std::string& pat) {
         // pat[pp] is '['; on return pp is past the closing ']'.
         size_t q = pp + 1;
         bool negate = q < pat.size() && (pat[q] == '!' || pat[q] == '^');
-        if (negate)
-            ++q;
+        if (negate) ++q;
         bool hit = false;
         bool first = true;
         while (q < pat.size() && (first || pat[q] != ']')) {
@@ -249,8 +263,7 @@ bool globMatch(const std::string& text, const std::string& pat) {
                 continue;
             }
         }
-        if (starP == std::string::npos)
-            return false;
+        if (starP == std::string::npos) return false;
         p = starP + 1;
         t = ++starT;
     }
@@ -268,18 +281,15 @@ TscriptValue bGmatch(Call& c) {
 TscriptValue bSubstituteAll(Call& c) {
     c.expectCount(3, 3);
     const std::string &s = c.text(0), &find = c.text(1), &with = c.text(2);
-    if (find.empty())
-        return s;
+    if (find.empty()) return s;
     std::string out;
     size_t at = 0;
     while (true) {
         size_t hit = s.find(find, at);
-        if (hit == std::string::npos)
-            break;
+        if (hit == std::string::npos) break;
         out.append(s, at, hit - at);
         out += with;
-        if (out.size() > TscriptEvaluator::kMaxStringLength)
-            c.fail("the result is too long");
+        if (out.size() > TscriptEvaluator::kMaxStringLength) c.fail("the result is too long");
         at = hit + find.size();
     }
     out.append(s, at, std::string::npos);
@@ -294,11 +304,9 @@ TscriptValue bStringArrayToString(Call& c) {
     std::string out;
     const auto& items = c[0].stringArray();
     for (size_t i = 0; i < items.size(); ++i) {
-        if (i)
-            out += sep;
+        if (i) out += sep;
         out += items[i];
-        if (out.size() > TscriptEvaluator::kMaxStringLength)
-            c.fail("the result is too long");
+        if (out.size() > TscriptEvaluator::kMaxStringLength) c.fail("the result is too long");
     }
     return out;
 }
@@ -308,26 +316,30 @@ TscriptValue bSort(Call& c) {
     c.expectCount(1, 1);
     TscriptValue v = c[0];
     switch (v.type()) {
-    case TscriptType::IntArray: std::sort(v.intArray().begin(), v.intArray().end()); break;
+    case TscriptType::IntArray:
+        std::sort(v.intArray().begin(), v.intArray().end());
+        break;
     case TscriptType::FloatArray:
         // NaNs last, so the order is strict and the sort well defined.
-        std::sort(v.floatArray().begin(), v.floatArray().end(), [](double a, double b) {
-            return std::isnan(b) ? !std::isnan(a) : a < b;
-        });
+        std::sort(v.floatArray().begin(), v.floatArray().end(),
+                  [](double a, double b) { return std::isnan(b) ? !std::isnan(a) : a < b; });
         break;
-    case TscriptType::StringArray: std::sort(v.stringArray().begin(), v.stringArray().end()); break;
+    case TscriptType::StringArray:
+        std::sort(v.stringArray().begin(), v.stringArray().end());
+        break;
     case TscriptType::VectorArray:
-        std::sort(v.vectorArray().begin(), v.vectorArray().end(), [](const TscriptVector& a, const TscriptVector& b) {
-            for (int i = 0; i < 3; ++i) {
-                if (std::isnan(a[i]) || std::isnan(b[i]))
-                    return std::isnan(b[i]) && !std::isnan(a[i]);
-                if (a[i] != b[i])
-                    return a[i] < b[i];
-            }
-            return false;
-        });
+        std::sort(v.vectorArray().begin(), v.vectorArray().end(),
+                  [](const TscriptVector& a, const TscriptVector& b) {
+                      for (int i = 0; i < 3; ++i) {
+                          if (std::isnan(a[i]) || std::isnan(b[i]))
+                              return std::isnan(b[i]) && !std::isnan(a[i]);
+                          if (a[i] != b[i]) return a[i] < b[i];
+                      }
+                      return false;
+                  });
         break;
-    default: c.fail("expected an array, given " + scriptTypeArticle(v.type()));
+    default:
+        c.fail("expected an array, given " + scriptTypeArticle(v.type()));
     }
     return v;
 }
@@ -335,8 +347,7 @@ TscriptValue bSort(Call& c) {
 TscriptValue bClear(Call& c) {
     c.expectCount(1, 1);
     TscriptValue* target = c.eval.variableOf(*c.exprs[0].expr);
-    if (!target || !target->isArray())
-        c.fail("expected an array variable");
+    if (!target || !target->isArray()) c.fail("expected an array variable");
     *target = scriptZero(target->type());
     return {};
 }
@@ -348,21 +359,51 @@ template <double (*F)(double)> TscriptValue unaryMath(Call& c) {
     return F(c.number(0));
 }
 
-double degToRad(double d) { return d * (M_PI / 180.0); }
-double radToDeg(double r) { return r * (180.0 / M_PI); }
-double floorF(double x) { return std::floor(x); }
-double ceilF(double x) { return std::ceil(x); }
-double truncF(double x) { return std::trunc(x); }
-double sqrtF(double x) { return std::sqrt(x); }
-double sinF(double x) { return std::sin(x); }
-double cosF(double x) { return std::cos(x); }
-double tanF(double x) { return std::tan(x); }
-double asinF(double x) { return std::asin(x); }
-double acosF(double x) { return std::acos(x); }
-double atanF(double x) { return std::atan(x); }
-double expF(double x) { return std::exp(x); }
-double logF(double x) { return std::log(x); }
-double log10F(double x) { return std::log10(x); }
+double degToRad(double d) {
+    return d * (M_PI / 180.0);
+}
+double radToDeg(double r) {
+    return r * (180.0 / M_PI);
+}
+double floorF(double x) {
+    return std::floor(x);
+}
+double ceilF(double x) {
+    return std::ceil(x);
+}
+double truncF(double x) {
+    return std::trunc(x);
+}
+double sqrtF(double x) {
+    return std::sqrt(x);
+}
+double sinF(double x) {
+    return std::sin(x);
+}
+double cosF(double x) {
+    return std::cos(x);
+}
+double tanF(double x) {
+    return std::tan(x);
+}
+double asinF(double x) {
+    return std::asin(x);
+}
+double acosF(double x) {
+    return std::acos(x);
+}
+double atanF(double x) {
+    return std::atan(x);
+}
+double expF(double x) {
+    return std::exp(x);
+}
+double logF(double x) {
+    return std::log(x);
+}
+double log10F(double x) {
+    return std::log10(x);
+}
 
 TscriptValue bAbs(Call& c) {
     c.expectCount(1, 1);
@@ -434,10 +475,8 @@ TscriptValue bClamp(Call& c) {
 TscriptValue bSmoothstep(Call& c) {
     c.expectCount(3, 3);
     double lo = c.number(0), hi = c.number(1), x = c.number(2);
-    if (x <= lo)
-        return 0.0;
-    if (x >= hi)
-        return 1.0;
+    if (x <= lo) return 0.0;
+    if (x >= hi) return 1.0;
     double t = (x - lo) / (hi - lo);
     return t * t * (3.0 - 2.0 * t);
 }
@@ -445,10 +484,8 @@ TscriptValue bSmoothstep(Call& c) {
 TscriptValue bLinstep(Call& c) {
     c.expectCount(3, 3);
     double lo = c.number(0), hi = c.number(1), x = c.number(2);
-    if (x <= lo)
-        return 0.0;
-    if (x >= hi)
-        return 1.0;
+    if (x <= lo) return 0.0;
+    if (x >= hi) return 1.0;
     return (x - lo) / (hi - lo);
 }
 
@@ -465,8 +502,7 @@ TscriptValue bUnit(Call& c) {
     TscriptVector v = c.vector(0, false);
     double m = std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
     // The zero vector stays zero rather than turning into NaN.
-    if (m < 1e-300)
-        return vmake(0, 0, 0);
+    if (m < 1e-300) return vmake(0, 0, 0);
     return vmake(v[0] / m, v[1] / m, v[2] / m);
 }
 
@@ -543,11 +579,9 @@ TscriptValue bSeed(Call& c) {
 
 TscriptValue bNoise(Call& c) {
     c.expectCount(1, 3);
-    if (c.count() == 1 && c[0].type() != TscriptType::Vector)
-        return scriptNoise1(c.number(0));
+    if (c.count() == 1 && c[0].type() != TscriptType::Vector) return scriptNoise1(c.number(0));
     TscriptVector p = c.count() == 1 ? c.vector(0) : vmake(c.number(0), c.number(1), 0.0);
-    if (c.count() == 3)
-        p[2] = c.number(2);
+    if (c.count() == 3) p[2] = c.number(2);
     return scriptNoise3(p[0], p[1], p[2]);
 }
 
@@ -622,7 +656,9 @@ const std::unordered_map<std::string, TscriptBuiltin>& table() {
     return t;
 }
 
-std::string ordinal(size_t i) { return "argument " + std::to_string(i + 1); }
+std::string ordinal(size_t i) {
+    return "argument " + std::to_string(i + 1);
+}
 
 } // namespace
 
@@ -632,26 +668,25 @@ const TscriptBuiltin* findScriptBuiltin(const std::string& name) {
     return it == t.end() ? nullptr : &it->second;
 }
 
-TsourceLocation TscriptBuiltinCall::where() const { return eval.where(line); }
+TsourceLocation TscriptBuiltinCall::where() const {
+    return eval.where(line);
+}
 
 void TscriptBuiltinCall::expectCount(size_t lo, size_t hi) const {
-    if (n >= lo && n <= hi)
-        return;
+    if (n >= lo && n <= hi) return;
     std::string want = lo == hi ? std::to_string(lo) : std::to_string(lo) + " to " + std::to_string(hi);
     fail("expected " + want + " argument" + (hi == 1 ? "" : "s") + ", given " + std::to_string(n));
 }
 
 double TscriptBuiltinCall::number(size_t i) const {
     const TscriptValue& v = *args[i];
-    if (!isNumeric(v))
-        fail(ordinal(i) + " must be a number, given " + scriptTypeArticle(v.type()));
+    if (!isNumeric(v)) fail(ordinal(i) + " must be a number, given " + scriptTypeArticle(v.type()));
     return v.asFloat();
 }
 
 int TscriptBuiltinCall::integer(size_t i) const {
     const TscriptValue& v = *args[i];
-    if (!isNumeric(v))
-        fail(ordinal(i) + " must be a number, given " + scriptTypeArticle(v.type()));
+    if (!isNumeric(v)) fail(ordinal(i) + " must be a number, given " + scriptTypeArticle(v.type()));
     return v.asInt();
 }
 
@@ -664,9 +699,7 @@ const std::string& TscriptBuiltinCall::text(size_t i) const {
 
 TscriptVector TscriptBuiltinCall::vector(size_t i, bool allowNumber) const {
     const TscriptValue& v = *args[i];
-    if (v.type() == TscriptType::Vector)
-        return v.vectorRef();
-    if (allowNumber && isNumeric(v))
-        return v.asVector();
+    if (v.type() == TscriptType::Vector) return v.vectorRef();
+    if (allowNumber && isNumeric(v)) return v.asVector();
     fail(ordinal(i) + " must be a vector, given " + scriptTypeArticle(v.type()));
 }

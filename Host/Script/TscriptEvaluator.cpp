@@ -8,8 +8,7 @@
 namespace {
 
 bool looksLikeFlag(const TscriptValue& v) {
-    if (v.type() != TscriptType::String)
-        return false;
+    if (v.type() != TscriptType::String) return false;
     const std::string& s = v.stringRef();
     return s.size() > 1 && s[0] == '-' &&
            ((s[1] >= 'a' && s[1] <= 'z') || (s[1] >= 'A' && s[1] <= 'Z') || s[1] == '_');
@@ -17,21 +16,31 @@ bool looksLikeFlag(const TscriptValue& v) {
 
 size_t arraySize(const TscriptValue& v) {
     switch (v.type()) {
-    case TscriptType::IntArray: return v.intArray().size();
-    case TscriptType::FloatArray: return v.floatArray().size();
-    case TscriptType::StringArray: return v.stringArray().size();
-    case TscriptType::VectorArray: return v.vectorArray().size();
-    default: return 0;
+    case TscriptType::IntArray:
+        return v.intArray().size();
+    case TscriptType::FloatArray:
+        return v.floatArray().size();
+    case TscriptType::StringArray:
+        return v.stringArray().size();
+    case TscriptType::VectorArray:
+        return v.vectorArray().size();
+    default:
+        return 0;
     }
 }
 
 TscriptValue arrayElement(const TscriptValue& v, size_t i) {
     switch (v.type()) {
-    case TscriptType::IntArray: return v.intArray()[i];
-    case TscriptType::FloatArray: return v.floatArray()[i];
-    case TscriptType::StringArray: return v.stringArray()[i];
-    case TscriptType::VectorArray: return v.vectorArray()[i];
-    default: return {};
+    case TscriptType::IntArray:
+        return v.intArray()[i];
+    case TscriptType::FloatArray:
+        return v.floatArray()[i];
+    case TscriptType::StringArray:
+        return v.stringArray()[i];
+    case TscriptType::VectorArray:
+        return v.vectorArray()[i];
+    default:
+        return {};
     }
 }
 
@@ -39,23 +48,19 @@ TscriptValue arrayElement(const TscriptValue& v, size_t i) {
 void setArrayElement(TscriptValue& a, size_t i, TscriptValue& e) {
     switch (a.type()) {
     case TscriptType::IntArray:
-        if (i >= a.intArray().size())
-            a.intArray().resize(i + 1, 0);
+        if (i >= a.intArray().size()) a.intArray().resize(i + 1, 0);
         a.intArray()[i] = e.intRef();
         break;
     case TscriptType::FloatArray:
-        if (i >= a.floatArray().size())
-            a.floatArray().resize(i + 1, 0.0);
+        if (i >= a.floatArray().size()) a.floatArray().resize(i + 1, 0.0);
         a.floatArray()[i] = e.floatRef();
         break;
     case TscriptType::StringArray:
-        if (i >= a.stringArray().size())
-            a.stringArray().resize(i + 1);
+        if (i >= a.stringArray().size()) a.stringArray().resize(i + 1);
         a.stringArray()[i] = e.stringRef();
         break;
     case TscriptType::VectorArray:
-        if (i >= a.vectorArray().size())
-            a.vectorArray().resize(i + 1, TscriptVector{0, 0, 0});
+        if (i >= a.vectorArray().size()) a.vectorArray().resize(i + 1, TscriptVector{0, 0, 0});
         a.vectorArray()[i] = e.vectorRef();
         break;
     default:
@@ -66,13 +71,16 @@ void setArrayElement(TscriptValue& a, size_t i, TscriptValue& e) {
 // Index messages name a variable as $name; an array that is not a variable
 // (a call's result) goes by this name, which no variable can have.
 const std::string kAnonymousArray = "";
-std::string shownName(const std::string& var) { return var.empty() ? "the array" : "$" + var; }
+std::string shownName(const std::string& var) {
+    return var.empty() ? "the array" : "$" + var;
+}
 
-int componentIndex(const std::string& letter) { return letter == "x" ? 0 : letter == "y" ? 1 : 2; }
+int componentIndex(const std::string& letter) {
+    return letter == "x" ? 0 : letter == "y" ? 1 : 2;
+}
 
 std::string describeVar(const TscriptExpr& e) {
-    if (e.kind == TscriptExprKind::Var)
-        return " ($" + e.name + ")";
+    if (e.kind == TscriptExprKind::Var) return " ($" + e.name + ")";
     if (e.kind == TscriptExprKind::Index && e.kids[0]->kind == TscriptExprKind::Var)
         return " ($" + e.kids[0]->name + "[...])";
     return "";
@@ -100,8 +108,7 @@ TscriptEvaluator::ScopeGuard::ScopeGuard(TscriptEvaluator& e) : fE(e), fLocals(e
 }
 
 TscriptEvaluator::ScopeGuard::~ScopeGuard() {
-    if (fE.fLocals.size() > fLocals)
-        ++fE.fStamp;
+    if (fE.fLocals.size() > fLocals) ++fE.fStamp;
     while (fE.fLocals.size() > fLocals)
         fE.fLocals.pop_back();
     fE.fScopes.pop_back();
@@ -109,18 +116,18 @@ TscriptEvaluator::ScopeGuard::~ScopeGuard() {
 
 // ---------------------------------------------------------------- entry points
 
-TscriptEvaluator::TscriptEvaluator(TscriptHost& host) : fHost(host) { seed(0); }
+TscriptEvaluator::TscriptEvaluator(TscriptHost& host) : fHost(host) {
+    seed(0);
+}
 
 bool TscriptEvaluator::run(std::string_view source, const std::string& fileName, bool echo) {
-    if (fFrames.empty())
-        fSteps = 0;
+    if (fFrames.empty()) fSteps = 0;
     try {
         TscriptParser parser(source, fileName, 1);
         runUnit(parser.parse(), echo);
         return true;
     } catch (const TscriptError& e) {
-        if (!e.reported())
-            fHost.error(e.where(), e.what());
+        if (!e.reported()) fHost.error(e.where(), e.what());
     } catch (const TscriptFault& f) {
         fHost.error({fileName, fLine}, f.message);
     } catch (const std::bad_alloc&) {
@@ -135,14 +142,14 @@ TscriptValue TscriptEvaluator::evaluate(std::string_view source, const TsourceLo
     return execute(compile(source, where));
 }
 
-std::shared_ptr<TscriptUnit> TscriptEvaluator::compile(std::string_view source, const TsourceLocation& where) {
+std::shared_ptr<TscriptUnit> TscriptEvaluator::compile(std::string_view source,
+                                                       const TsourceLocation& where) {
     TscriptParser parser(source, where.file, where.line > 0 ? where.line : 1);
     return parser.parse();
 }
 
 TscriptValue TscriptEvaluator::execute(const std::shared_ptr<TscriptUnit>& unit) {
-    if (fFrames.empty())
-        fSteps = 0;
+    if (fFrames.empty()) fSteps = 0;
     try {
         return runUnit(unit, false);
     } catch (const TscriptError&) {
@@ -176,13 +183,11 @@ TscriptValue TscriptEvaluator::runUnit(const std::shared_ptr<TscriptUnit>& unit,
         fLine = s->line;
         if (s->kind == TscriptStmtKind::Expr) {
             last = eval(*s->expr);
-            if (echo && s->isCall && !last.isNone())
-                fHost.result(last);
+            if (echo && s->isCall && !last.isNone()) fHost.result(last);
             continue;
         }
         last = TscriptValue();
-        if (exec(*s) == Flow::Return)
-            return std::move(fReturnValue);
+        if (exec(*s) == Flow::Return) return std::move(fReturnValue);
     }
     return last;
 }
@@ -198,8 +203,7 @@ void TscriptEvaluator::fail(int line, const std::string& message) const {
 }
 
 void TscriptEvaluator::tick(int line) {
-    if (fInterrupt && fInterrupt->load(std::memory_order_relaxed))
-        fail(line, "interrupted");
+    if (fInterrupt && fInterrupt->load(std::memory_order_relaxed)) fail(line, "interrupted");
     if (fStepLimit && ++fSteps > fStepLimit)
         fail(line, "step limit of " + std::to_string(fStepLimit) + " reached");
 }
@@ -211,20 +215,20 @@ void TscriptEvaluator::seed(int s) {
     fRandState[2] = static_cast<unsigned short>(u >> 16);
 }
 
-double TscriptEvaluator::random() { return erand48(fRandState); }
+double TscriptEvaluator::random() {
+    return erand48(fRandState);
+}
 
 TscriptValue* TscriptEvaluator::lookup(const std::string& name) {
     const Frame& f = fFrames.back();
     for (size_t i = fLocals.size(); i-- > f.base;) {
         LocalVar& v = fLocals[i];
-        if (v.name == name)
-            return v.alias ? v.alias : &v.value;
+        if (v.name == name) return v.alias ? v.alias : &v.value;
     }
     // Procs see the top level only through `global` declarations.
     if (!f.proc) {
         auto it = fGlobals.find(name);
-        if (it != fGlobals.end())
-            return &it->second;
+        if (it != fGlobals.end()) return &it->second;
     }
     return nullptr;
 }
@@ -248,8 +252,7 @@ TscriptValue* TscriptEvaluator::variableOf(const TscriptExpr& e) {
 
 TscriptValue& TscriptEvaluator::variable(const TscriptExpr& var) {
     TscriptValue* v = lookupCached(var);
-    if (!v)
-        fail(var.line, "undeclared variable $" + var.name);
+    if (!v) fail(var.line, "undeclared variable $" + var.name);
     return *v;
 }
 
@@ -259,13 +262,11 @@ TscriptValue& TscriptEvaluator::declare(const std::string& name, TscriptType typ
     bool topLevel = !f.proc && noBlock;
     if (global || topLevel) {
         auto [it, inserted] = fGlobals.try_emplace(name, scriptZero(type));
-        if (inserted)
-            ++fStamp;
+        if (inserted) ++fStamp;
         if (!inserted && it->second.type() != type)
             fail(line, "$" + name + " is already declared as " + scriptTypeName(it->second.type()) +
                            ", not " + scriptTypeName(type));
-        if (topLevel)
-            return it->second;
+        if (topLevel) return it->second;
         // A global brought into a block or proc: an alias in the current scope.
         size_t start = noBlock ? f.base : fScopes.back();
         for (size_t i = fLocals.size(); i-- > start;)
@@ -281,10 +282,8 @@ TscriptValue& TscriptEvaluator::declare(const std::string& name, TscriptType typ
     size_t start = fScopes.back();
     for (size_t i = fLocals.size(); i-- > start;) {
         LocalVar& v = fLocals[i];
-        if (v.name != name)
-            continue;
-        if (v.alias)
-            fail(line, "$" + name + " is already declared here as a global");
+        if (v.name != name) continue;
+        if (v.alias) fail(line, "$" + name + " is already declared here as a global");
         TscriptValue& slot = v.value;
         if (slot.type() != type)
             fail(line, "$" + name + " is already declared as " + scriptTypeName(slot.type()) + ", not " +
@@ -307,15 +306,13 @@ bool TscriptEvaluator::findProc(const std::string& name, ProcRef& out) const {
         }
     }
     auto it = fGlobalProcs.find(name);
-    if (it == fGlobalProcs.end())
-        return false;
+    if (it == fGlobalProcs.end()) return false;
     out = it->second;
     return true;
 }
 
 bool TscriptEvaluator::hasProc(const std::string& name) const {
-    if (fGlobalProcs.count(name))
-        return true;
+    if (fGlobalProcs.count(name)) return true;
     return !fFrames.empty() && fFrames.back().unit->localProcs.count(name);
 }
 
@@ -327,13 +324,12 @@ bool TscriptEvaluator::hasCallable(const std::string& name) const {
 int TscriptEvaluator::indexValue(const TscriptExpr& idx, const std::string& varName) {
     TscriptValue tmp;
     const TscriptValue& v = evalRef(idx, tmp);
-    if (v.type() == TscriptType::Int && v.intRef() >= 0)
-        return v.intRef();
+    if (v.type() == TscriptType::Int && v.intRef() >= 0) return v.intRef();
     if (!v.isNumber())
-        fail(idx.line, "the index of " + shownName(varName) + " must be a number, not " + scriptTypeArticle(v.type()));
+        fail(idx.line,
+             "the index of " + shownName(varName) + " must be a number, not " + scriptTypeArticle(v.type()));
     int i = v.asInt();
-    if (i < 0)
-        fail(idx.line, "negative index " + std::to_string(i) + " for " + shownName(varName));
+    if (i < 0) fail(idx.line, "negative index " + std::to_string(i) + " for " + shownName(varName));
     return i;
 }
 
@@ -342,15 +338,13 @@ int TscriptEvaluator::indexValue(const TscriptExpr& idx, const std::string& varN
 TscriptEvaluator::Flow TscriptEvaluator::execStatements(const TscriptBlock& b) {
     for (const auto& s : b.stmts) {
         Flow f = exec(*s);
-        if (f != Flow::Normal)
-            return f;
+        if (f != Flow::Normal) return f;
     }
     return Flow::Normal;
 }
 
 TscriptEvaluator::Flow TscriptEvaluator::execBlock(const TscriptBlock& b, bool newScope) {
-    if (!newScope)
-        return execStatements(b);
+    if (!newScope) return execStatements(b);
     ScopeGuard scope(*this);
     return execStatements(b);
 }
@@ -417,53 +411,39 @@ TscriptEvaluator::Flow TscriptEvaluator::execNode(const TscriptStmt& s) {
         return execBlock(s.body, true);
     case TscriptStmtKind::If:
         for (size_t i = 0; i < s.conds.size(); ++i) {
-            if (scriptTruthAt(*s.conds[i]))
-                return execBlock(s.bodies[i], true);
+            if (scriptTruthAt(*s.conds[i])) return execBlock(s.bodies[i], true);
         }
-        if (s.elseBody)
-            return execBlock(*s.elseBody, true);
+        if (s.elseBody) return execBlock(*s.elseBody, true);
         return Flow::Normal;
     case TscriptStmtKind::While:
         while (true) {
             tick(s.line);
-            if (!scriptTruthAt(*s.conds[0]))
-                return Flow::Normal;
+            if (!scriptTruthAt(*s.conds[0])) return Flow::Normal;
             Flow f = execLoopBody(s.bodies[0]);
-            if (f == Flow::Break)
-                return Flow::Normal;
-            if (f == Flow::Return)
-                return f;
+            if (f == Flow::Break) return Flow::Normal;
+            if (f == Flow::Return) return f;
         }
     case TscriptStmtKind::DoWhile:
         while (true) {
             tick(s.line);
             Flow f = execLoopBody(s.bodies[0]);
-            if (f == Flow::Break)
-                return Flow::Normal;
-            if (f == Flow::Return)
-                return f;
-            if (!scriptTruthAt(*s.conds[0]))
-                return Flow::Normal;
+            if (f == Flow::Break) return Flow::Normal;
+            if (f == Flow::Return) return f;
+            if (!scriptTruthAt(*s.conds[0])) return Flow::Normal;
         }
     case TscriptStmtKind::For: {
         // A declared loop variable lives in the loop; one made by assignment
         // stays after it, like any assignment's.
         std::optional<ScopeGuard> scope;
-        if (s.init && s.init->kind == TscriptStmtKind::Decl)
-            scope.emplace(*this);
-        if (s.init)
-            exec(*s.init);
+        if (s.init && s.init->kind == TscriptStmtKind::Decl) scope.emplace(*this);
+        if (s.init) exec(*s.init);
         while (true) {
             tick(s.line);
-            if (s.conds[0] && !scriptTruthAt(*s.conds[0]))
-                return Flow::Normal;
+            if (s.conds[0] && !scriptTruthAt(*s.conds[0])) return Flow::Normal;
             Flow f = execLoopBody(s.bodies[0]);
-            if (f == Flow::Break)
-                return Flow::Normal;
-            if (f == Flow::Return)
-                return f;
-            if (s.step)
-                eval(*s.step);
+            if (f == Flow::Break) return Flow::Normal;
+            if (f == Flow::Return) return f;
+            if (s.step) eval(*s.step);
         }
     }
     case TscriptStmtKind::ForIn: {
@@ -472,23 +452,18 @@ TscriptEvaluator::Flow TscriptEvaluator::execNode(const TscriptStmt& s) {
             fail(s.line, "'for ... in' needs an array, not " + scriptTypeArticle(items.type()));
         TscriptType elem = scriptElementOf(items.type());
         TscriptValue* var = lookup(s.loopVar);
-        if (!var)
-            var = &declare(s.loopVar, elem, false, s.line);
-        if (var->isArray())
-            fail(s.line, "the loop variable $" + s.loopVar + " of 'for ... in' is an array");
+        if (!var) var = &declare(s.loopVar, elem, false, s.line);
+        if (var->isArray()) fail(s.line, "the loop variable $" + s.loopVar + " of 'for ... in' is an array");
         size_t n = arraySize(items);
         for (size_t i = 0; i < n; ++i) {
             tick(s.line);
             // Looked up again: the body may have been where it was declared.
             TscriptValue* slot = lookup(s.loopVar);
-            if (!slot)
-                fail(s.line, "undeclared variable $" + s.loopVar);
+            if (!slot) fail(s.line, "undeclared variable $" + s.loopVar);
             *slot = scriptConvertFor(arrayElement(items, i), slot->type(), [&] { return "$" + s.loopVar; });
             Flow f = execLoopBody(s.bodies[0]);
-            if (f == Flow::Break)
-                break;
-            if (f == Flow::Return)
-                return f;
+            if (f == Flow::Break) break;
+            if (f == Flow::Return) return f;
         }
         return Flow::Normal;
     }
@@ -501,15 +476,12 @@ TscriptEvaluator::Flow TscriptEvaluator::execNode(const TscriptStmt& s) {
             if (s.conds[i] && scriptTruth(scriptBinary(TscriptOp::Eq, value, eval(*s.conds[i]))))
                 start = s.caseStarts[i];
         for (size_t i = 0; i < s.conds.size() && start > s.body.stmts.size(); ++i)
-            if (!s.conds[i])
-                start = s.caseStarts[i];
+            if (!s.conds[i]) start = s.caseStarts[i];
         ScopeGuard scope(*this);
         for (size_t k = start; k < s.body.stmts.size(); ++k) {
             Flow f = exec(*s.body.stmts[k]);
-            if (f == Flow::Break)
-                return Flow::Normal;
-            if (f != Flow::Normal)
-                return f;
+            if (f == Flow::Break) return Flow::Normal;
+            if (f != Flow::Normal) return f;
         }
         return Flow::Normal;
     }
@@ -527,10 +499,8 @@ TscriptEvaluator::Flow TscriptEvaluator::execNode(const TscriptStmt& s) {
 // ---------------------------------------------------------------- expressions
 
 const TscriptValue& TscriptEvaluator::evalRef(const TscriptExpr& e, TscriptValue& tmp) {
-    if (e.kind == TscriptExprKind::Var)
-        return variable(e);
-    if (e.kind == TscriptExprKind::Literal)
-        return e.value;
+    if (e.kind == TscriptExprKind::Var) return variable(e);
+    if (e.kind == TscriptExprKind::Literal) return e.value;
     tmp = eval(e);
     return tmp;
 }
@@ -580,8 +550,7 @@ TscriptValue TscriptEvaluator::evalNode(const TscriptExpr& e) {
     }
     case TscriptExprKind::Logical: {
         bool a = scriptTruthAt(*e.kids[0]);
-        if (e.opCode == TscriptOp::And)
-            return a ? TscriptValue(scriptTruthAt(*e.kids[1])) : TscriptValue(0);
+        if (e.opCode == TscriptOp::And) return a ? TscriptValue(scriptTruthAt(*e.kids[1])) : TscriptValue(0);
         return a ? TscriptValue(1) : TscriptValue(scriptTruthAt(*e.kids[1]));
     }
     case TscriptExprKind::Ternary:
@@ -645,53 +614,50 @@ TscriptValue TscriptEvaluator::evalIndex(const TscriptExpr& e) {
 
 TscriptValue TscriptEvaluator::evalComponent(const TscriptExpr& e) {
     TscriptValue tmp;
-    const TscriptValue& base = e.kids[0]->kind == TscriptExprKind::Var ? variable(*e.kids[0])
-                                                                       : (tmp = eval(*e.kids[0]));
+    const TscriptValue& base =
+        e.kids[0]->kind == TscriptExprKind::Var ? variable(*e.kids[0]) : (tmp = eval(*e.kids[0]));
     if (base.type() != TscriptType::Vector)
         fail(e.line, "'." + e.name + "' needs a vector, not " + scriptTypeArticle(base.type()) +
                          describeVar(*e.kids[0]));
     return base.vectorRef()[componentIndex(e.name)];
 }
 
-TscriptValue TscriptEvaluator::readLvalue(const TscriptExpr& e) { return eval(e); }
+TscriptValue TscriptEvaluator::readLvalue(const TscriptExpr& e) {
+    return eval(e);
+}
 
 void TscriptEvaluator::writeLvalue(const TscriptExpr& e, TscriptValue v, TscriptValue* stored) {
     if (e.kind == TscriptExprKind::Var) {
         TscriptValue* slot = lookupCached(e);
         if (!slot) {
             // Assigning to a new name declares it, with the type of the value.
-            if (v.isNone())
-                fail(e.line, "cannot declare $" + e.name + " from a call that gives no value");
+            if (v.isNone()) fail(e.line, "cannot declare $" + e.name + " from a call that gives no value");
             slot = &declare(e.name, v.type(), false, e.line);
         }
         if (slot->type() == v.type())
             *slot = std::move(v);
         else
             *slot = scriptConvertFor(v, slot->type(), [&] { return "$" + e.name; });
-        if (stored)
-            *stored = *slot;
+        if (stored) *stored = *slot;
         return;
     }
     if (e.kind == TscriptExprKind::Index) {
         const TscriptExpr& var = *e.kids[0];
         TscriptValue& arr = variable(var);
-        if (!arr.isArray())
-            fail(e.line, "cannot index " + scriptTypeArticle(arr.type()) + describeVar(var));
+        if (!arr.isArray()) fail(e.line, "cannot index " + scriptTypeArticle(arr.type()) + describeVar(var));
         int i = indexValue(*e.kids[1], var.name);
-        if (i > kMaxArrayIndex)
-            fail(e.line, "index " + std::to_string(i) + " is too large for $" + var.name);
-        TscriptValue elem = scriptConvertFor(v, scriptElementOf(arr.type()), [&] { return "an element of $" + var.name; });
+        if (i > kMaxArrayIndex) fail(e.line, "index " + std::to_string(i) + " is too large for $" + var.name);
+        TscriptValue elem =
+            scriptConvertFor(v, scriptElementOf(arr.type()), [&] { return "an element of $" + var.name; });
         // The index may have run code that redeclared nothing, but re-find to be safe.
         TscriptValue& target = variable(var);
         setArrayElement(target, static_cast<size_t>(i), elem);
-        if (stored)
-            *stored = std::move(elem);
+        if (stored) *stored = std::move(elem);
         return;
     }
     // Component of a vector variable or of a vector array element.
     const TscriptExpr& base = *e.kids[0];
-    if (!v.isNumber())
-        fail(e.line, "'." + e.name + "' takes a number, not " + scriptTypeArticle(v.type()));
+    if (!v.isNumber()) fail(e.line, "'." + e.name + "' takes a number, not " + scriptTypeArticle(v.type()));
     double c = v.asFloat();
     if (base.kind == TscriptExprKind::Var) {
         TscriptValue& slot = variable(base);
@@ -703,8 +669,8 @@ void TscriptEvaluator::writeLvalue(const TscriptExpr& e, TscriptValue v, Tscript
         const TscriptExpr& var = *base.kids[0];
         TscriptValue& arr = variable(var);
         if (arr.type() != TscriptType::VectorArray)
-            fail(e.line, "'." + e.name + "' needs a vector, not an element of " + scriptTypeArticle(arr.type()) +
-                             describeVar(var));
+            fail(e.line, "'." + e.name + "' needs a vector, not an element of " +
+                             scriptTypeArticle(arr.type()) + describeVar(var));
         int i = indexValue(*base.kids[1], var.name);
         auto& items = variable(var).vectorArray();
         if (static_cast<size_t>(i) >= items.size())
@@ -712,8 +678,7 @@ void TscriptEvaluator::writeLvalue(const TscriptExpr& e, TscriptValue v, Tscript
                              std::to_string(items.size()) + ")");
         items[static_cast<size_t>(i)][componentIndex(e.name)] = c;
     }
-    if (stored)
-        *stored = c;
+    if (stored) *stored = c;
 }
 
 TscriptValue TscriptEvaluator::evalAssign(const TscriptExpr& e, bool wantResult) {
@@ -726,7 +691,8 @@ TscriptValue TscriptEvaluator::evalAssign(const TscriptExpr& e, bool wantResult)
         TscriptValue tmp;
         const TscriptValue& rhs = evalRef(*e.kids[1], tmp);
         TscriptValue& slot = variable(target);
-        if (e.opCode == TscriptOp::Add && slot.type() == TscriptType::String && !rhs.isArray() && !rhs.isNone()) {
+        if (e.opCode == TscriptOp::Add && slot.type() == TscriptType::String && !rhs.isArray() &&
+            !rhs.isNone()) {
             // Appending in place keeps a loop of += linear.
             std::string more = rhs.asString();
             if (slot.stringRef().size() + more.size() > kMaxStringLength)
@@ -766,7 +732,8 @@ TscriptValue TscriptEvaluator::evalIncDec(const TscriptExpr& e, bool post) {
     if (!old.isNumber())
         fail(e.line, "'" + e.op + "' needs an int or a float, not " + scriptTypeArticle(old.type()) +
                          describeVar(target));
-    TscriptValue next = scriptBinary(e.opCode == TscriptOp::Inc ? TscriptOp::Add : TscriptOp::Sub, old, TscriptValue(1));
+    TscriptValue next =
+        scriptBinary(e.opCode == TscriptOp::Inc ? TscriptOp::Add : TscriptOp::Sub, old, TscriptValue(1));
     TscriptValue stored;
     writeLvalue(target, std::move(next), &stored);
     return post ? old : stored;
@@ -779,11 +746,16 @@ TscriptValue TscriptEvaluator::evalArrayLiteral(const TscriptExpr& e) {
     TscriptType widest = TscriptType::None;
     auto rank = [](TscriptType t) {
         switch (t) {
-        case TscriptType::Int: return 1;
-        case TscriptType::Float: return 2;
-        case TscriptType::Vector: return 3;
-        case TscriptType::String: return 4;
-        default: return 0;
+        case TscriptType::Int:
+            return 1;
+        case TscriptType::Float:
+            return 2;
+        case TscriptType::Vector:
+            return 3;
+        case TscriptType::String:
+            return 4;
+        default:
+            return 0;
         }
     };
     for (const auto& k : e.kids) {
@@ -791,8 +763,7 @@ TscriptValue TscriptEvaluator::evalArrayLiteral(const TscriptExpr& e) {
         TscriptType t = items.back().type();
         if (rank(t) == 0)
             fail(k->line, "an array element must be a number, string or vector, not " + scriptTypeArticle(t));
-        if (rank(t) > rank(widest))
-            widest = t;
+        if (rank(t) > rank(widest)) widest = t;
     }
     if (widest == TscriptType::Vector) {
         for (const auto& it : items)
@@ -822,18 +793,14 @@ TscriptValue TscriptEvaluator::evalCall(const TscriptExpr& e) {
         // A copy of the reference keeps the proc's text alive through the
         // call, even if the call redefines it.
         ProcRef proc;
-        if (findProc(e.name, proc))
-            return callProc(proc, e);
-        if (e.name == "catch" || e.name == "catchQuiet")
-            return callCatch(e, e.name == "catchQuiet");
+        if (findProc(e.name, proc)) return callProc(proc, e);
+        if (e.name == "catch" || e.name == "catchQuiet") return callCatch(e, e.name == "catchQuiet");
         builtin = findScriptBuiltin(e.name);
         e.callTarget = builtin;
         e.callStamp = fProcStamp;
     }
-    if (builtin)
-        return callBuiltin(*builtin, e);
-    if (fHost.hasCommand(e.name))
-        return callCommand(e);
+    if (builtin) return callBuiltin(*builtin, e);
+    if (fHost.hasCommand(e.name)) return callCommand(e);
     fail(e.line, "unknown command or procedure '" + e.name + "'");
 }
 
@@ -912,16 +879,14 @@ TscriptValue TscriptEvaluator::callProc(const ProcRef& proc, const TscriptExpr& 
     ++fStamp;
 
     Flow f = execStatements(def.body);
-    if (def.returnType == TscriptType::None)
-        return {};
-    if (f != Flow::Return)
-        return scriptZero(def.returnType);
+    if (def.returnType == TscriptType::None) return {};
+    if (f != Flow::Return) return scriptZero(def.returnType);
     TscriptValue result = std::move(fReturnValue);
     fReturnValue = TscriptValue();
-    if (result.type() == def.returnType)
-        return result;
+    if (result.type() == def.returnType) return result;
     try {
-        return scriptConvertFor(result, def.returnType, [&] { return "the result of proc '" + def.name + "'"; });
+        return scriptConvertFor(result, def.returnType,
+                                [&] { return "the result of proc '" + def.name + "'"; });
     } catch (const TscriptFault& fault) {
         fail(e.line, fault.message);
     }
@@ -954,8 +919,7 @@ TscriptValue TscriptEvaluator::callCatch(const TscriptExpr& e, bool quiet) {
     try {
         eval(*e.args[0].expr);
     } catch (const TscriptError& err) {
-        if (!quiet && !err.reported())
-            fHost.error(err.where(), err.what());
+        if (!quiet && !err.reported()) fHost.error(err.where(), err.what());
         return 1;
     }
     return 0;

@@ -35,9 +35,9 @@ struct TscriptBuiltinCall {
     const TscriptValue& operator[](size_t i) const { return *args[i]; }
     [[noreturn]] void fail(const std::string& message) const { throw TscriptFault{name + ": " + message}; }
     void expectCount(size_t lo, size_t hi) const;
-    double number(size_t i) const;          // Int or Float
-    int integer(size_t i) const;            // Int or Float, truncated
-    const std::string& text(size_t i) const; // String
+    double number(size_t i) const;                                 // Int or Float
+    int integer(size_t i) const;                                   // Int or Float, truncated
+    const std::string& text(size_t i) const;                       // String
     TscriptVector vector(size_t i, bool allowNumber = true) const; // a number fills all three
 };
 
@@ -54,10 +54,8 @@ TscriptValue scriptZero(TscriptType type);
 // The same, naming the target only when it fails (`what` is called then), so
 // that conversions on hot paths build no text.
 template <typename What> TscriptValue scriptConvertFor(const TscriptValue& v, TscriptType type, What&& what) {
-    if (v.type() == type)
-        return v;
-    if (!v.isNone() && v.isArray() != (type >= TscriptType::IntArray))
-        return scriptConvert(v, type, what());
+    if (v.type() == type) return v;
+    if (!v.isNone() && v.isArray() != (type >= TscriptType::IntArray)) return scriptConvert(v, type, what());
     return scriptConvert(v, type, std::string());
 }
 
@@ -106,8 +104,8 @@ private:
         TscriptValue* alias = nullptr; // a global brought in by `global`
     };
     struct Frame {
-        size_t base = 0;                  // first local of the frame
-        size_t scopeBase = 0;             // first of its entries in fScopes
+        size_t base = 0;      // first local of the frame
+        size_t scopeBase = 0; // first of its entries in fScopes
         std::shared_ptr<TscriptUnit> unit;
         const TscriptProcDef* proc = nullptr;
     };
@@ -117,8 +115,7 @@ private:
     };
     struct DepthGuard {
         DepthGuard(TscriptEvaluator& e, int line) : fE(e) {
-            if (++fE.fWalkDepth > kMaxWalkDepth)
-                fE.tooDeep(line);
+            if (++fE.fWalkDepth > kMaxWalkDepth) fE.tooDeep(line);
         }
         ~DepthGuard() { --fE.fWalkDepth; }
         TscriptEvaluator& fE;
@@ -164,7 +161,7 @@ private:
     // Storage of an lvalue, its element or component; grows arrays when `grow`.
     TscriptValue readLvalue(const TscriptExpr& e);
     void writeLvalue(const TscriptExpr& e, TscriptValue v, TscriptValue* stored);
-    TscriptValue& variable(const TscriptExpr& var); // undeclared is an error
+    TscriptValue& variable(const TscriptExpr& var);                     // undeclared is an error
     int indexValue(const TscriptExpr& idx, const std::string& varName); // name without '$'
 
     TscriptValue* lookup(const std::string& name);

@@ -17,7 +17,9 @@ TscriptValue TscriptInterpreter::evaluate(std::string_view source, const Tsource
 namespace {
 
 // "$argv" and "argv" name the same variable.
-std::string bareName(const std::string& name) { return !name.empty() && name[0] == '$' ? name.substr(1) : name; }
+std::string bareName(const std::string& name) {
+    return !name.empty() && name[0] == '$' ? name.substr(1) : name;
+}
 
 } // namespace
 
@@ -26,7 +28,9 @@ std::shared_ptr<const TscriptCompiled> TscriptInterpreter::compile(std::string_v
     return std::make_shared<TscriptCompiled>(fEval->compile(source, where));
 }
 
-TscriptValue TscriptInterpreter::execute(const TscriptCompiled& code) { return fEval->execute(code.unit()); }
+TscriptValue TscriptInterpreter::execute(const TscriptCompiled& code) {
+    return fEval->execute(code.unit());
+}
 
 void TscriptInterpreter::setGlobal(const std::string& name, TscriptValue value) {
     fEval->setGlobal(bareName(name), std::move(value));
@@ -35,14 +39,19 @@ void TscriptInterpreter::setGlobal(const std::string& name, TscriptValue value) 
 bool TscriptInterpreter::getGlobal(const std::string& name, TscriptValue& value) const {
     const auto& g = fEval->globals();
     auto it = g.find(bareName(name));
-    if (it == g.end())
-        return false;
+    if (it == g.end()) return false;
     value = it->second;
     return true;
 }
 
-bool TscriptInterpreter::hasProc(const std::string& name) const { return fEval->hasProc(name); }
+bool TscriptInterpreter::hasProc(const std::string& name) const {
+    return fEval->hasProc(name);
+}
 
-void TscriptInterpreter::setInterruptFlag(const std::atomic<bool>* flag) { fEval->setInterruptFlag(flag); }
+void TscriptInterpreter::setInterruptFlag(const std::atomic<bool>* flag) {
+    fEval->setInterruptFlag(flag);
+}
 
-void TscriptInterpreter::setStepLimit(std::uint64_t steps) { fEval->setStepLimit(steps); }
+void TscriptInterpreter::setStepLimit(std::uint64_t steps) {
+    fEval->setStepLimit(steps);
+}

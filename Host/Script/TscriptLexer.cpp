@@ -6,24 +6,31 @@
 
 namespace {
 
-bool isIdentStart(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; }
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-bool isIdentChar(char c) { return isIdentStart(c) || isDigit(c); }
-bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v'; }
+bool isIdentStart(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+}
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+bool isIdentChar(char c) {
+    return isIdentStart(c) || isDigit(c);
+}
+bool isSpace(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v';
+}
 
 std::string charText(char c) {
     unsigned char u = static_cast<unsigned char>(c);
-    if (u >= 0x21 && u < 0x7f)
-        return std::string("'") + c + "'";
+    if (u >= 0x21 && u < 0x7f) return std::string("'") + c + "'";
     char buf[16];
     std::snprintf(buf, sizeof buf, "0x%02x", u);
     return std::string("character ") + buf;
 }
 
 // Longest first, so that "<<" wins over "<".
-constexpr std::string_view kOps[] = {"<<", ">>", "++", "--", "+=", "-=", "*=", "/=", "==", "!=", "<=", ">=",
-                                     "&&", "||", "+",  "-",  "*",  "/",  "%",  "^",  "<",  ">",  "=",  "!",
-                                     "?",  ":",  ";",  ",",  "(",  ")",  "{",  "}",  "[",  "]",  "."};
+constexpr std::string_view kOps[] = {
+    "<<", ">>", "++", "--", "+=", "-=", "*=", "/=", "==", "!=", "<=", ">=", "&&", "||", "+", "-", "*", "/",
+    "%",  "^",  "<",  ">",  "=",  "!",  "?",  ":",  ";",  ",",  "(",  ")",  "{",  "}",  "[", "]", "."};
 
 } // namespace
 
@@ -39,8 +46,7 @@ TscriptTok readScriptNumber(std::string_view s, int& intValue, double& floatValu
     if (s.size() > 2 && s[0] == '0' && (s[1] == 'x' || s[1] == 'X')) {
         unsigned long long v = 0;
         auto [p, ec] = std::from_chars(s.data() + 2, end, v, 16);
-        if (ec != std::errc() || p != end || v > 0xffffffffull)
-            return TscriptTok::End;
+        if (ec != std::errc() || p != end || v > 0xffffffffull) return TscriptTok::End;
         // Hex literals give the bit pattern, as in C.
         unsigned u = static_cast<unsigned>(v);
         intValue = static_cast<int>(negative ? 0u - u : u);
@@ -57,8 +63,7 @@ TscriptTok readScriptNumber(std::string_view s, int& intValue, double& floatValu
         long long v = 0;
         auto [p, ec] = std::from_chars(s.data(), end, v);
         if (ec == std::errc() && p == end) {
-            if (negative)
-                v = -v;
+            if (negative) v = -v;
             if (v >= -2147483648LL && v <= 2147483647LL) {
                 intValue = static_cast<int>(v);
                 return TscriptTok::Int;
@@ -68,8 +73,7 @@ TscriptTok readScriptNumber(std::string_view s, int& intValue, double& floatValu
     }
     double d = 0;
     auto [p, ec] = std::from_chars(s.data(), end, d);
-    if (p != end || (ec != std::errc() && ec != std::errc::result_out_of_range))
-        return TscriptTok::End;
+    if (p != end || (ec != std::errc() && ec != std::errc::result_out_of_range)) return TscriptTok::End;
     floatValue = negative ? -d : d;
     return TscriptTok::Float;
 }
@@ -96,8 +100,7 @@ bool TscriptLexer::skipSpace(bool& sawSpace, std::string& error) {
     while (fPos < fSrc.size()) {
         char c = fSrc[fPos];
         if (isSpace(c)) {
-            if (c == '\n')
-                ++fLine;
+            if (c == '\n') ++fLine;
             ++fPos;
             sawSpace = true;
         } else if (c == '/' && fPos + 1 < fSrc.size() && fSrc[fPos + 1] == '/') {
@@ -113,8 +116,7 @@ bool TscriptLexer::skipSpace(bool& sawSpace, std::string& error) {
                 return false;
             }
             for (size_t i = fPos; i < close; ++i)
-                if (fSrc[i] == '\n')
-                    ++fLine;
+                if (fSrc[i] == '\n') ++fLine;
             fPos = close + 2;
             sawSpace = true;
         } else {
@@ -130,8 +132,7 @@ TscriptToken TscriptLexer::make(TscriptTok kind, size_t begin, int line, bool sp
     t.begin = begin;
     t.line = line;
     t.spaceBefore = space;
-    if (kind != TscriptTok::Error)
-        t.text = std::string(fSrc.substr(begin, fPos - begin));
+    if (kind != TscriptTok::Error) t.text = std::string(fSrc.substr(begin, fPos - begin));
     return t;
 }
 
@@ -145,23 +146,35 @@ TscriptToken TscriptLexer::scanString(size_t begin, int line, bool space) {
             return t;
         }
         char c = fSrc[fPos++];
-        if (c == '"')
-            break;
-        if (c == '\n')
-            ++fLine;
+        if (c == '"') break;
+        if (c == '\n') ++fLine;
         if (c != '\\' || fPos >= fSrc.size()) {
             text += c;
             continue;
         }
         char e = fSrc[fPos++];
         switch (e) {
-        case 'n': text += '\n'; break;
-        case 't': text += '\t'; break;
-        case 'r': text += '\r'; break;
-        case '"': text += '"'; break;
-        case '\\': text += '\\'; break;
-        case '\'': text += '\''; break;
-        case '`': text += '`'; break;
+        case 'n':
+            text += '\n';
+            break;
+        case 't':
+            text += '\t';
+            break;
+        case 'r':
+            text += '\r';
+            break;
+        case '"':
+            text += '"';
+            break;
+        case '\\':
+            text += '\\';
+            break;
+        case '\'':
+            text += '\'';
+            break;
+        case '`':
+            text += '`';
+            break;
         case '\n':
             // A backslash at the end of a line continues the string.
             ++fLine;
@@ -170,8 +183,7 @@ TscriptToken TscriptLexer::scanString(size_t begin, int line, bool space) {
             // Unknown escapes keep their backslash, so Windows-style paths survive.
             text += '\\';
             text += e;
-            if (e == '\n')
-                ++fLine;
+            if (e == '\n') ++fLine;
             break;
         }
     }
@@ -192,8 +204,8 @@ TscriptToken TscriptLexer::scanNumber(size_t begin, int line, bool space) {
             char c = fSrc[p];
             if (isIdentChar(c) || c == '.') {
                 ++p;
-            } else if ((c == '+' || c == '-') && (fSrc[p - 1] == 'e' || fSrc[p - 1] == 'E') && p + 1 < fSrc.size() &&
-                       isDigit(fSrc[p + 1])) {
+            } else if ((c == '+' || c == '-') && (fSrc[p - 1] == 'e' || fSrc[p - 1] == 'E') &&
+                       p + 1 < fSrc.size() && isDigit(fSrc[p + 1])) {
                 ++p;
             } else {
                 break;
@@ -222,8 +234,7 @@ TscriptToken TscriptLexer::next() {
     }
     size_t begin = fPos;
     int line = fLine;
-    if (fPos >= fSrc.size())
-        return make(TscriptTok::End, begin, line, space);
+    if (fPos >= fSrc.size()) return make(TscriptTok::End, begin, line, space);
     char c = fSrc[fPos];
     if (isIdentStart(c)) {
         while (fPos < fSrc.size() && isIdentChar(fSrc[fPos]))
@@ -245,8 +256,7 @@ TscriptToken TscriptLexer::next() {
     }
     if (isDigit(c) || (c == '.' && fPos + 1 < fSrc.size() && isDigit(fSrc[fPos + 1])))
         return scanNumber(begin, line, space);
-    if (c == '"')
-        return scanString(begin, line, space);
+    if (c == '"') return scanString(begin, line, space);
     if (c == '`') {
         ++fPos;
         return make(TscriptTok::Backtick, begin, line, space);
@@ -264,21 +274,26 @@ TscriptToken TscriptLexer::next() {
 }
 
 bool TscriptLexer::atCallOpen(const TscriptToken& word) const {
-    if (word.text.empty() || !isIdentStart(word.text[0]))
-        return false;
+    if (word.text.empty() || !isIdentStart(word.text[0])) return false;
     for (char c : word.text)
-        if (!isIdentChar(c))
-            return false;
+        if (!isIdentChar(c)) return false;
     size_t end = word.begin + word.text.size();
     return end < fSrc.size() && fSrc[end] == '(';
 }
 
 bool TscriptLexer::atWordStop(size_t pos) const {
     char c = fSrc[pos];
-    if (isSpace(c))
-        return true;
+    if (isSpace(c)) return true;
     switch (c) {
-    case ';': case '"': case '`': case '(': case ')': case '{': case '}': case '$': case ',':
+    case ';':
+    case '"':
+    case '`':
+    case '(':
+    case ')':
+    case '{':
+    case '}':
+    case '$':
+    case ',':
         return true;
     case '/':
         return pos + 1 < fSrc.size() && (fSrc[pos + 1] == '/' || fSrc[pos + 1] == '*');
@@ -297,8 +312,7 @@ TscriptToken TscriptLexer::nextArg() {
     }
     size_t begin = fPos;
     int line = fLine;
-    if (fPos >= fSrc.size())
-        return make(TscriptTok::End, begin, line, space);
+    if (fPos >= fSrc.size()) return make(TscriptTok::End, begin, line, space);
     char c = fSrc[fPos];
     // Everything that is not a plain word is lexed as in ordinary mode.
     if (atWordStop(fPos) || fSrc.substr(fPos, 2) == "<<") {
@@ -316,7 +330,6 @@ TscriptToken TscriptLexer::nextArg() {
         return t;
     }
     TscriptTok num = readScriptNumber(t.text, t.intValue, t.floatValue);
-    if (num != TscriptTok::End)
-        t.kind = num;
+    if (num != TscriptTok::End) t.kind = num;
     return t;
 }

@@ -32,45 +32,67 @@ const std::vector<std::vector<std::string>> kLevels = {
 
 TscriptType scriptArrayOf(TscriptType t) {
     switch (t) {
-    case TscriptType::Int: return TscriptType::IntArray;
-    case TscriptType::Float: return TscriptType::FloatArray;
-    case TscriptType::String: return TscriptType::StringArray;
-    case TscriptType::Vector: return TscriptType::VectorArray;
-    default: return t;
+    case TscriptType::Int:
+        return TscriptType::IntArray;
+    case TscriptType::Float:
+        return TscriptType::FloatArray;
+    case TscriptType::String:
+        return TscriptType::StringArray;
+    case TscriptType::Vector:
+        return TscriptType::VectorArray;
+    default:
+        return t;
     }
 }
 
 TscriptType scriptElementOf(TscriptType t) {
     switch (t) {
-    case TscriptType::IntArray: return TscriptType::Int;
-    case TscriptType::FloatArray: return TscriptType::Float;
-    case TscriptType::StringArray: return TscriptType::String;
-    case TscriptType::VectorArray: return TscriptType::Vector;
-    default: return t;
+    case TscriptType::IntArray:
+        return TscriptType::Int;
+    case TscriptType::FloatArray:
+        return TscriptType::Float;
+    case TscriptType::StringArray:
+        return TscriptType::String;
+    case TscriptType::VectorArray:
+        return TscriptType::Vector;
+    default:
+        return t;
     }
 }
 
 const char* scriptTypeName(TscriptType t) {
     switch (t) {
-    case TscriptType::None: return "nothing";
-    case TscriptType::Int: return "int";
-    case TscriptType::Float: return "float";
-    case TscriptType::String: return "string";
-    case TscriptType::Vector: return "vector";
-    case TscriptType::IntArray: return "int[]";
-    case TscriptType::FloatArray: return "float[]";
-    case TscriptType::StringArray: return "string[]";
-    case TscriptType::VectorArray: return "vector[]";
+    case TscriptType::None:
+        return "nothing";
+    case TscriptType::Int:
+        return "int";
+    case TscriptType::Float:
+        return "float";
+    case TscriptType::String:
+        return "string";
+    case TscriptType::Vector:
+        return "vector";
+    case TscriptType::IntArray:
+        return "int[]";
+    case TscriptType::FloatArray:
+        return "float[]";
+    case TscriptType::StringArray:
+        return "string[]";
+    case TscriptType::VectorArray:
+        return "vector[]";
     }
     return "?";
 }
 
 std::string scriptTypeArticle(TscriptType t) {
     switch (t) {
-    case TscriptType::None: return "nothing";
+    case TscriptType::None:
+        return "nothing";
     case TscriptType::Int:
-    case TscriptType::IntArray: return std::string("an ") + scriptTypeName(t);
-    default: return std::string("a ") + scriptTypeName(t);
+    case TscriptType::IntArray:
+        return std::string("an ") + scriptTypeName(t);
+    default:
+        return std::string("a ") + scriptTypeName(t);
     }
 }
 
@@ -83,31 +105,50 @@ TscriptOp scriptOpCode(const std::string& t) {
         {"--", TscriptOp::Dec}, {"+=", TscriptOp::Add},  {"-=", TscriptOp::Sub}, {"*=", TscriptOp::Mul},
         {"/=", TscriptOp::Div}};
     for (const auto& [text, code] : codes)
-        if (t == text)
-            return code;
+        if (t == text) return code;
     return TscriptOp::None;
 }
 
 const char* scriptOpText(TscriptOp op) {
     switch (op) {
-    case TscriptOp::Add: case TscriptOp::Plus: return "+";
-    case TscriptOp::Sub: case TscriptOp::Neg: return "-";
-    case TscriptOp::Mul: return "*";
-    case TscriptOp::Div: return "/";
-    case TscriptOp::Mod: return "%";
-    case TscriptOp::Cross: return "^";
-    case TscriptOp::Eq: return "==";
-    case TscriptOp::Ne: return "!=";
-    case TscriptOp::Lt: return "<";
-    case TscriptOp::Le: return "<=";
-    case TscriptOp::Gt: return ">";
-    case TscriptOp::Ge: return ">=";
-    case TscriptOp::And: return "&&";
-    case TscriptOp::Or: return "||";
-    case TscriptOp::Not: return "!";
-    case TscriptOp::Inc: return "++";
-    case TscriptOp::Dec: return "--";
-    default: return "=";
+    case TscriptOp::Add:
+    case TscriptOp::Plus:
+        return "+";
+    case TscriptOp::Sub:
+    case TscriptOp::Neg:
+        return "-";
+    case TscriptOp::Mul:
+        return "*";
+    case TscriptOp::Div:
+        return "/";
+    case TscriptOp::Mod:
+        return "%";
+    case TscriptOp::Cross:
+        return "^";
+    case TscriptOp::Eq:
+        return "==";
+    case TscriptOp::Ne:
+        return "!=";
+    case TscriptOp::Lt:
+        return "<";
+    case TscriptOp::Le:
+        return "<=";
+    case TscriptOp::Gt:
+        return ">";
+    case TscriptOp::Ge:
+        return ">=";
+    case TscriptOp::And:
+        return "&&";
+    case TscriptOp::Or:
+        return "||";
+    case TscriptOp::Not:
+        return "!";
+    case TscriptOp::Inc:
+        return "++";
+    case TscriptOp::Dec:
+        return "--";
+    default:
+        return "=";
     }
 }
 
@@ -135,8 +176,7 @@ void TscriptParser::advance() {
 }
 
 const TscriptToken& TscriptParser::peek() {
-    if (!fPeek)
-        fPeek = fLex.next();
+    if (!fPeek) fPeek = fLex.next();
     return *fPeek;
 }
 
@@ -155,8 +195,7 @@ void TscriptParser::resumeArgsAtCurrent() {
 
 void TscriptParser::fail(const std::string& message) const {
     // A lexical fault at the current token says more than "unexpected".
-    if (fCur.kind == TscriptTok::Error)
-        throw TscriptError(kSyntax + fCur.text, here(fCur.line));
+    if (fCur.kind == TscriptTok::Error) throw TscriptError(kSyntax + fCur.text, here(fCur.line));
     throw TscriptError(message, here(fCur.line));
 }
 
@@ -170,7 +209,8 @@ void TscriptParser::unexpected(const std::string& context) const {
 
 void TscriptParser::expectOp(std::string_view op, const std::string& context) {
     if (!fCur.isOp(op))
-        fail(kSyntax + "expected '" + std::string(op) + "' " + context + ", found " + TscriptLexer::describe(fCur));
+        fail(kSyntax + "expected '" + std::string(op) + "' " + context + ", found " +
+             TscriptLexer::describe(fCur));
     advance();
 }
 
@@ -180,14 +220,12 @@ void TscriptParser::endStatement(const std::string& after) {
         return;
     }
     // The last statement of a text may go without its ';'.
-    if (fCur.kind == TscriptTok::End && fBlockDepth == 0)
-        return;
+    if (fCur.kind == TscriptTok::End && fBlockDepth == 0) return;
     fail(kSyntax + "expected ';' after " + after);
 }
 
 bool TscriptParser::typeKeyword(const TscriptToken& t, TscriptType& type) const {
-    if (t.kind != TscriptTok::Ident)
-        return false;
+    if (t.kind != TscriptTok::Ident) return false;
     if (t.text == "int")
         type = TscriptType::Int;
     else if (t.text == "float")
@@ -210,7 +248,8 @@ TscriptExprPtr TscriptParser::node(TscriptExprKind kind, int line, std::vector<T
         depth = std::max(depth, k->depth);
     e->depth = depth + 1;
     if (e->depth > kMaxNesting)
-        failAt(line, kSyntax + "expression nested too deeply (more than " + std::to_string(kMaxNesting) + " levels)");
+        failAt(line, kSyntax + "expression nested too deeply (more than " + std::to_string(kMaxNesting) +
+                         " levels)");
     e->kids = std::move(kids);
     return e;
 }
@@ -236,8 +275,7 @@ std::shared_ptr<TscriptUnit> TscriptParser::parse() {
         TscriptStmtPtr s = parseStatement();
         if (s->kind == TscriptStmtKind::Proc) {
             const TscriptProcDef* def = s->proc.get();
-            if (!def->global)
-                fUnit->localProcs[def->name] = def;
+            if (!def->global) fUnit->localProcs[def->name] = def;
         }
         fUnit->top.stmts.push_back(std::move(s));
     }
@@ -252,25 +290,17 @@ TscriptStmtPtr TscriptParser::parseStatement() {
         advance();
         return s;
     }
-    if (fCur.isOp("{"))
-        return parseBlockStmt();
+    if (fCur.isOp("{")) return parseBlockStmt();
     if (fCur.kind == TscriptTok::Ident) {
         const std::string& w = fCur.text;
         TscriptType type;
-        if (w == "if")
-            return parseIf();
-        if (w == "while")
-            return parseWhile();
-        if (w == "do")
-            return parseDoWhile();
-        if (w == "for")
-            return parseFor();
-        if (w == "return")
-            return parseReturn();
-        if (w == "switch")
-            return parseSwitch();
-        if (w == "case" || w == "default")
-            fail(kSyntax + "'" + w + "' outside a 'switch'");
+        if (w == "if") return parseIf();
+        if (w == "while") return parseWhile();
+        if (w == "do") return parseDoWhile();
+        if (w == "for") return parseFor();
+        if (w == "return") return parseReturn();
+        if (w == "switch") return parseSwitch();
+        if (w == "case" || w == "default") fail(kSyntax + "'" + w + "' outside a 'switch'");
         if (w == "break" || w == "continue") {
             auto s = std::make_unique<TscriptStmt>();
             s->kind = w == "break" ? TscriptStmtKind::Break : TscriptStmtKind::Continue;
@@ -282,10 +312,8 @@ TscriptStmtPtr TscriptParser::parseStatement() {
             endStatement("'" + word + "'");
             return s;
         }
-        if (w == "else")
-            fail(kSyntax + "'else' without 'if'");
-        if (w == "proc")
-            return parseProc(false);
+        if (w == "else") fail(kSyntax + "'else' without 'if'");
+        if (w == "proc") return parseProc(false);
         if (w == "global") {
             const TscriptToken& n = peek();
             if (n.is(TscriptTok::Ident, "proc")) {
@@ -300,8 +328,7 @@ TscriptStmtPtr TscriptParser::parseStatement() {
             advance();
             fail(kSyntax + "expected 'proc' or a type after 'global'");
         }
-        if (typeKeyword(fCur, type) && peek().kind == TscriptTok::Var)
-            return parseDeclaration(false);
+        if (typeKeyword(fCur, type) && peek().kind == TscriptTok::Var) return parseDeclaration(false);
         int dummy;
         const TscriptToken& n = peek();
         bool functionSyntax = n.isOp("(") && !n.spaceBefore;
@@ -346,27 +373,21 @@ TscriptExprPtr TscriptParser::parseCommandArgs(const TscriptToken& name, bool in
         }
         const TscriptToken t = fCur;
         if (t.isOp(";")) {
-            if (inBacktick)
-                fail(kSyntax + "expected '`' to close " + after + ", found ';'");
+            if (inBacktick) fail(kSyntax + "expected '`' to close " + after + ", found ';'");
             advance();
             return call;
         }
         if (t.kind == TscriptTok::End) {
-            if (inBacktick)
-                failAt(name.line, kSyntax + "missing '`' after " + after);
-            if (fBlockDepth == 0)
-                return call;
+            if (inBacktick) failAt(name.line, kSyntax + "missing '`' after " + after);
+            if (fBlockDepth == 0) return call;
             fail(kSyntax + "expected ';' after " + after);
         }
-        if (t.kind == TscriptTok::Backtick && inBacktick)
-            return call; // the caller reads on from here
-        if (t.kind == TscriptTok::Error)
-            fail("");
-        if (t.isOp(")") || t.isOp("}") || t.isOp(","))
-            fail(kSyntax + "expected ';' after " + after);
+        if (t.kind == TscriptTok::Backtick && inBacktick) return call; // the caller reads on from here
+        if (t.kind == TscriptTok::Error) fail("");
+        if (t.isOp(")") || t.isOp("}") || t.isOp(",")) fail(kSyntax + "expected ';' after " + after);
         if (!t.spaceBefore)
-            fail(kSyntax + "unexpected " + TscriptLexer::describe(t) + " right after an argument of '" + name.text +
-                 "': separate arguments with blanks, or join text with (a + b)");
+            fail(kSyntax + "unexpected " + TscriptLexer::describe(t) + " right after an argument of '" +
+                 name.text + "': separate arguments with blanks, or join text with (a + b)");
 
         TscriptArgExpr arg;
         int line = t.line;
@@ -438,8 +459,7 @@ TscriptExprPtr TscriptParser::parseCommandArgs(const TscriptToken& name, bool in
                 advance();
                 advance();
                 std::vector<TscriptExprPtr> list;
-                if (fCur.isOp(")"))
-                    fail(kSyntax + "empty '()' in the arguments of '" + name.text + "'");
+                if (fCur.isOp(")")) fail(kSyntax + "empty '()' in the arguments of '" + name.text + "'");
                 list.push_back(parseExpr());
                 while (fCur.isOp(",")) {
                     advance();
@@ -451,7 +471,8 @@ TscriptExprPtr TscriptParser::parseCommandArgs(const TscriptToken& name, bool in
                     bool last = fCur.isOp(";") || fCur.kind == TscriptTok::End ||
                                 (inBacktick && fCur.kind == TscriptTok::Backtick);
                     if (!call->args.empty() || !last)
-                        failAt(line, kSyntax + "a list in parentheses is not an argument of '" + name.text + "'");
+                        failAt(line,
+                               kSyntax + "a list in parentheses is not an argument of '" + name.text + "'");
                     for (auto& e : list)
                         call->args.push_back({std::move(e), false});
                     call->commandSyntax = false;
@@ -469,9 +490,11 @@ TscriptExprPtr TscriptParser::parseCommandArgs(const TscriptToken& name, bool in
                 resumeArgsAtCurrent();
                 break;
             }
-            fail(kSyntax + "unexpected " + TscriptLexer::describe(t) + " in the arguments of '" + name.text + "'");
+            fail(kSyntax + "unexpected " + TscriptLexer::describe(t) + " in the arguments of '" + name.text +
+                 "'");
         default:
-            fail(kSyntax + "unexpected " + TscriptLexer::describe(t) + " in the arguments of '" + name.text + "'");
+            fail(kSyntax + "unexpected " + TscriptLexer::describe(t) + " in the arguments of '" + name.text +
+                 "'");
         }
         call->depth = std::max(call->depth, arg.expr->depth + 1);
         call->args.push_back(std::move(arg));
@@ -540,11 +563,9 @@ TscriptStmtPtr TscriptParser::parseIf() {
         expectOp(")", "after the condition of 'if'");
         s->bodies.emplace_back();
         parseBody(s->bodies.back());
-        if (!fCur.is(TscriptTok::Ident, "else"))
-            return s;
+        if (!fCur.is(TscriptTok::Ident, "else")) return s;
         advance();
-        if (fCur.is(TscriptTok::Ident, "if"))
-            continue;
+        if (fCur.is(TscriptTok::Ident, "if")) continue;
         s->elseBody = std::make_unique<TscriptBlock>();
         parseBody(*s->elseBody);
         return s;
@@ -575,8 +596,7 @@ TscriptStmtPtr TscriptParser::parseDoWhile() {
     ++fLoopDepth;
     parseBody(s->bodies.back());
     --fLoopDepth;
-    if (!fCur.is(TscriptTok::Ident, "while"))
-        fail(kSyntax + "expected 'while' after the body of 'do'");
+    if (!fCur.is(TscriptTok::Ident, "while")) fail(kSyntax + "expected 'while' after the body of 'do'");
     advance();
     expectOp("(", "after 'while'");
     s->conds.push_back(parseExpr());
@@ -616,8 +636,7 @@ TscriptStmtPtr TscriptParser::parseFor() {
         }
         s->conds.push_back(fCur.isOp(";") ? nullptr : parseExpr());
         expectOp(";", "after the condition of 'for'");
-        if (!fCur.isOp(")"))
-            s->step = parseExpr();
+        if (!fCur.isOp(")")) s->step = parseExpr();
         expectOp(")", "after the step of 'for'");
     }
     s->bodies.emplace_back();
@@ -650,8 +669,7 @@ TscriptStmtPtr TscriptParser::parseSwitch() {
             expectOp(":", "after the value of 'case'");
             s->caseStarts.push_back(s->body.stmts.size());
         } else if (fCur.is(TscriptTok::Ident, "default")) {
-            if (sawDefault)
-                fail(kSyntax + "two 'default' labels in one 'switch'");
+            if (sawDefault) fail(kSyntax + "two 'default' labels in one 'switch'");
             sawDefault = true;
             advance();
             expectOp(":", "after 'default'");
@@ -659,7 +677,8 @@ TscriptStmtPtr TscriptParser::parseSwitch() {
             s->caseStarts.push_back(s->body.stmts.size());
         } else {
             if (s->conds.empty())
-                fail(kSyntax + "expected 'case' or 'default' in 'switch', found " + TscriptLexer::describe(fCur));
+                fail(kSyntax + "expected 'case' or 'default' in 'switch', found " +
+                     TscriptLexer::describe(fCur));
             s->body.stmts.push_back(parseStatement());
         }
     }
@@ -675,8 +694,7 @@ TscriptStmtPtr TscriptParser::parseReturn() {
     s->line = fCur.line;
     advance();
     bool hasValue = !(fCur.isOp(";") || fCur.kind == TscriptTok::End || fCur.isOp("}"));
-    if (hasValue)
-        s->expr = parseExpr();
+    if (hasValue) s->expr = parseExpr();
     if (fProc) {
         if (hasValue && fProc->returnType == TscriptType::None)
             failAt(s->line, kSyntax + "proc '" + fProc->name + "' has no return type but returns a value");
@@ -707,8 +725,7 @@ TscriptStmtPtr TscriptParser::parseDeclaration(bool global) {
         if (fCur.isOp("[")) {
             d.isArray = true;
             advance();
-            if (!fCur.isOp("]"))
-                d.size = parseExpr();
+            if (!fCur.isOp("]")) d.size = parseExpr();
             expectOp("]", "after the size of array $" + d.name);
         }
         if (fCur.isOp("=")) {
@@ -716,8 +733,7 @@ TscriptStmtPtr TscriptParser::parseDeclaration(bool global) {
             d.init = parseAssign();
         }
         s->decls.push_back(std::move(d));
-        if (!fCur.isOp(","))
-            break;
+        if (!fCur.isOp(",")) break;
         advance();
     }
     endStatement("the declaration of $" + s->decls.back().name);
@@ -728,8 +744,7 @@ TscriptStmtPtr TscriptParser::parseProc(bool global) {
     auto s = std::make_unique<TscriptStmt>();
     s->kind = TscriptStmtKind::Proc;
     s->line = fCur.line;
-    if (fBlockDepth > 0 || fProc)
-        fail(kSyntax + "procs are defined at the top level only");
+    if (fBlockDepth > 0 || fProc) fail(kSyntax + "procs are defined at the top level only");
     advance(); // 'proc'
     auto def = std::make_unique<TscriptProcDef>();
     def->global = global;
@@ -750,8 +765,7 @@ TscriptStmtPtr TscriptParser::parseProc(bool global) {
     advance();
     expectOp("(", "after the name of proc '" + def->name + "'");
     while (!fCur.isOp(")")) {
-        if (!def->params.empty())
-            expectOp(",", "between the parameters of proc '" + def->name + "'");
+        if (!def->params.empty()) expectOp(",", "between the parameters of proc '" + def->name + "'");
         TscriptParam p;
         if (!typeKeyword(fCur, p.type))
             fail(kSyntax + "expected a parameter type in proc '" + def->name + "', found " +
@@ -773,8 +787,7 @@ TscriptStmtPtr TscriptParser::parseProc(bool global) {
         def->params.push_back(std::move(p));
     }
     advance();
-    if (!fCur.isOp("{"))
-        fail(kSyntax + "expected '{' to open the body of proc '" + def->name + "'");
+    if (!fCur.isOp("{")) fail(kSyntax + "expected '{' to open the body of proc '" + def->name + "'");
     fProc = def.get();
     int loops = fLoopDepth, switches = fSwitchDepth;
     fLoopDepth = 0;
@@ -797,12 +810,10 @@ TscriptExprPtr TscriptParser::parseExpr() {
 
 TscriptExprPtr TscriptParser::parseAssign() {
     TscriptExprPtr lhs = parseTernary();
-    if (!isAssignOp(fCur))
-        return lhs;
+    if (!isAssignOp(fCur)) return lhs;
     int line = fCur.line;
     std::string op = fCur.text;
-    if (!isLvalue(*lhs))
-        fail(kSyntax + "the left side of '" + op + "' is not a variable");
+    if (!isLvalue(*lhs)) fail(kSyntax + "the left side of '" + op + "' is not a variable");
     advance();
     NestGuard guard(*this);
     TscriptExprPtr rhs = parseAssign();
@@ -817,8 +828,7 @@ TscriptExprPtr TscriptParser::parseAssign() {
 
 TscriptExprPtr TscriptParser::parseTernary() {
     TscriptExprPtr c = parseBinaryLevel(0);
-    if (!fCur.isOp("?"))
-        return c;
+    if (!fCur.isOp("?")) return c;
     int line = fCur.line;
     advance();
     NestGuard guard(*this);
@@ -833,13 +843,11 @@ TscriptExprPtr TscriptParser::parseTernary() {
 }
 
 TscriptExprPtr TscriptParser::parseBinaryLevel(int level) {
-    if (level == static_cast<int>(kLevels.size()))
-        return parseUnary();
+    if (level == static_cast<int>(kLevels.size())) return parseUnary();
     TscriptExprPtr lhs = parseBinaryLevel(level + 1);
     while (fCur.kind == TscriptTok::Op) {
         const auto& ops = kLevels[level];
-        if (std::find(ops.begin(), ops.end(), fCur.text) == ops.end())
-            break;
+        if (std::find(ops.begin(), ops.end(), fCur.text) == ops.end()) break;
         int line = fCur.line;
         std::string op = fCur.text;
         advance();
@@ -863,8 +871,7 @@ TscriptExprPtr TscriptParser::parseUnary() {
         advance();
         TscriptExprPtr operand = parseUnary();
         if (op == "++" || op == "--") {
-            if (!isLvalue(*operand))
-                failAt(line, kSyntax + "'" + op + "' needs a variable");
+            if (!isLvalue(*operand)) failAt(line, kSyntax + "'" + op + "' needs a variable");
             std::vector<TscriptExprPtr> kids;
             kids.push_back(std::move(operand));
             auto e = node(TscriptExprKind::PreIncDec, line, std::move(kids));
@@ -911,8 +918,7 @@ TscriptExprPtr TscriptParser::parsePostfix(TscriptExprPtr base) {
             base->name = fCur.text;
             advance();
         } else if (fCur.isOp("++") || fCur.isOp("--")) {
-            if (!isLvalue(*base))
-                fail(kSyntax + "'" + fCur.text + "' needs a variable");
+            if (!isLvalue(*base)) fail(kSyntax + "'" + fCur.text + "' needs a variable");
             std::vector<TscriptExprPtr> kids;
             kids.push_back(std::move(base));
             base = node(TscriptExprKind::PostIncDec, line, std::move(kids));
@@ -931,8 +937,7 @@ TscriptExprPtr TscriptParser::parseCallArgs(std::string name, int line) {
     call->name = std::move(name);
     advance();
     while (!fCur.isOp(")")) {
-        if (!call->args.empty())
-            expectOp(",", "between the arguments of '" + call->name + "'");
+        if (!call->args.empty()) expectOp(",", "between the arguments of '" + call->name + "'");
         TscriptArgExpr a;
         a.expr = parseExpr();
         call->depth = std::max(call->depth, a.expr->depth + 1);
@@ -962,8 +967,7 @@ TscriptExprPtr TscriptParser::parseArrayLiteral() {
     advance(); // {
     std::vector<TscriptExprPtr> kids;
     while (!fCur.isOp("}")) {
-        if (!kids.empty())
-            expectOp(",", "between the elements of an array");
+        if (!kids.empty()) expectOp(",", "between the elements of an array");
         kids.push_back(parseAssign());
     }
     advance();
@@ -1007,10 +1011,8 @@ TscriptExprPtr TscriptParser::parsePrimary() {
             expectOp(")", "to close '('");
             return e;
         }
-        if (fCur.text == "<<")
-            return parseVectorLiteral();
-        if (fCur.text == "{")
-            return parseArrayLiteral();
+        if (fCur.text == "<<") return parseVectorLiteral();
+        if (fCur.text == "{") return parseArrayLiteral();
         break;
     case TscriptTok::Ident: {
         int b;
@@ -1025,8 +1027,8 @@ TscriptExprPtr TscriptParser::parsePrimary() {
         bool cast = typeKeyword(fCur, type);
         advance();
         if (!fCur.isOp("("))
-            failAt(line, kSyntax + "unexpected word '" + name + "' in an expression: quote strings (\"" + name +
-                             "\"), call commands as " + name + "(...) or `" + name + " ...`");
+            failAt(line, kSyntax + "unexpected word '" + name + "' in an expression: quote strings (\"" +
+                             name + "\"), call commands as " + name + "(...) or `" + name + " ...`");
         if (cast) {
             advance();
             std::vector<TscriptExprPtr> kids;

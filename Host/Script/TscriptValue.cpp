@@ -7,7 +7,9 @@
 
 namespace {
 
-bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+bool isBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
 
 std::string_view trimmed(std::string_view s) {
     while (!s.empty() && isBlank(s.front()))
@@ -20,26 +22,23 @@ std::string_view trimmed(std::string_view s) {
 // Reads `s` as one whole number; false when anything is left over.
 bool readWholeNumber(std::string_view s, double& out) {
     s = trimmed(s);
-    if (!s.empty() && s.front() == '+')
-        s.remove_prefix(1);
-    if (s.empty())
-        return false;
+    if (!s.empty() && s.front() == '+') s.remove_prefix(1);
+    if (s.empty()) return false;
     const char* end = s.data() + s.size();
     auto [ptr, ec] = std::from_chars(s.data(), end, out);
     return ec == std::errc() && ptr == end;
 }
 
 int saturatedInt(double v) {
-    if (std::isnan(v))
-        return 0;
-    if (v >= 2147483647.0)
-        return std::numeric_limits<int>::max();
-    if (v <= -2147483648.0)
-        return std::numeric_limits<int>::min();
+    if (std::isnan(v)) return 0;
+    if (v >= 2147483647.0) return std::numeric_limits<int>::max();
+    if (v <= -2147483648.0) return std::numeric_limits<int>::min();
     return static_cast<int>(v);
 }
 
-double length(const TscriptVector& v) { return std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]); }
+double length(const TscriptVector& v) {
+    return std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
+}
 
 std::string vectorText(const TscriptVector& v) {
     return formatScriptNumber(v[0]) + " " + formatScriptNumber(v[1]) + " " + formatScriptNumber(v[2]);
@@ -48,8 +47,7 @@ std::string vectorText(const TscriptVector& v) {
 template <typename T, typename F> std::string joinArray(const std::vector<T>& items, F&& text) {
     std::string out;
     for (size_t i = 0; i < items.size(); ++i) {
-        if (i)
-            out += ' ';
+        if (i) out += ' ';
         out += text(items[i]);
     }
     return out;
@@ -60,8 +58,7 @@ template <typename T, typename F> std::string joinArray(const std::vector<T>& it
 std::string formatScriptNumber(double value) {
     char buf[64];
     auto [ptr, ec] = std::to_chars(buf, buf + sizeof buf, value);
-    if (ec != std::errc())
-        return "nan";
+    if (ec != std::errc()) return "nan";
     return std::string(buf, ptr);
 }
 
@@ -128,13 +125,11 @@ TscriptVector TscriptValue::asVector() const {
             while (cut < s.size() && !isBlank(s[cut]))
                 ++cut;
             double v = 0;
-            if (n == 3 || !readWholeNumber(s.substr(0, cut), v))
-                return {0, 0, 0};
+            if (n == 3 || !readWholeNumber(s.substr(0, cut), v)) return {0, 0, 0};
             out[n++] = v;
             s = trimmed(s.substr(cut));
         }
-        if (n == 1)
-            return {out[0], out[0], out[0]};
+        if (n == 1) return {out[0], out[0], out[0]};
         return n == 3 ? out : TscriptVector{0, 0, 0};
     }
     default:

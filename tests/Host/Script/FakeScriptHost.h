@@ -18,13 +18,10 @@ struct RecordedCall {
     std::string argText() const {
         std::string out;
         for (const auto& a : args) {
-            if (!out.empty())
-                out += ' ';
-            if (a.isFlag)
-                out += '[';
+            if (!out.empty()) out += ' ';
+            if (a.isFlag) out += '[';
             out += a.value.toString();
-            if (a.isFlag)
-                out += ']';
+            if (a.isFlag) out += ']';
         }
         return out;
     }
@@ -32,8 +29,8 @@ struct RecordedCall {
 
 class FakeScriptHost : public TscriptHost {
 public:
-    std::set<std::string> commands = {"setAttr", "getAttr", "move", "polySphere", "ls", "select", "failing",
-                                      "nothing", "currentTime"};
+    std::set<std::string> commands = {"setAttr", "getAttr", "move",    "polySphere", "ls",
+                                      "select",  "failing", "nothing", "currentTime"};
     std::map<std::string, TscriptValue> results; // by command name
     std::vector<RecordedCall> calls;
     std::string out;

@@ -24,7 +24,8 @@ TEST_F(ScriptTest, MathBuiltins) {
     EXPECT_EQ(interp.evaluate("abs(-3)", {"t", 1}).type(), TscriptType::Int);
     EXPECT_EQ(interp.evaluate("min(3, 7)", {"t", 1}), TscriptValue(3));
     EXPECT_EQ(interp.evaluate("max(3, 7.5)", {"t", 1}), TscriptValue(7.5));
-    EXPECT_EQ(interp.evaluate("max(<<1, 5, 0>>, <<2, 0, 0>>)", {"t", 1}), TscriptValue(TscriptVector{2, 5, 0}));
+    EXPECT_EQ(interp.evaluate("max(<<1, 5, 0>>, <<2, 0, 0>>)", {"t", 1}),
+              TscriptValue(TscriptVector{2, 5, 0}));
     EXPECT_EQ(interp.evaluate("clamp(0, 10, 12)", {"t", 1}), TscriptValue(10));
     EXPECT_EQ(interp.evaluate("clamp(0.0, 1.0, -2)", {"t", 1}), TscriptValue(0.0));
     // Library functions: within a few ulps of the closed forms.
@@ -41,7 +42,8 @@ TEST_F(ScriptTest, VectorBuiltins) {
     EXPECT_EQ(number(interp, "mag(<<3, 4, 12>>)"), 13.0);
     EXPECT_EQ(interp.evaluate("unit(<<0, 0, -4>>)", {"t", 1}), TscriptValue(TscriptVector{0, 0, -1}));
     EXPECT_EQ(interp.evaluate("unit(<<0, 0, 0>>)", {"t", 1}), TscriptValue(TscriptVector{0, 0, 0}));
-    EXPECT_EQ(interp.evaluate("cross(<<0, 1, 0>>, <<0, 0, 1>>)", {"t", 1}), TscriptValue(TscriptVector{1, 0, 0}));
+    EXPECT_EQ(interp.evaluate("cross(<<0, 1, 0>>, <<0, 0, 1>>)", {"t", 1}),
+              TscriptValue(TscriptVector{1, 0, 0}));
     EXPECT_EQ(number(interp, "dot(<<1, 2, 3>>, <<-1, 0, 2>>)"), 5.0);
     EXPECT_NEAR(number(interp, "angle(<<1, 0, 0>>, <<1, 1, 0>>)"), M_PI / 4, 1e-15);
 }
@@ -55,9 +57,12 @@ TEST_F(ScriptTest, StringBuiltins) {
     EXPECT_EQ(printed("print (substring(\"motion\", 2, 4) + \"|\" + substring(\"ab\", 0, 9) + \"|\" + "
                       "substring(\"ab\", 2, 1));"),
               "oti|ab|");
-    EXPECT_EQ(printed("print (strcmp(\"a\", \"b\") + \" \" + strcmp(\"b\", \"b\") + \" \" + strcmp(\"c\", \"b\"));"),
-              "-1 0 1");
-    EXPECT_EQ(printed("print (size(\"four\") + toupper(\"aB\") + tolower(\"Cd\") + strip(\"  e \"));"), "4ABcde");
+    EXPECT_EQ(
+        printed(
+            "print (strcmp(\"a\", \"b\") + \" \" + strcmp(\"b\", \"b\") + \" \" + strcmp(\"c\", \"b\"));"),
+        "-1 0 1");
+    EXPECT_EQ(printed("print (size(\"four\") + toupper(\"aB\") + tolower(\"Cd\") + strip(\"  e \"));"),
+              "4ABcde");
     EXPECT_EQ(printed("print (startsWith(\"pCube1\", \"pCube\") + endsWith(\"a.tx\", \".ty\"));"), "1");
     EXPECT_EQ(printed("print (stringArrayCount(\"a\", {\"a\", \"b\", \"a\"}));"), "2");
     EXPECT_EQ(printed("print (exists(\"print\") + exists(\"setAttr\") + exists(\"nope\"));"), "2");
@@ -116,11 +121,16 @@ TEST_F(ScriptTest, PrintShowsArraysOneElementALine) {
 
 TEST_F(ScriptTest, GlobMatching) {
     const std::pair<const char*, int> cases[] = {
-        {"gmatch(\"pCube12\", \"pCube*\")", 1}, {"gmatch(\"pCube12\", \"pCube?\")", 0},
-        {"gmatch(\"pCube12\", \"p*1?\")", 1},   {"gmatch(\"ab\", \"*a*b*\")", 1},
-        {"gmatch(\"abc\", \"a[a-c]c\")", 1},    {"gmatch(\"abc\", \"a[!b]c\")", 0},
-        {"gmatch(\"\", \"*\")", 1},             {"gmatch(\"x\", \"\")", 0},
-        {"gmatch(\"a]\", \"a[]]\")", 1},        {"gmatch(\"aaaaaaaaaaaaaaaaaaaaaaab\", \"*a*a*a*a*a*c\")", 0},
+        {"gmatch(\"pCube12\", \"pCube*\")", 1},
+        {"gmatch(\"pCube12\", \"pCube?\")", 0},
+        {"gmatch(\"pCube12\", \"p*1?\")", 1},
+        {"gmatch(\"ab\", \"*a*b*\")", 1},
+        {"gmatch(\"abc\", \"a[a-c]c\")", 1},
+        {"gmatch(\"abc\", \"a[!b]c\")", 0},
+        {"gmatch(\"\", \"*\")", 1},
+        {"gmatch(\"x\", \"\")", 0},
+        {"gmatch(\"a]\", \"a[]]\")", 1},
+        {"gmatch(\"aaaaaaaaaaaaaaaaaaaaaaab\", \"*a*a*a*a*a*c\")", 0},
     };
     for (const auto& [text, want] : cases)
         EXPECT_EQ(interp.evaluate(text, {"t", 1}), TscriptValue(want)) << text;

@@ -57,9 +57,9 @@ TEST_F(ScriptTest, EchoShowsTopLevelCallResultsOnly) {
     host.results["getAttr"] = 1.5;
     host.results["ls"] = std::vector<std::string>{"x", "y"};
     ASSERT_TRUE(interp.run("getAttr a.b;\n"
-                           "setAttr a.b 1;\n"          // gives nothing: no echo
+                           "setAttr a.b 1;\n"            // gives nothing: no echo
                            "float $v = `getAttr a.b`;\n" // not a call statement
-                           "if (1) { getAttr a.b; }\n"    // not top level
+                           "if (1) { getAttr a.b; }\n"   // not top level
                            "ls;\n"
                            "size(\"abc\");\n"
                            "proc int seven() { getAttr a.b; return 7; }\n"
@@ -78,7 +78,8 @@ TEST_F(ScriptTest, LastStatementMayOmitItsSemicolon) {
 }
 
 TEST_F(ScriptTest, ProcsAndBuiltinsTakeCommandSyntax) {
-    EXPECT_EQ(printed("proc show(string $a, int $b) { print ($a + \"=\" + ($b + 1)); }\nshow -x 41;"), "-x=42");
+    EXPECT_EQ(printed("proc show(string $a, int $b) { print ($a + \"=\" + ($b + 1)); }\nshow -x 41;"),
+              "-x=42");
     EXPECT_EQ(printed("print -5;"), "-5");
     // A name directly followed by '(' among arguments is a call.
     EXPECT_EQ(printed("print sqrt(16);"), "4");

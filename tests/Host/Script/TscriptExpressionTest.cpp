@@ -3,13 +3,13 @@
 #include "ScriptTestSupport.h"
 
 TEST_F(ScriptTest, Precedence) {
-    EXPECT_EQ(printed("print (1 + 2 * 3 - 8 / 4);"), "5");           // 1 + 6 - 2
+    EXPECT_EQ(printed("print (1 + 2 * 3 - 8 / 4);"), "5"); // 1 + 6 - 2
     EXPECT_EQ(printed("print ((1 + 2) * 3);"), "9");
-    EXPECT_EQ(printed("print (2 - 3 - 4);"), "-5");                  // left to right
-    EXPECT_EQ(printed("print (-2 * -3 + 10 % 4);"), "8");            // 6 + 2
+    EXPECT_EQ(printed("print (2 - 3 - 4);"), "-5");                   // left to right
+    EXPECT_EQ(printed("print (-2 * -3 + 10 % 4);"), "8");             // 6 + 2
     EXPECT_EQ(printed("print (1 + 1 == 2 && 3 < 2 || 1 > 0);"), "1"); // (T && F) || T
     EXPECT_EQ(printed("print (!0 + 1);"), "2");
-    EXPECT_EQ(printed("print (0 ? 1 : 2 ? 3 : 4);"), "3");           // ?: groups to the right
+    EXPECT_EQ(printed("print (0 ? 1 : 2 ? 3 : 4);"), "3"); // ?: groups to the right
     EXPECT_EQ(printed("int $a; int $b; $a = $b = 4; print ($a + $b);"), "8");
 }
 
@@ -30,7 +30,7 @@ TEST_F(ScriptTest, IntAndFloatArithmetic) {
 }
 
 TEST_F(ScriptTest, StringJoiningAndComparison) {
-    EXPECT_EQ(printed("print (\"a\" + 1 + 2);"), "a12");   // left to right: text first
+    EXPECT_EQ(printed("print (\"a\" + 1 + 2);"), "a12"); // left to right: text first
     EXPECT_EQ(printed("print (1 + 2 + \"a\");"), "3a");
     EXPECT_EQ(printed("print (\"v=\" + <<1, 0.5, 0>>);"), "v=1 0.5 0");
     EXPECT_EQ(printed("print (\"x\" + 0.1);"), "x0.1");
@@ -57,8 +57,8 @@ TEST_F(ScriptTest, VectorArithmetic) {
 TEST_F(ScriptTest, LogicShortCircuits) {
     // The right side of && and || runs only when needed: setAttr records each run.
     host.results["setAttr"] = 1;
-    ASSERT_TRUE(interp.run("int $r = 0 && `setAttr a`; $r = 1 || `setAttr b`; $r = 1 && `setAttr c`;", "t",
-                           false));
+    ASSERT_TRUE(
+        interp.run("int $r = 0 && `setAttr a`; $r = 1 || `setAttr b`; $r = 1 && `setAttr c`;", "t", false));
     ASSERT_EQ(host.calls.size(), 1u);
     EXPECT_EQ(host.calls[0].argText(), "c");
     EXPECT_EQ(printed("print (\"\" || 0.0);"), "0");
@@ -70,7 +70,8 @@ TEST_F(ScriptTest, IncrementDecrementAndCompoundAssignment) {
               "5 7 7");
     EXPECT_EQ(printed("float $f = 0.5; $f--; print $f;"), "-0.5");
     EXPECT_EQ(printed("int $x = 10; $x += 5; $x -= 3; $x *= 2; $x /= 5; print $x;"), "4"); // ((10+5-3)*2)/5
-    EXPECT_EQ(printed("int $arr[] = {1, 2}; $arr[1] += 10; $arr[0]++; print ($arr[0] + \",\" + $arr[1]);"), "2,12");
+    EXPECT_EQ(printed("int $arr[] = {1, 2}; $arr[1] += 10; $arr[0]++; print ($arr[0] + \",\" + $arr[1]);"),
+              "2,12");
     EXPECT_EQ(printed("vector $v = <<1, 1, 1>>; $v *= 3; print $v;"), "3 3 3");
 }
 

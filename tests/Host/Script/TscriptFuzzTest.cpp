@@ -14,13 +14,18 @@ namespace {
 constexpr int kTexts = 10000;
 
 const char* const kTokens[] = {
-    "int", "float", "string", "vector", "global", "proc", "return", "if", "else", "for", "in", "while", "do",
-    "break", "continue", "$a", "$b", "$i", "$s", "$v", "$arr", "$argv", "0", "1", "-1", "2.5", "1e3", "0x10",
-    "\"txt\"", "\"-r\"", "\"\\n\"", "<<", ">>", "{", "}", "(", ")", "[", "]", ";", ";", ";", ",", "=", "+=", "-=",
-    "*=", "/=", "+", "-", "*", "/", "%", "^", "==", "!=", "<", "<=", ">", ">=", "&&", "||", "!", "?", ":", "++",
-    "--", ".", "x", "`", "-r", "-5", "setAttr", "move", "ls", "failing", "print", "size", "eval", "catch", "rand",
-    "sqrt", "tokenize", "substring", "clamp", "noise", "mag", "f", "g", "a.b[2]", "|grp|obj", "//", "/*", "*/",
-    "\n", "true", "switch", "case", "default", "case 1:", "gmatch", "sort", "sphrand", "\"a[!b*\""};
+    "int",      "float",    "string",    "vector",  "global",   "proc",     "return", "if",    "else",
+    "for",      "in",       "while",     "do",      "break",    "continue", "$a",     "$b",    "$i",
+    "$s",       "$v",       "$arr",      "$argv",   "0",        "1",        "-1",     "2.5",   "1e3",
+    "0x10",     "\"txt\"",  "\"-r\"",    "\"\\n\"", "<<",       ">>",       "{",      "}",     "(",
+    ")",        "[",        "]",         ";",       ";",        ";",        ",",      "=",     "+=",
+    "-=",       "*=",       "/=",        "+",       "-",        "*",        "/",      "%",     "^",
+    "==",       "!=",       "<",         "<=",      ">",        ">=",       "&&",     "||",    "!",
+    "?",        ":",        "++",        "--",      ".",        "x",        "`",      "-r",    "-5",
+    "setAttr",  "move",     "ls",        "failing", "print",    "size",     "eval",   "catch", "rand",
+    "sqrt",     "tokenize", "substring", "clamp",   "noise",    "mag",      "f",      "g",     "a.b[2]",
+    "|grp|obj", "//",       "/*",        "*/",      "\n",       "true",     "switch", "case",  "default",
+    "case 1:",  "gmatch",   "sort",      "sphrand", "\"a[!b*\""};
 
 // Small pieces of real script, so that some random texts get far.
 const char* const kPieces[] = {
@@ -48,8 +53,7 @@ public:
     }
     TscriptValue runCommand(const std::string& name, const std::vector<TscriptArg>& args,
                             const TsourceLocation& where) override {
-        if (calls.size() > 1000)
-            calls.clear(); // keep memory flat over thousands of runs
+        if (calls.size() > 1000) calls.clear(); // keep memory flat over thousands of runs
         return FakeScriptHost::runCommand(name, args, where);
     }
 };
@@ -62,8 +66,7 @@ int runAll(const std::vector<std::string>& texts) {
     int ok = 0;
     for (const auto& t : texts) {
         ok += interp.run(t, "fuzz", (ok & 1) != 0) ? 1 : 0;
-        if (host.out.size() > 100000)
-            host.out.clear();
+        if (host.out.size() > 100000) host.out.clear();
         host.errors.clear();
     }
     return ok;
@@ -84,8 +87,7 @@ TEST(TscriptFuzz, RandomTokenSequencesReturn) {
                 text += kPieces[rng() % nPieces];
             else
                 text += kTokens[rng() % nTokens];
-            if (rng() % 4)
-                text += ' ';
+            if (rng() % 4) text += ' ';
         }
         texts.push_back(std::move(text));
     }
@@ -114,14 +116,15 @@ TEST(TscriptFuzz, RandomBytesReturn) {
 TEST(TscriptFuzz, MutatedValidScriptsReturn) {
     // A whole valid script, then copies with bytes dropped, doubled or swapped:
     // these get deep into the parser and evaluator before they go wrong.
-    const std::string base = "proc int f(int $n) { return $n < 1 ? 0 : 1 + f($n - 1); }\n"
-                             "global proc g(string $s[]) { print (size($s) + \"\\n\"); }\n"
-                             "int $i = 0; string $arr[] = {\"a\", \"b\"};\n"
-                             "for ($i = 0; $i < 3; $i++) { while ($i < 10) { $i++; if ($i % 2) continue; } }\n"
-                             "vector $v = <<1, 2, 3>>; $v.x = f(4); $arr[5] = \"z\" + $v;\n"
-                             "setAttr -r a.b (1 + 2) `ls` $arr[1]; eval \"int $e = 1\";\n"
-                             "for ($s in $arr) if ($s == \"a\") g($arr); else print $s;\n"
-                             "float $x = rand(1) * sqrt(2) + noise(<<1, 2, 3>>);\n";
+    const std::string base =
+        "proc int f(int $n) { return $n < 1 ? 0 : 1 + f($n - 1); }\n"
+        "global proc g(string $s[]) { print (size($s) + \"\\n\"); }\n"
+        "int $i = 0; string $arr[] = {\"a\", \"b\"};\n"
+        "for ($i = 0; $i < 3; $i++) { while ($i < 10) { $i++; if ($i % 2) continue; } }\n"
+        "vector $v = <<1, 2, 3>>; $v.x = f(4); $arr[5] = \"z\" + $v;\n"
+        "setAttr -r a.b (1 + 2) `ls` $arr[1]; eval \"int $e = 1\";\n"
+        "for ($s in $arr) if ($s == \"a\") g($arr); else print $s;\n"
+        "float $x = rand(1) * sqrt(2) + noise(<<1, 2, 3>>);\n";
     ASSERT_TRUE(runAll({base}) == 1);
     std::mt19937 rng(99u);
     std::vector<std::string> texts;
@@ -131,9 +134,15 @@ TEST(TscriptFuzz, MutatedValidScriptsReturn) {
         for (int k = 0; k < edits && !t.empty(); ++k) {
             size_t at = rng() % t.size();
             switch (rng() % 3) {
-            case 0: t.erase(at, 1 + rng() % 3); break;
-            case 1: t.insert(at, t.substr(rng() % t.size(), 1 + rng() % 6)); break;
-            default: std::swap(t[at], t[rng() % t.size()]); break;
+            case 0:
+                t.erase(at, 1 + rng() % 3);
+                break;
+            case 1:
+                t.insert(at, t.substr(rng() % t.size(), 1 + rng() % 6));
+                break;
+            default:
+                std::swap(t[at], t[rng() % t.size()]);
+                break;
             }
         }
         texts.push_back(std::move(t));

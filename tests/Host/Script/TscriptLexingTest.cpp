@@ -5,7 +5,9 @@
 
 namespace {
 
-const TscriptValue& arg(const FakeScriptHost& h, size_t call, size_t i) { return h.calls.at(call).args.at(i).value; }
+const TscriptValue& arg(const FakeScriptHost& h, size_t call, size_t i) {
+    return h.calls.at(call).args.at(i).value;
+}
 
 } // namespace
 
@@ -57,8 +59,8 @@ TEST_F(ScriptTest, VectorAndArrayLiterals) {
 }
 
 TEST_F(ScriptTest, BareWordsInCommandsAreWholeStrings) {
-    ASSERT_TRUE(interp.run("setAttr pCube1.translate[3] |group1|shape node.compound.child ns:obj* 1abc -;", "t",
-                           false));
+    ASSERT_TRUE(interp.run("setAttr pCube1.translate[3] |group1|shape node.compound.child ns:obj* 1abc -;",
+                           "t", false));
     const auto& a = host.calls.at(0).args;
     ASSERT_EQ(a.size(), 6u);
     EXPECT_EQ(a[0].value, TscriptValue("pCube1.translate[3]"));
@@ -72,8 +74,10 @@ TEST_F(ScriptTest, BareWordsInCommandsAreWholeStrings) {
 }
 
 TEST_F(ScriptTest, LexicalFaultsNameTheirLine) {
-    EXPECT_EQ(failure("print 1;\nprint \"abc;"), "test.tsc:2: syntax error: unterminated string starting on line 2");
-    EXPECT_EQ(failure("\n/* never closed"), "test.tsc:2: syntax error: unterminated comment starting on line 2");
+    EXPECT_EQ(failure("print 1;\nprint \"abc;"),
+              "test.tsc:2: syntax error: unterminated string starting on line 2");
+    EXPECT_EQ(failure("\n/* never closed"),
+              "test.tsc:2: syntax error: unterminated comment starting on line 2");
     EXPECT_EQ(failure("int $a = 5x;"), "test.tsc:1: syntax error: bad number '5x'");
     EXPECT_EQ(failure("int $a = 1 # 2;"), "test.tsc:1: syntax error: unexpected '#'");
     EXPECT_EQ(failure("print $;"), "test.tsc:1: syntax error: expected a variable name after '$'");

@@ -7,18 +7,23 @@ TEST_F(ScriptTest, RecursionAndReturnTypes) {
                       "print fact(10);"),
               "3628800");
     // fib(20) = 6765 by the usual recurrence.
-    EXPECT_EQ(printed("proc int fib(int $n) { return $n < 2 ? $n : fib($n - 1) + fib($n - 2); }\nprint (fib(20));"),
-              "6765");
+    EXPECT_EQ(
+        printed("proc int fib(int $n) { return $n < 2 ? $n : fib($n - 1) + fib($n - 2); }\nprint (fib(20));"),
+        "6765");
     // The result converts to the declared type; falling off the end gives zero.
     EXPECT_EQ(printed("proc int half(float $x) { return $x / 2; }\nprint (half(7));"), "3");
     EXPECT_EQ(printed("proc float nothingBack() { }\nprint (nothingBack() + 1);"), "1");
-    EXPECT_EQ(printed("proc string[] pair(string $a) { return {$a, $a + $a}; }\nstring $p[] = pair(\"q\"); print $p;"),
-              "q\nqq\n");
+    EXPECT_EQ(
+        printed(
+            "proc string[] pair(string $a) { return {$a, $a + $a}; }\nstring $p[] = pair(\"q\"); print $p;"),
+        "q\nqq\n");
     EXPECT_EQ(printed("proc vector up() { return <<0, 1, 0>>; }\nprint (up() * 3);"), "0 3 0");
 }
 
 TEST_F(ScriptTest, ParametersAreCopiesAndConvert) {
-    EXPECT_EQ(printed("proc touch(int $a[]) { $a[0] = 99; }\nint $keep[] = {1}; touch($keep); print $keep[0];"), "1");
+    EXPECT_EQ(
+        printed("proc touch(int $a[]) { $a[0] = 99; }\nint $keep[] = {1}; touch($keep); print $keep[0];"),
+        "1");
     EXPECT_EQ(printed("proc string twice(string $s) { return $s + $s; }\nprint (twice(4));"), "44");
     EXPECT_EQ(printed("proc int count(float $xs[]) { return size($xs); }\nprint (count({1, 2, 3}));"), "3");
 }
@@ -51,8 +56,8 @@ TEST_F(ScriptTest, RedefiningAGlobalProcReplacesIt) {
     ASSERT_TRUE(interp.run("global proc int v() { return 2; }", "b", false));
     EXPECT_EQ(interp.evaluate("v()", {"x", 1}), TscriptValue(2));
     // A proc that redefines itself while running finishes its old body.
-    ASSERT_TRUE(interp.run("global proc int w() { eval \"global proc int w() { return 20; }\"; return 10; }", "c",
-                           false));
+    ASSERT_TRUE(interp.run("global proc int w() { eval \"global proc int w() { return 20; }\"; return 10; }",
+                           "c", false));
     EXPECT_EQ(interp.evaluate("w()", {"x", 1}), TscriptValue(10));
     EXPECT_EQ(interp.evaluate("w()", {"x", 1}), TscriptValue(20));
 }
@@ -71,8 +76,9 @@ TEST_F(ScriptTest, DeepRecursionIsAnErrorNotACrash) {
     std::string err = failure("proc down(int $n) { down($n + 1); }\ndown(0);");
     EXPECT_EQ(err, "test.tsc:1: procs nested too deeply (more than 256 calls), in 'down'");
     // The interpreter is whole afterwards.
-    EXPECT_EQ(printed("proc int depth(int $n) { return $n == 0 ? 0 : 1 + depth($n - 1); }\nprint (depth(200));"),
-              "200");
+    EXPECT_EQ(
+        printed("proc int depth(int $n) { return $n == 0 ? 0 : 1 + depth($n - 1); }\nprint (depth(200));"),
+        "200");
     // eval within eval counts too.
     EXPECT_FALSE(interp.run("global proc again() { eval \"again\"; }\nagain;", "t", false));
 }

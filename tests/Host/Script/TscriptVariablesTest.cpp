@@ -25,7 +25,8 @@ TEST_F(ScriptTest, ArraysGrowByAssignmentPastTheEnd) {
 }
 
 TEST_F(ScriptTest, BlocksHaveTheirOwnScope) {
-    EXPECT_EQ(printed("int $x = 1; { int $x = 2; print $x; { $x = 3; print $x; } print $x; } print $x;"), "2331");
+    EXPECT_EQ(printed("int $x = 1; { int $x = 2; print $x; { $x = 3; print $x; } print $x; } print $x;"),
+              "2331");
     // Declared inside a block, gone after it.
     EXPECT_EQ(failure("{ int $inner = 1; }\nprint $inner;"), "test.tsc:2: undeclared variable $inner");
     // Each turn of a loop starts a fresh scope.
@@ -39,30 +40,37 @@ TEST_F(ScriptTest, TopLevelVariablesAreGlobalsProcsSeeThroughGlobalDeclarations)
     interp.setGlobal("$argv", std::vector<std::string>{"a", "bb"});
     EXPECT_EQ(printed("print (size($argv) + $argv[1]);"), "2bb");
     EXPECT_EQ(printed("global proc useArgs() { global string $argv[]; print $argv[0]; }\nuseArgs;"), "a");
-    EXPECT_EQ(failure("int $top = 1;\nproc peek() { print $top; }\npeek;"), "test.tsc:2: undeclared variable $top");
+    EXPECT_EQ(failure("int $top = 1;\nproc peek() { print $top; }\npeek;"),
+              "test.tsc:2: undeclared variable $top");
     // A global set inside a proc is the one the top level reads.
-    EXPECT_EQ(printed("global int $count;\nproc bump() { global int $count; $count += 2; }\nbump; bump; print $count;"),
-              "4");
+    EXPECT_EQ(
+        printed(
+            "global int $count;\nproc bump() { global int $count; $count += 2; }\nbump; bump; print $count;"),
+        "4");
     EXPECT_EQ(global("count"), TscriptValue(4));
     // Top-level variables persist into later texts, as the program's -c after its script.
     EXPECT_EQ(printed("print $count;"), "4");
 }
 
 TEST_F(ScriptTest, LoopsOfEveryKind) {
-    EXPECT_EQ(printed("int $i = 0; while ($i < 5) { $i++; if ($i == 2) continue; if ($i == 4) break; print $i; }"),
-              "13");
+    EXPECT_EQ(
+        printed("int $i = 0; while ($i < 5) { $i++; if ($i == 2) continue; if ($i == 4) break; print $i; }"),
+        "13");
     EXPECT_EQ(printed("int $d = 0; do { print $d; $d++; } while ($d < 0);"), "0"); // the body runs once
     EXPECT_EQ(printed("for ($s in {\"x\", \"y\", \"z\"}) { if ($s == \"y\") continue; print $s; }"), "xz");
-    EXPECT_EQ(printed("int $sum = 0; for ($e in {1, 2, 3, 4}) { if ($e > 3) break; $sum += $e; } print $sum;"),
-              "6");
+    EXPECT_EQ(
+        printed("int $sum = 0; for ($e in {1, 2, 3, 4}) { if ($e > 3) break; $sum += $e; } print $sum;"),
+        "6");
     // The array of for-in is read once: growing it inside the loop adds no turns.
     EXPECT_EQ(printed("int $g[] = {1, 2}; int $turns = 0; for ($e2 in $g) { $g[size($g)] = 0; $turns++; }"
                       "print ($turns + \" \" + size($g));"),
               "2 4");
     // Nested loops: break leaves the inner one only.
-    EXPECT_EQ(printed("for ($a = 0; $a < 2; $a++) for ($b = 0; $b < 5; $b++) { if ($b == 2) break; print ($a + \"\" + "
-                      "$b + \" \"); }"),
-              "00 01 10 11 ");
+    EXPECT_EQ(
+        printed(
+            "for ($a = 0; $a < 2; $a++) for ($b = 0; $b < 5; $b++) { if ($b == 2) break; print ($a + \"\" + "
+            "$b + \" \"); }"),
+        "00 01 10 11 ");
 }
 
 TEST_F(ScriptTest, IfElseChains) {
@@ -87,7 +95,7 @@ TEST_F(ScriptTest, SwitchFallsThroughUntilBreak) {
                        "  string $r = \"\";\n"
                        "  switch ($n) {\n"
                        "    case 1: $r += \"one\"; break;\n"
-                       "    case 2: $r += \"two\";\n"   // falls into 3
+                       "    case 2: $r += \"two\";\n" // falls into 3
                        "    case 1 + 2: $r += \"three\"; break;\n"
                        "    default: $r += \"other\";\n"
                        "  }\n"
@@ -98,8 +106,10 @@ TEST_F(ScriptTest, SwitchFallsThroughUntilBreak) {
     EXPECT_EQ(printed("switch (\"b\") { case \"a\": print 1; case \"b\": print 2; }"), "2");
     EXPECT_EQ(printed("switch (5) { case 1: print 1; }"), "");
     // continue inside a switch goes to the enclosing loop.
-    EXPECT_EQ(printed("for ($i = 0; $i < 4; $i++) { switch ($i % 2) { case 0: continue; } print $i; }"), "13");
+    EXPECT_EQ(printed("for ($i = 0; $i < 4; $i++) { switch ($i % 2) { case 0: continue; } print $i; }"),
+              "13");
     EXPECT_EQ(failure("switch (1) { print 1; }"),
               "test.tsc:1: syntax error: expected 'case' or 'default' in 'switch', found 'print'");
-    EXPECT_EQ(failure("switch (1) { case 1: continue; }"), "test.tsc:1: syntax error: 'continue' outside a loop");
+    EXPECT_EQ(failure("switch (1) { case 1: continue; }"),
+              "test.tsc:1: syntax error: 'continue' outside a loop");
 }
