@@ -101,3 +101,21 @@ TEST_F(ScriptTest, CompiledTextsRunAgainWithFreshValues) {
         EXPECT_EQ(std::string(e.what()), "syntax error: unexpected ';'");
     }
 }
+
+TEST_F(ScriptTest, TopLevelReturnEndsTheTextQuietly) {
+    EXPECT_EQ(printed("print 1;\nif (1) { return; }\nprint 2;"), "1");
+    EXPECT_TRUE(host.errors.empty());
+}
+
+TEST_F(ScriptTest, SameTextSameOutputInAFreshInterpreter) {
+    const std::string text = "seed(5); string $out = \"\";\n"
+                             "for ($i = 0; $i < 50; $i++) $out += rand(1) + \" \" + noise($i * 0.37) + \" \" + "
+                             "sphrand(1) + \";\";\n"
+                             "print $out;";
+    std::string first = printed(text);
+    FakeScriptHost otherHost;
+    TscriptInterpreter other(otherHost);
+    ASSERT_TRUE(other.run(text, "again", false));
+    EXPECT_EQ(otherHost.out, first);
+    EXPECT_GT(first.size(), 1000u);
+}
