@@ -1,5 +1,7 @@
 #include "Tprogress.h"
 
+#include "Host/Command/TcommandEngine.h"
+
 #include <cstdio>
 #include <unistd.h>
 
@@ -13,4 +15,12 @@ void Tprogress::step() {
 
 void Tprogress::done() {
     if (fShow) std::fprintf(stderr, "\r%s: %d/%d done\n", fWhat.c_str(), fDone, fTotal);
+}
+
+void installProgressHandler(TcommandEngine& engine, bool quiet) {
+    if (quiet || !isatty(STDERR_FILENO)) return;
+    engine.setProgressHandler([](const std::string& what, long long done, long long total) {
+        std::fprintf(stderr, "\r%s: %lld/%lld", what.c_str(), done, total);
+        if (done >= total) std::fprintf(stderr, " done\n");
+    });
 }

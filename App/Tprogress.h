@@ -3,6 +3,8 @@
 
 #include <string>
 
+class TcommandEngine;
+
 class Tprogress {
 public:
     Tprogress(std::string what, int total, bool quiet);
@@ -15,3 +17,7 @@ private:
     int fDone = 0;
     bool fShow;
 };
+
+// Long commands (run-up, export) report through the engine; this shows them
+// the same way.
+void installProgressHandler(TcommandEngine& engine, bool quiet);

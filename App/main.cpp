@@ -1,6 +1,7 @@
 // The motilane program: runs scene scripts, or the built-in demo.
 
 #include "Tdemo.h"
+#include "Tprogress.h"
 
 #include "Global/Basket/TdynamicsBasket.h"
 #include "Host/Command/TworkspaceRoot.h"
@@ -64,6 +65,7 @@ int main(int argc, char** argv) {
     }
 
     bool echo = false;
+    bool quiet = false;
     std::string script, text, project;
     bool haveText = false;
     std::vector<std::string> scriptArgs;
@@ -84,7 +86,7 @@ int main(int argc, char** argv) {
         } else if (a == "--echo") {
             echo = true;
         } else if (a == "-q") {
-            // Progress lines only appear on a terminal; -q turns them off there too.
+            quiet = true;
         } else if (a == "--project") {
             if (i + 1 >= argc) return usageError("--project needs a directory");
             project = argv[++i];
@@ -98,6 +100,7 @@ int main(int argc, char** argv) {
 
     TdynamicsBasket::initialize();
     Tsession session;
+    installProgressHandler(session.engine(), quiet);
     if (!project.empty()) TworkspaceRoot::set(std::filesystem::absolute(project).string());
     std::vector<std::string> argvValue(scriptArgs.begin(), scriptArgs.end());
     session.interpreter().setGlobal("argv", TscriptValue(argvValue));

@@ -9,8 +9,6 @@
 
 #include <benchmark/benchmark.h>
 
-namespace {
-
 // output = input + 1.
 class TdnVSTbenchStep : public TdependNodeVS {
 public:
@@ -40,8 +38,6 @@ public:
         return true;
     }
 };
-
-} // namespace
 
 TDEFINE_NODE(TbenchStep, TdnVSTbenchStep, TdependNode, "benchStep", "BSTP")
 

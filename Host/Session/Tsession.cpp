@@ -21,6 +21,7 @@ Tsession::Tsession() {
     TcommandEngine::setCurrent(fEngine.get());
     fInterpreter = std::make_unique<TscriptInterpreter>(*fEngine);
     fInterpreter->setInterruptFlag(&interruptFlag());
+    fEngine->setInterruptFlag(&interruptFlag());
     fEngine->setInterpreter(*fInterpreter);
     fEngine->setSelectionProvider([] {
         std::vector<std::string> names;

@@ -51,6 +51,9 @@ struct BadInput {
     const char* expected; // after "// Error: FILE:"
 };
 
+// Names the case in test listings instead of its bytes.
+void PrintTo(const BadInput& c, std::ostream* os) { *os << c.name; }
+
 class ProgramBadInput : public ::testing::TestWithParam<BadInput> {};
 
 TEST_P(ProgramBadInput, ReportsWhereAndWhatAndStops) {
@@ -65,7 +68,9 @@ TEST_P(ProgramBadInput, ReportsWhereAndWhatAndStops) {
     EXPECT_EQ(r.err.find("after"), std::string::npos);
     EXPECT_EQ(r.out.find("after"), std::string::npos);
     // A syntax error runs nothing; any other error leaves what ran before it done.
-    if (std::string(c.name) != "syntax") EXPECT_EQ(r.out, "before\n");
+    if (std::string(c.name) != "syntax") {
+        EXPECT_EQ(r.out, "before\n");
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -80,7 +85,7 @@ INSTANTIATE_TEST_SUITE_P(
                       BadInput{"indexOutOfRange", "getAttr t.translateX[99999999];", "3: getAttr: plug index out of range"},
                       BadInput{"incompatible", "createNode transform -n u;\nconnectAttr t.worldMatrix u.translateX;",
                                "4: connectAttr: the data types of t.worldMatrix and u.translateX are not compatible"}),
-    [](const ::testing::TestParamInfo<BadInput>& info) { return std::string(info.param.name); });
+    [](const ::testing::TestParamInfo<BadInput>& param) { return std::string(param.param.name); });
 
 TEST(Program, BadUsageExitsWithTwo) {
     ProgramRun r = runProgram({"--frobnicate"});
