@@ -48,7 +48,7 @@ public:
     T4dDblMatrix asMatrix() const;
     Tdata& data() { return fSlot->data; }
     const Tdata& data() const { return fSlot->data; }
-    // Same as data(); the spec-style name the module uses.
+    // Same as data(), under the name the module uses.
     Tdata& asData() { return data(); }
 
     // Numbers are stored and left as they are; the caller marks them clean.
