@@ -78,7 +78,14 @@ TscriptTok readScriptNumber(std::string_view s, int& intValue, double& floatValu
     return TscriptTok::Float;
 }
 
-TscriptLexer::TscriptLexer(std::string_view source, int firstLine) : fSrc(source), fLine(firstLine) {}
+TscriptLexer::TscriptLexer(std::string_view source, int firstLine) : fSrc(source), fLine(firstLine) {
+    // A byte-order mark, and a "#!" first line that makes a script executable,
+    // are not part of the text.
+    if (fSrc.substr(0, 3) == "\xEF\xBB\xBF") fPos = 3;
+    if (fSrc.substr(fPos, 2) == "#!")
+        while (fPos < fSrc.size() && fSrc[fPos] != '\n')
+            ++fPos;
+}
 
 std::string TscriptLexer::describe(const TscriptToken& t) {
     switch (t.kind) {

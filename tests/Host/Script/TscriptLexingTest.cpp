@@ -82,3 +82,10 @@ TEST_F(ScriptTest, LexicalFaultsNameTheirLine) {
     EXPECT_EQ(failure("int $a = 1 # 2;"), "test.tsc:1: syntax error: unexpected '#'");
     EXPECT_EQ(failure("print $;"), "test.tsc:1: syntax error: expected a variable name after '$'");
 }
+
+TEST_F(ScriptTest, ByteOrderMarkAndInterpreterLineAreSkipped) {
+    EXPECT_EQ(printed("\xEF\xBB\xBFprint 1;"), "1");
+    // The "#!" line still counts as line 1.
+    EXPECT_EQ(failure("#!/usr/bin/env motilane\nprint 1;\nbogus;"),
+              "test.tsc:3: unknown command or procedure 'bogus'");
+}

@@ -108,10 +108,11 @@ TEST_F(ScriptTest, TopLevelReturnEndsTheTextQuietly) {
 }
 
 TEST_F(ScriptTest, SameTextSameOutputInAFreshInterpreter) {
-    const std::string text = "seed(5); string $out = \"\";\n"
-                             "for ($i = 0; $i < 50; $i++) $out += rand(1) + \" \" + noise($i * 0.37) + \" \" + "
-                             "sphrand(1) + \";\";\n"
-                             "print $out;";
+    const std::string text =
+        "seed(5); string $out = \"\";\n"
+        "for ($i = 0; $i < 50; $i++) $out += rand(1) + \" \" + noise($i * 0.37) + \" \" + "
+        "sphrand(1) + \";\";\n"
+        "print $out;";
     std::string first = printed(text);
     FakeScriptHost otherHost;
     TscriptInterpreter other(otherHost);
