@@ -67,6 +67,7 @@ int main(int argc, char** argv)
       std::printf(" maxmove=%.6f", m);
     }
     std::printf(" contacts=%d rows=%d\n", scene->sys->contacts.size(), scene->sys->rows_solved.step);
+    std::fflush(stdout);
     if (scene->stalled) break;
   }
   std::printf("summary scene=%s frames=%d bodies=%d steps=%d ms_total=%.1f ms_per_frame=%.3f", name.c_str(), frames,

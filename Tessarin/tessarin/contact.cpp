@@ -103,7 +103,20 @@ void Contact::refresh()
       sliding = true;
       frictionless = true;
       double f = std::max(force, 0.0);
-      triple F = vt * (-mu_dynamic_now * f / speed);
+      double mag = mu_dynamic_now * f;
+      // Known friction must not reverse the slide within a step: near the stop
+      // it takes only what brings the relative motion to rest over the step.
+      const triple dir = vt / speed;
+      double w1[6], w2[6], a1[6], a2[6];
+      body1->apply_at_point(point1, dir, w1);
+      body1->accelerate(w1, a1);
+      body2->apply_at_point(point2, -dir, w2);
+      body2->accelerate(w2, a2);
+      double k = 0;
+      for (int i = 0; i < 6; ++i) k += w1[i] * a1[i] + w2[i] * a2[i];
+      const double h = system->ode.h_trying;
+      if (k > 0 && h > 0) mag = std::min(mag, speed / (k * h));
+      triple F = dir * -mag;
       double w[6];
       body1->apply_at_point(point1, F, w);
       body1->add_wrench(w);

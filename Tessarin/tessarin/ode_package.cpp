@@ -51,6 +51,7 @@ bool OdePackage::establish_path(BodySystem& sys, double h)
   sys.at_step_start = false;
   const double* k0 = k0_.data();
 
+  h_trying = h;
   auto stage = [&](double t, const std::initializer_list<std::pair<const double*, double>>& terms, double hh,
                    mvector& out) {
     for (int i = 0; i < n; ++i) {
@@ -73,6 +74,7 @@ bool OdePackage::establish_path(BodySystem& sys, double h)
   } else {
     if (h_next > 0) h = std::min(h, h_next);
     for (;;) {
+      h_trying = h;
       stage(t0 + a2 * h, {{k0, b21}}, h, k_[1]);
       const double* k1 = k_[1].data();
       stage(t0 + a3 * h, {{k0, b31}, {k1, b32}}, h, k_[2]);
@@ -99,6 +101,7 @@ bool OdePackage::establish_path(BodySystem& sys, double h)
         // Accept at the floor; the stages were taken at the larger step, so
         // take them once more at the floor without asking.
         h = 1e-5;
+        h_trying = h;
         for (int i = 0; i < n; ++i) tmp[i] = y0[i] + h * b21 * k0[i];
         sys.derivative(t0 + a2 * h, tmp_, k_[1]);
         stage(t0 + a3 * h, {{k0, b31}, {k_[1].data(), b32}}, h, k_[2]);

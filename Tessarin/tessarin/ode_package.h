@@ -14,6 +14,7 @@ class OdePackage {
   double h_next = 0;   // the controller's proposal; 0 means none yet
   int rejected = 0;    // steps the controller threw away, total
   double last_error = 0;  // scaled error of the last accepted adaptive step
+  double h_trying = 0;    // the step being taken while its stages are evaluated
 
   // Takes one step from sys.y; false on an unknown method.
   bool establish_path(BodySystem& sys, double h);

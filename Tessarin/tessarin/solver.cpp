@@ -84,6 +84,9 @@ class Inductive {
   double max_step(int d);
   bool attempt_warm();
   bool cache_matches() const;
+  bool cache_exact() const;
+  void rebuild_basis();
+  bool refine(const double* rhs);
   void remember();
   bool pivot_loop(bool from_warm);
   double* binv_row(int r) { return work.binv.data() + size_t(r) * size_t(work.cap); }
@@ -96,6 +99,7 @@ class Inductive {
   int* st_;
   double T_;
   double eps_ = 0;
+  bool exact_ = true;  // the basis inverse belongs to this matrix
 };
 
 int Inductive::coupling(int j) const
@@ -445,10 +449,10 @@ double Inductive::max_step(int d)
   return s;
 }
 
+// Same rows, coupling and basis as the cached inverse; the matrix may differ.
 bool Inductive::cache_matches() const
 {
   if (!cache.valid || cache.n != n_) return false;
-  if (std::memcmp(cache.A.data(), s_.A, sizeof(double) * size_t(n_) * size_t(n_)) != 0) return false;
   if (std::memcmp(cache.mu.data(), s_.mu, sizeof(double) * size_t(n_)) != 0) return false;
   if (std::memcmp(cache.type.data(), s_.type, sizeof(int) * size_t(n_)) != 0) return false;
   int in_basis = 0;
@@ -460,6 +464,53 @@ bool Inductive::cache_matches() const
     if (st_[i] != ST_BASIS || coupling(i) != cache.sig[p]) return false;
   }
   return true;
+}
+
+bool Inductive::cache_exact() const
+{
+  return std::memcmp(cache.A.data(), s_.A, sizeof(double) * size_t(n_) * size_t(n_)) == 0;
+}
+
+void Inductive::rebuild_basis()
+{
+  work.basis.clear();
+  for (int i = 0; i < n_; ++i) work.pos[size_t(i)] = -1;
+  for (int i = 0; i < n_; ++i)
+    if (st_[i] == ST_BASIS && !add_to_basis(i)) st_[i] = ST_FREE;
+  exact_ = true;
+}
+
+// x_B = B^-1 rhs with an inverse built for a nearby matrix: iterative
+// refinement against the current matrix. False if it does not settle.
+bool Inductive::refine(const double* rhs)
+{
+  const int k = int(work.basis.size());
+  double* res = work.col.data();
+  double* corr = work.u.data();
+  double scale = 0;
+  for (int p = 0; p < k; ++p) scale = std::max(scale, std::fabs(rhs[work.basis[size_t(p)]]));
+  for (int it = 0; it < 8; ++it) {
+    double worst = 0;
+    for (int p = 0; p < k; ++p) {
+      const int row = work.basis[size_t(p)];
+      double v = rhs[row];
+      for (int q = 0; q < k; ++q) {
+        const int j = work.basis[size_t(q)];
+        v -= colc(j, row) * x_[j];
+      }
+      res[p] = v;
+      worst = std::max(worst, std::fabs(v));
+    }
+    if (worst <= 1e-11 * (1 + scale)) return true;
+    for (int p = 0; p < k; ++p) {
+      const double* br = binv_row(p);
+      double v = 0;
+      for (int q = 0; q < k; ++q) v += br[q] * res[q];
+      corr[p] = v;
+    }
+    for (int p = 0; p < k; ++p) x_[work.basis[size_t(p)]] += corr[p];
+  }
+  return false;
 }
 
 void Inductive::remember()
@@ -490,17 +541,18 @@ bool Inductive::attempt_warm()
 {
   if (st_[0] == ST_FAILED) return false;
   for (int i = 0; i < n_; ++i) work.pos[size_t(i)] = -1;
+  bool adopted = false;
   if (cache_matches()) {
-    ++totals.cache_hits;
+    // Bodies that moved little: the last inverse, refined, still solves the basis.
     work.basis = cache.basis;
     for (size_t p = 0; p < work.basis.size(); ++p) {
       work.pos[size_t(work.basis[p])] = int(p);
       work.sig[size_t(work.basis[p])] = cache.sig[p];
     }
+    adopted = true;
+    exact_ = cache_exact();
   } else {
-    work.basis.clear();
-    for (int i = 0; i < n_; ++i)
-      if (st_[i] == ST_BASIS && !add_to_basis(i)) st_[i] = ST_FREE;
+    rebuild_basis();
   }
   if (work.basis.empty()) return false;
   // Rows outside the basis keep their force, except friction on the cone of a
@@ -519,6 +571,16 @@ bool Inductive::attempt_warm()
     rhs[k] = v;
   }
   solve_basis(rhs, x_);
+  if (adopted && !exact_) {
+    if (refine(rhs)) {
+      ++totals.cache_hits;
+    } else {
+      rebuild_basis();
+      solve_basis(rhs, x_);
+    }
+  } else if (adopted) {
+    ++totals.cache_hits;
+  }
   expand(x_, false);
   compute_a();
   const bool start = sys_.at_step_start;
@@ -681,10 +743,13 @@ bool Inductive::run(bool warm)
     if (attempt_warm()) {
       ++totals.warm_ok;
       report.warm_used = true;
-      remember();
+      // A refined answer leaves the inverse as it was, matching the cached matrix.
+      if (exact_) remember();
       return true;
     }
-    // The failed warm start's basis is still a good place to pivot from.
+    // The failed warm start's basis is still a good place to pivot from, once
+    // its inverse is exact again.
+    if (!exact_) rebuild_basis();
     from_warm = !work.basis.empty();
   }
   cache.valid = false;

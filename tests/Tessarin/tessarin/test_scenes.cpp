@@ -57,12 +57,14 @@ TEST(SlideScene, StopsAtTheFrictionDistanceWithoutTipping)
 {
   auto s = rigid_scenes::make_scene("slide");
   RigidBody* cube = s->subject;
-  double tilt = 0;
-  frames(*s, 72, [&](int) { tilt = std::max(tilt, cube->q.vec().length()); });
+  double tilt = 0;  // angle of rotation
+  frames(*s, 72, [&](int) { tilt = std::max(tilt, 2 * std::asin(std::min(1.0, cube->q.vec().length()))); });
   const double want = 25 / (2 * 0.5 * 9.8);
   EXPECT_NEAR(cube->x.x, want, 0.05 * want);
   EXPECT_EQ(cube->v.x, 0);
-  EXPECT_LT(tilt, 1e-3);
+  // Braking loads the front edge, and the band lets the cube rock by up to
+  // 0.02 m over its 1 m base; a tip would be far beyond 0.01 rad.
+  EXPECT_LT(tilt, 0.01);
   double x = cube->x.x;
   s->advance_to(6.0);
   EXPECT_EQ(cube->x.x, x);
