@@ -9,9 +9,10 @@ namespace {
 
 // Resamples g to a new resolution over the same box, reading the old content
 // at each new cell centre.
-void resampleGrid(TfloatVoxelGrid& g, Tfluid* fluid, unsigned nx, unsigned ny, unsigned nz) {
+void resampleGrid(TfloatVoxelGrid& g, Tfluid* fluid, unsigned nx, unsigned ny, unsigned nz, double w, double h,
+                  double d) {
     const TfloatVoxelGrid old = g;
-    g.setSize(nx, ny, nz, old.width, old.height, old.depth);
+    g.setSize(nx, ny, nz, w, h, d);
     if (!old.allocated() || !g.allocated()) return;
     g.clear();
     static TlinearGridInterpolator fallback;
@@ -28,7 +29,13 @@ void resampleGrid(TfloatVoxelGrid& g, Tfluid* fluid, unsigned nx, unsigned ny, u
 
 }  // namespace
 
-void TfloatFluidGrid::resample(Tfluid* fluid, unsigned x, unsigned y, unsigned z) { resampleGrid(*this, fluid, x, y, z); }
+void TfloatFluidGrid::resample(Tfluid* fluid, unsigned x, unsigned y, unsigned z) {
+    resampleTo(fluid, x, y, z, width, height, depth);
+}
+
+void TfloatFluidGrid::resampleTo(Tfluid* fluid, unsigned x, unsigned y, unsigned z, double w, double h, double d) {
+    resampleGrid(*this, fluid, x, y, z, w, h, d);
+}
 
 void TbuffFloatFluidGrid::create(unsigned x, unsigned y, unsigned z, double w, double h, double d) {
     TfloatFluidGrid::create(x, y, z, w, h, d);
@@ -56,8 +63,9 @@ void TbuffFloatFluidGrid::clear() {
     if (prev_) std::memset(prev_.data(), 0, prev_.size() * sizeof(float));
 }
 
-void TbuffFloatFluidGrid::resample(Tfluid* fluid, unsigned x, unsigned y, unsigned z) {
-    resampleGrid(*this, fluid, x, y, z);
+void TbuffFloatFluidGrid::resampleTo(Tfluid* fluid, unsigned x, unsigned y, unsigned z, double w, double h,
+                                     double d) {
+    resampleGrid(*this, fluid, x, y, z, w, h, d);
     prev_ = newFloatArray(n);
 }
 

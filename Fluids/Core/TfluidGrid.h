@@ -11,6 +11,9 @@ public:
     // New resolution over the same box; content is sampled at the new cell
     // centres through the fluid's solver interpolator (linear without a fluid).
     virtual void resample(Tfluid* fluid, unsigned nx, unsigned ny, unsigned nz);
+    // The same onto a new box size (staggered components grow with the spacing).
+    virtual void resampleTo(Tfluid* fluid, unsigned nx, unsigned ny, unsigned nz, double width, double height,
+                            double depth);
 };
 
 class TbuffFloatFluidGrid : public TfloatFluidGrid {
@@ -20,7 +23,8 @@ public:
     void extend(unsigned xmin, unsigned xmax, unsigned ymin, unsigned ymax, unsigned zmin, unsigned zmax) override;
     void reset() override;
     void clear() override;
-    void resample(Tfluid* fluid, unsigned nx, unsigned ny, unsigned nz) override;
+    void resampleTo(Tfluid* fluid, unsigned nx, unsigned ny, unsigned nz, double width, double height,
+                    double depth) override;
 
     float* prevArray() { return prev_.data(); }
     const float* prevArray() const { return prev_.data(); }

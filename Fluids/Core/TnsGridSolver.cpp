@@ -78,6 +78,23 @@ T2dFltPoint traceT(const I& in, const Tfluid& f, const TvelocityGrid& vel, const
     const bool grid = vel.usesGrid();
     const TbuffFloatFluidGrid &U = vel.gridU(), &V = vel.gridV();
     auto velocityAt = [&](const T2dFltPoint& q, double out[2]) {
+        if constexpr (hasKernel<I>) {
+            if (grid) {
+                const interp_detail::Space s[2] = {
+                    interp_detail::componentSpace(f, occ, U, prev ? U.prevArray() : U.array(), 2),
+                    interp_detail::componentSpace(f, occ, V, prev ? V.prevArray() : V.array(), 2)};
+                const double frs[3] = {fr, fr, 0.0};
+                double g[3];
+                interp_detail::gridSpace(f, q.x, q.y, 0.0, g);
+                g[2] = 0;
+                for (int a = 0; a < 2; ++a) {
+                    double ga[3] = {g[0], g[1], 0.0};
+                    ga[a] += 0.5;
+                    out[a] = double(float(I::kernel(s[a], ga, a, frs))) * vel.velocityScale[a];
+                }
+                return;
+            }
+        }
         if (grid) {
             out[0] = double(in.interpVectorComponent(f, occ, q, fv, U, prev ? U.prevArray() : nullptr)) * vel.velocityScale[0];
             out[1] = double(in.interpVectorComponent(f, occ, q, fv, V, prev ? V.prevArray() : nullptr)) * vel.velocityScale[1];

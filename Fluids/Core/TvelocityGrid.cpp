@@ -64,16 +64,14 @@ void TvelocityGrid::setBounds(int x, int y, int z) {
 }
 
 void TvelocityGrid::resample(Tfluid* fluid, unsigned x, unsigned y, unsigned z) {
-    u_.resample(fluid, x + 1, y, z);
-    v_.resample(fluid, x, y + 1, z);
-    w_.resample(fluid, x, y, z + 1);
-    p_.resample(fluid, x, y, z);
-    TvoxelGrid::setSize(x, y, z, width, height, depth);
-    // Component boxes grow with the new spacing.
+    // Each component keeps its faces on the new cell spacing: its box is one
+    // new cell longer along its own axis.
     const double ex = x ? width / x : 0.0, ey = y ? height / y : 0.0, ez = z ? depth / z : 0.0;
-    u_.resize(width + ex, height, depth);
-    v_.resize(width, height + ey, depth);
-    w_.resize(width, height, depth + ez);
+    u_.resampleTo(fluid, x + 1, y, z, width + ex, height, depth);
+    v_.resampleTo(fluid, x, y + 1, z, width, height + ey, depth);
+    w_.resampleTo(fluid, x, y, z + 1, width, height, depth + ez);
+    p_.resampleTo(fluid, x, y, z, width, height, depth);
+    TvoxelGrid::setSize(x, y, z, width, height, depth);
 }
 
 bool TvelocityGrid::getValue(T4dFltVector& out, const Tfluid& fluid, unsigned i, unsigned j, unsigned k) const {

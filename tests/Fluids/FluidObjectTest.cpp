@@ -165,6 +165,17 @@ TEST(FluidObject, ResizingKeepsOrResamplesContent) {
     f->reset();
     EXPECT_FALSE(f->hasDensityGrid());
     EXPECT_EQ(f->occupation(), nullptr);
+    // A U field equal to its face's x position stays so on the new faces
+    // (interior; the end faces repeat the border).
+    std::unique_ptr<Tfluid> g(makeFluid(4, 2, 2));
+    TbuffFloatFluidGrid& U = g->velocityGrid().gridU();
+    for (unsigned k = 0; k < 2; ++k)
+        for (unsigned j = 0; j < 2; ++j)
+            for (unsigned i = 0; i <= 4; ++i) U.setValue(i, j, k, float(i * g->dx + g->originX()));
+    g->resample(8, 2, 2);
+    TbuffFloatFluidGrid& R = g->velocityGrid().gridU();
+    ASSERT_EQ(R.nx, 9u);
+    for (unsigned i = 1; i < 8; ++i) EXPECT_NEAR(R.value(i, 1u, 1u), i * g->dx + g->originX(), 1e-6) << i;
 }
 
 TEST(SpringSolver, RipplesSpreadSymmetricallyKeepTheLevelAndFade) {
