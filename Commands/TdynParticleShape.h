@@ -4,6 +4,7 @@
 // whole simulation step hangs on the evaluation of `count`.
 
 #include "Commands/TdynStatic.h"
+#include "Host/Base/TclientServer.h"
 #include "Host/Dag/Tshape.h"
 #include "Host/Data/TdataArrayAttrs.h"
 #include "Host/Data/TdataArrays.h"
@@ -91,6 +92,10 @@ public:
     std::unique_ptr<Tattribute> removeAttribute(Tattribute* attr, TattrClass cls = TattrClass::kLocalDynamic) override;
     void postConstructor() override;
     void doPreDraw() override;
+    void setDirty(TmsgDirty& msg) override;
+    // Host time events: a unit change moves startTime, a range change the cache width.
+    void timeUnitChanged();
+    void timeRangeChanged();
 
     // ---- the step ----
     void initializePrivateData();
@@ -219,6 +224,18 @@ private:
                        bool emissionInWorld, const T4dDblMatrix& inverse, const T4dDblMatrix& rotInverse);
     void dirtySpecialCurrentTimeDependents();
     double drawFrom(Tattribute3Int32* state, TdataBlock& block);
+
+    class TtimeClient : public Tclient {
+    public:
+        TtimeClient(TdynParticleShape& shape, int kind) : fShape(shape), fKind(kind) {}
+        void triggered(int message) override;
+
+    private:
+        TdynParticleShape& fShape;
+        int fKind;
+    };
+    TtimeClient fTimeChangeClient{*this, 0}, fUnitClient{*this, 1}, fRangeClient{*this, 2};
+    void shiftInitialBirthTimes(double seconds);
 
     bool fPrivateDataInitialized = false;
     bool fDynamicStateInitialized = false;

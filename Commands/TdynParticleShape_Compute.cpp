@@ -114,6 +114,12 @@ bool TdynParticleShape::computeCount(TdataBlock& block) {
     if (!fDynamicStateInitialized) initializeDynamicState(true);
 
     block.outputValue(vs->computingCount).set(true);
+    // A failure inside the step must not leave the guard set for good.
+    struct Reset {
+        TdataBlock& block;
+        const Tattribute* attr;
+        ~Reset() { block.outputValue(attr).set(false); }
+    } reset{block, vs->computingCount};
     TdependGraph& graph = TdependGraph::current();
     const Tplug countPlug(this, vs->count);
     auto dirtyCountDependents = [&] { graph.dirtyDependents(countPlug); };

@@ -19,6 +19,17 @@ const TletterClass* arrayClassOf(const Tattribute* a) {
 }
 } // namespace
 
+namespace {
+// A batch without an array of this name: particles born at the end of the
+// step, with zero for anything else.
+void padDoubles(TdoubleArray& a, const Tstring& name, unsigned n) {
+    const double fill = name == "timeInStep" ? 1.0 : 0.0;
+    const unsigned old = a.length();
+    a.changeLogicalSizeTo(n);
+    for (unsigned i = old; i < n; ++i) a[i] = fill;
+}
+} // namespace
+
 void TdynParticleShape::computeEmission(TdataBlock& block) {
     auto* vs = sVsData();
     Tdata em = std::move(block.outputValue(vs->emission).data());
@@ -51,9 +62,16 @@ void TdynParticleShape::computeEmission(TdataBlock& block) {
             } else if (in->kind(i) == TdataArrayAttrs::Kind::Double) {
                 TdoubleArray* dst = batch->getDoubleData(name);
                 if (!dst) dst = &batch->addDoubleData(name);
-                dst->changeLogicalSizeTo(before);
+                padDoubles(*dst, name, before);
                 dst->catenate(in->doubles(i));
             }
+        }
+        // Arrays that this batch lacks keep their place for its particles.
+        for (unsigned i = 0; i < batch->count(); ++i) {
+            if (batch->kind(i) == TdataArrayAttrs::Kind::Vector && batch->vectors(i).length() < before + m)
+                batch->vectors(i).changeLogicalSizeTo(before + m);
+            else if (batch->kind(i) == TdataArrayAttrs::Kind::Double && batch->name(i) != "emitterId")
+                padDoubles(batch->doubles(i), batch->name(i), before + m);
         }
         TdoubleArray* ids = batch->getDoubleData("emitterId");
         if (!ids) ids = &batch->addDoubleData("emitterId");
@@ -103,8 +121,8 @@ int TdynParticleShape::addRuntimeParticles(TdataArrayAttrs& batch, bool useMax, 
         const T4dDblMatrix I = W.inverse();
         const T4dDblMatrix R = TdynStatic::matrixWithoutTranslation(W).inverse();
         const int firstId = block.outputValue(vs->nextId).asInt();
-        const double T = block.outputValue(vs->evaluationTime).asTime().seconds();
-        const double H = block.outputValue(vs->timeStepSize).asTime().seconds();
+        const double T = block.inputValue(vs->evaluationTime).asTime().seconds();
+        const double H = block.inputValue(vs->timeStepSize).asTime().seconds();
         // Positions and velocities come in world space; bring them in once, before sampling.
         if (T4dDblVectorArray* p = batch.getVectorData("position")) {
             if (attribute("birthPosition") && attribute("birthWorldPosition")) {

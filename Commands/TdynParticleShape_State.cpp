@@ -5,6 +5,7 @@
 
 #include "Host/Command/TcommandEngine.h"
 #include "Host/Time/TanimInfo.h"
+#include "Host/Time/TtimeEvents.h"
 
 #include <algorithm>
 #include <cmath>
@@ -28,9 +29,77 @@ const TletterClass* arrayClassOf(const Tattribute* a) {
 } // namespace
 
 TdynParticleShape::TdynParticleShape() = default;
-TdynParticleShape::~TdynParticleShape() = default;
 
-void TdynParticleShape::postConstructor() { initializePrivateData(); }
+TdynParticleShape::~TdynParticleShape() {
+    TtimeEvents::timeChanged().removeClient(&fTimeChangeClient);
+    TtimeEvents::timeUnitChanged().removeClient(&fUnitClient);
+    TtimeEvents::rangeChanged().removeClient(&fRangeClient);
+}
+
+void TdynParticleShape::postConstructor() {
+    initializePrivateData();
+    TtimeEvents::timeChanged().addClient(&fTimeChangeClient);
+    TtimeEvents::timeUnitChanged().addClient(&fUnitClient);
+    TtimeEvents::rangeChanged().addClient(&fRangeClient);
+}
+
+void TdynParticleShape::TtimeClient::triggered(int) {
+    if (fKind == 0) {
+        // Checked after the change settles, when the display pulls.
+        if (TdependNode::fsDirtyPropagation && !TdynStatic::fIsInRunup) TdynStatic::fCheckForRunup = true;
+    } else if (fKind == 1) {
+        fShape.timeUnitChanged();
+    } else {
+        fShape.timeRangeChanged();
+    }
+}
+
+void TdynParticleShape::timeUnitChanged() {
+    auto* vs = sVsData();
+    double startFrame = 1;
+    getAttributeValue(vs->startFrame, startFrame);
+    setAttributeValue(vs->startTime, TanimTime(startFrame, kCurrentFrameUnit));
+    if (TdependGraph::hasCurrent()) TdependGraph::current().dirtyDependents(Tplug(this, vs->startTime));
+}
+
+namespace {
+int cacheWidthForRange() {
+    const TanimInfo& info = TanimInfo::currAnimInfo();
+    const double frame = TanimTime(1.0, kCurrentFrameUnit).seconds();
+    return static_cast<int>((info.endTime() - info.startTime()).seconds() / frame + 1.0);
+}
+} // namespace
+
+void TdynParticleShape::timeRangeChanged() {
+    auto* vs = sVsData();
+    if (!normalBlock().outputValue(vs->cacheData).asBool()) return;
+    TdataHandle w = normalBlock().outputValue(vs->cacheWidth);
+    if (w.asInt() != cacheWidthForRange()) {
+        w.set(static_cast<std::int32_t>(cacheWidthForRange()));
+        w.setClean();
+    }
+}
+
+void TdynParticleShape::setDirty(TmsgDirty& msg) {
+    TgeometryShape::setDirty(msg);
+    auto* vs = sVsData();
+    const Tattribute* a = msg.plug().attribute();
+    if (a == vs->samplerPerParticleData) {
+        // Rebuilt on the next read.
+        normalBlock().outputValue(a).data().reset();
+    } else if (!isInSamplerPerParticleDataExclusionList(a) && TdependGraph::hasCurrent()) {
+        TdependGraph::current().queueDirty(Tplug(this, vs->samplerPerParticleData));
+    }
+}
+
+void TdynParticleShape::shiftInitialBirthTimes(double seconds) {
+    auto* vs = sVsData();
+    if (seconds == 0.0 || !doubleArrayReference(vs->birthTime0)) return;
+    Tdata d = normalBlock().outputValue(vs->birthTime0).data();
+    d.makeWriter();
+    for (double& x : d.as<TdataDoubleArray>()->array()) x += seconds;
+    normalBlock().outputValue(vs->birthTime0).set(d);
+}
 
 void TdynParticleShape::initializePrivateData() {
     if (fPrivateDataInitialized) return;
@@ -353,28 +422,24 @@ bool TdynParticleShape::setCachedValue(const Tplug& plug, const TdataHandle& han
             save.set(handle.asTime());
             save.setClean();
         }
-    } else if (a == vs->startFrame) {
-        const bool ok = TgeometryShape::setCachedValue(plug, handle, context);
-        const TanimTime newStart(handle.asDouble(), kCurrentFrameUnit);
+    } else if (a == vs->startFrame || a == vs->startTime) {
+        const TanimTime newStart =
+            a == vs->startFrame ? TanimTime(handle.asDouble(), kCurrentFrameUnit) : handle.asTime();
         const TanimTime oldStart = normalBlock().outputValue(vs->startTime).asTime();
         // Initial ages stay as they were.
-        if (TdoubleArray* b0 = doubleArrayReference(vs->birthTime0); b0 && newStart != oldStart) {
-            Tdata d = normalBlock().outputValue(vs->birthTime0).data();
-            d.makeWriter();
-            for (double& x : d.as<TdataDoubleArray>()->array()) x += (newStart - oldStart).seconds();
-            normalBlock().outputValue(vs->birthTime0).set(d);
+        if (context.isNormal()) shiftInitialBirthTimes((newStart - oldStart).seconds());
+        if (a == vs->startFrame) {
+            const bool ok = TgeometryShape::setCachedValue(plug, handle, context);
+            TstandaloneValue v(vs->startTime);
+            v.handle().set(newStart);
+            TgeometryShape::setCachedValue(Tplug(this, vs->startTime), v.handle(), context);
+            return ok;
         }
-        TstandaloneValue v(vs->startTime);
-        v.handle().set(newStart);
-        TgeometryShape::setCachedValue(Tplug(this, vs->startTime), v.handle(), context);
-        return ok;
     } else if (a == vs->particleRenderType) {
         const double r = handle.asDouble();
         if (r < 0 || r > 9 || r != std::floor(r)) return false;
     } else if (a == vs->cacheData && handle.asBool()) {
-        const TanimInfo& info = TanimInfo::currAnimInfo();
-        const double frame = TanimTime(1.0, kCurrentFrameUnit).seconds();
-        const int width = static_cast<int>((info.endTime() - info.startTime()).seconds() / frame + 1.0);
+        const int width = cacheWidthForRange();
         TdataHandle w = normalBlock().outputValue(vs->cacheWidth);
         if (w.asInt() != width) {
             w.set(static_cast<std::int32_t>(width));

@@ -1,0 +1,297 @@
+// Births from emitter batches and geometry, added per-particle attributes,
+// goal details, the run-up functions and the scene-wide dynamics commands.
+
+#include "Commands/TdynParticleShape.h"
+#include "Host/Command/ToptionVars.h"
+#include "Host/Dag/Ttransform.h"
+#include "Host/Session/Tsession.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <sstream>
+
+namespace {
+
+constexpr double kFrame = 1.0 / 24.0;
+
+class ParticleMoreTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        session.engine().setErrorStream(&errors);
+        ToptionVars::remove("dynPrefRunUpToCurrentTime");
+        ToptionVars::remove("dynPrefRunupFrom");
+    }
+    void TearDown() override {
+        ToptionVars::remove("dynPrefRunUpToCurrentTime");
+        ToptionVars::remove("dynPrefRunupFrom");
+    }
+    bool run(const std::string& text) { return session.runText(text, "test", false); }
+    TdynParticleShape* shape(const std::string& name) {
+        return TdynParticleShape::cast(session.graph().findNode(name));
+    }
+    void frame(double f) { session.graph().setTime(TanimTime(f, kCurrentFrameUnit), true); }
+    T4dDblVector vec(TdynParticleShape* p, const char* attr, unsigned i) {
+        T4dDblVector v;
+        EXPECT_TRUE(p->getAttribute(attr, i, v)) << attr << " " << i;
+        return v;
+    }
+    double num(TdynParticleShape* p, const char* attr, unsigned i) {
+        double v = 0;
+        EXPECT_TRUE(p->getAttribute(attr, i, v)) << attr << " " << i;
+        return v;
+    }
+    template <class L, class A> void setData(TdependNode* n, const Tattribute* a, A array, int element = -1) {
+        TstandaloneValue v(a);
+        v.handle().set(makeData<L>(std::move(array)));
+        n->setCachedValue(Tplug(n, const_cast<Tattribute*>(a), element), v.handle(), TdgContext::fsNormal);
+    }
+    void setNumber(TdependNode* n, const Tattribute* a, double value, int element = -1) {
+        TstandaloneValue v(a);
+        v.handle().set(value);
+        n->setCachedValue(Tplug(n, const_cast<Tattribute*>(a), element), v.handle(), TdgContext::fsNormal);
+    }
+    // A batch as an emitter hands it over on newParticles[element], every step.
+    void setBatch(TdynParticleShape* p, int element, const T4dDblVectorArray& positions,
+                  const TdoubleArray& timeInStep = {}, const T4dDblVectorArray& velocities = {}) {
+        auto* vs = TdynParticleShape::sVsData();
+        Tdata d = makeData<TdataArrayAttrs>();
+        auto* b = d.as<TdataArrayAttrs>();
+        b->addVectorData("position") = positions;
+        if (timeInStep.length()) b->addDoubleData("timeInStep") = timeInStep;
+        if (velocities.length()) b->addVectorData("velocity") = velocities;
+        TstandaloneValue v(vs->newParticles);
+        v.handle().set(d);
+        p->setCachedValue(Tplug(p, vs->newParticles, element), v.handle(), TdgContext::fsNormal);
+    }
+
+    Tsession session;
+    std::ostringstream errors;
+};
+
+// ---- births ----
+
+TEST_F(ParticleMoreTest, EmitterBatchesCarryEmitterIdsAndBirthTimesWithinTheStep) {
+    ASSERT_TRUE(run("particle -n p;"));
+    TdynParticleShape* p = shape("pShape");
+    setBatch(p, 0, {{0, 0, 0}, {1, 0, 0}}, {1.0, 0.0});
+    setBatch(p, 3, {{2, 0, 0}});
+    frame(2);
+    ASSERT_EQ(p->countNoCompute(), 3u);
+    // Emitted before the integrator: the newcomers took this step's motion (none here).
+    EXPECT_EQ(num(p, "emitterId", 0), 0);
+    EXPECT_EQ(num(p, "emitterId", 1), 0);
+    EXPECT_EQ(num(p, "emitterId", 2), 3);
+    const double T = TanimTime(2.0, kCurrentFrameUnit).seconds();
+    const double H = (TanimTime(2.0, kCurrentFrameUnit) - TanimTime(1.0, kCurrentFrameUnit)).seconds();
+    EXPECT_EQ(num(p, "birthTime", 0), T);     // timeInStep 1: the end of the step
+    EXPECT_EQ(num(p, "birthTime", 1), T - H); // timeInStep 0: its start
+    EXPECT_EQ(num(p, "birthTime", 2), T);     // a batch without it: the step's end
+    EXPECT_EQ(num(p, "mass", 2), 1.0);
+    EXPECT_EQ(num(p, "age", 1), H);
+    // Each step the emitters run again.
+    frame(3);
+    EXPECT_EQ(p->countNoCompute(), 6u);
+    EXPECT_EQ(num(p, "particleId", 5), 5);
+}
+
+TEST_F(ParticleMoreTest, WorldSpaceBatchesComeIntoTheObjectsSpace) {
+    ASSERT_TRUE(run("particle -n p; setAttr p.translate 10 0 0; setAttr p.scale 2 2 2;"));
+    TdynParticleShape* p = shape("pShape");
+    setBatch(p, 0, {{12, 4, 0}}, {}, {{2, 0, 0}});
+    frame(2);
+    ASSERT_EQ(p->countNoCompute(), 1u);
+    // Position through the inverse world matrix, velocity without the translation.
+    // The newcomer is integrated in its first step: x = 1 + 1 * dt.
+    EXPECT_EQ(vec(p, "velocity", 0), (T4dDblVector{1, 0, 0}));
+    EXPECT_NEAR(vec(p, "position", 0).x, 1 + kFrame, 1e-15);
+    EXPECT_EQ(vec(p, "position", 0).y, 2);
+    // With emission in object space the batch is taken as it is.
+    setNumber(p, TdynParticleShape::sVsData()->emissionInWorld, 0);
+    setBatch(p, 0, {{12, 4, 0}});
+    frame(3);
+    EXPECT_EQ(vec(p, "position", 1), (T4dDblVector{12, 4, 0}));
+}
+
+TEST_F(ParticleMoreTest, InputGeometryEnforcesTheCount) {
+    ASSERT_TRUE(run("particle -n p -p 9 9 9; polyPlane -n plane -w 2 -h 2 -sx 1 -sy 1;"
+                    "setAttr pShape.enforceCountFromHistory 1; connectAttr planeShape.outMesh pShape.inputGeometry;"));
+    TdynParticleShape* p = shape("pShape");
+    frame(2);
+    // Four corners: the one particle follows the first point, three are born on the others.
+    ASSERT_EQ(p->countNoCompute(), 4u);
+    double xs = 0;
+    for (unsigned i = 0; i < 4; ++i) xs += std::fabs(vec(p, "position", i).x);
+    EXPECT_NEAR(xs, 4.0, 1e-12);
+    EXPECT_EQ(vec(p, "position", 0).y, 0);
+    // A smaller geometry removes the surplus at the end of the step.
+    ASSERT_TRUE(run("polyPlane -n tri -w 2 -h 2 -sx 1 -sy 1; disconnectAttr planeShape.outMesh pShape.inputGeometry;"
+                    "createNode transform -n none;"));
+    setData<TdataVectorArray>(p, TdynParticleShape::sVsData()->inputGeometry, T4dDblVectorArray{{1, 1, 1}, {2, 2, 2}});
+    frame(3);
+    EXPECT_EQ(p->countNoCompute(), 2u);
+}
+
+// ---- added per-particle attributes ----
+
+TEST_F(ParticleMoreTest, AddedPerParticleAttributesKeepStepWithTheCount) {
+    ASSERT_TRUE(run("particle -n p -p 0 0 0 -p 1 0 0; addPP -atr radiusPP p;"
+                    "addAttr -ln rgbPP -dt vectorArray pShape; addAttr -ln custom -dt doubleArray pShape;"
+                    "addAttr -ln radius -at double pShape; setAttr pShape.radius 0.25;"));
+    TdynParticleShape* p = shape("pShape");
+    EXPECT_EQ(num(p, "radiusPP", 1), 1.0); // added before the scalar existed
+    ASSERT_TRUE(run("emit -object p -pos 5 5 5;"));
+    EXPECT_EQ(num(p, "radiusPP", 2), 0.25); // the scalar now gives the default
+    EXPECT_EQ(vec(p, "rgbPP", 2), (T4dDblVector{0, 0, 0}));
+    ASSERT_TRUE(run("setParticleAttr -at custom -fv 7 p.pt[0]; setParticleAttr -at radiusPP -fv 3 p.pt[0];"
+                    "saveInitialState -atr radiusPP p; setParticleAttr -at radiusPP -fv 4 p.pt[0];"
+                    "currentTime 3; currentTime 1;"));
+    // Back at the start: radiusPP comes from radiusPP0, custom has no partner and is refilled.
+    ASSERT_EQ(p->countNoCompute(), 2u);
+    EXPECT_EQ(num(p, "radiusPP", 0), 3.0);
+    EXPECT_EQ(num(p, "custom", 0), 0.0);
+    // Scalars' names used per particle warn, quoting the name.
+    errors.str("");
+    ASSERT_TRUE(run("addAttr -ln lifespan -dt doubleArray pShape;"));
+    EXPECT_NE(errors.str().find("Warning"), std::string::npos);
+    EXPECT_NE(errors.str().find("lifespan"), std::string::npos) << errors.str();
+}
+
+// ---- goals in detail ----
+
+TEST_F(ParticleMoreTest, AGoalWithFewerPointsWrapsAroundTheParticles) {
+    ASSERT_TRUE(run("particle -n p -p 0 0 0 -p 0 0 0 -p 0 0 0 -p 0 0 0 -p 0 0 0 -p 0 0 0 -p 0 0 0;"
+                    "particle -n g -p 1 0 0 -p 2 0 0 -p 3 0 0; setAttr gShape.isDynamic 0;"
+                    "connectAttr gShape.position pShape.goalGeometry[0];"));
+    TdynParticleShape* p = shape("pShape");
+    frame(2);
+    const double expected[] = {1, 2, 3, 1, 2, 3, 1};
+    for (unsigned i = 0; i < 7; ++i) EXPECT_NEAR(vec(p, "position", i).x, expected[i], 1e-12) << i;
+}
+
+TEST_F(ParticleMoreTest, GoalPPBlendsAndTwoGoalsShareTheirPull) {
+    ASSERT_TRUE(run("particle -n p -p 0 0 0 -p 0 0 0 -p 0 0 0; addPP -atr goalPP p;"
+                    "particle -n g -p 4 0 0; setAttr gShape.isDynamic 0;"
+                    "connectAttr gShape.position pShape.goalGeometry[0]; setAttr pShape.goalSmoothness 1;"
+                    "setParticleAttr -at goalPP -fv 0 pShape.pt[1]; setParticleAttr -at goalPP -fv 0.5 pShape.pt[2];"));
+    TdynParticleShape* p = shape("pShape");
+    frame(2);
+    // goalPP 1 lands on the goal, 0 stays free, 0.5 goes half way (positions are
+    // linear in the goal force, which scales with goalPP at smoothness 1).
+    EXPECT_NEAR(vec(p, "position", 0).x, 4, 1e-12);
+    EXPECT_EQ(vec(p, "position", 1).x, 0);
+    EXPECT_NEAR(vec(p, "position", 2).x, 2, 1e-12);
+}
+
+TEST_F(ParticleMoreTest, GoalsNeedDynamicsWeight) {
+    ASSERT_TRUE(run("particle -n p -p 0 0 0; particle -n g -p 4 0 0; setAttr gShape.isDynamic 0;"
+                    "connectAttr gShape.position pShape.goalGeometry[0]; setAttr pShape.dynamicsWeight 0;"));
+    TdynParticleShape* p = shape("pShape");
+    errors.str("");
+    frame(2);
+    EXPECT_EQ(vec(p, "position", 0).x, 0);
+    EXPECT_NE(errors.str().find("dynamicsWeight is 0"), std::string::npos) << errors.str();
+}
+
+TEST_F(ParticleMoreTest, ConserveZeroFollowsTheForceAlone) {
+    ASSERT_TRUE(run("particle -n p -p 0 0 0 -c 0; particle -e -id 0 -at velocity -vv 100 0 0 p;"));
+    TdynParticleShape* p = shape("pShape");
+    setData<TdataVectorArray>(p, TdynParticleShape::sVsData()->inputForce, T4dDblVectorArray{{0, 24, 0}}, 0);
+    frame(2);
+    frame(3);
+    // Each step: v = 0 + 24 dt = 1, x += v dt. Nothing of the first velocity survives.
+    EXPECT_EQ(vec(p, "velocity", 0), (T4dDblVector{0, 1, 0}));
+    EXPECT_EQ(vec(p, "position", 0), (T4dDblVector{0, 2 * kFrame, 0}));
+}
+
+// ---- the writer protocol ----
+
+TEST_F(ParticleMoreTest, StepsDoNotCopyArraysTheyOwn) {
+    ASSERT_TRUE(run("particle -n p -ll 0 0 0 -ur 9 9 9 -grs 1;"));
+    TdynParticleShape* p = shape("pShape");
+    setData<TdataVectorArray>(p, TdynParticleShape::sVsData()->inputForce, T4dDblVectorArray{{0, -1, 0}}, 0);
+    frame(2);
+    frame(3);
+    const std::uint64_t copies = Tletter::sCopyCount;
+    const T4dDblVector* before = p->vectorArrayReference(TdynParticleShape::sVsData()->position)->data();
+    for (int f = 4; f <= 8; ++f) frame(f);
+    EXPECT_EQ(Tletter::sCopyCount, copies);
+    EXPECT_EQ(p->vectorArrayReference(TdynParticleShape::sVsData()->position)->data(), before);
+}
+
+// ---- run-up ----
+
+TEST_F(ParticleMoreTest, RunupFunctionsEdgeCases) {
+    // No dynamic nodes: nothing to run.
+    EXPECT_FALSE(TdynStatic::runupSceneFromTo(TanimTime(1.0, kCurrentFrameUnit), TanimTime(5.0, kCurrentFrameUnit), 1,
+                                              false, true));
+    ASSERT_TRUE(run("particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv 24 0 0 p; currentTime 1;"));
+    TdynParticleShape* p = shape("pShape");
+    // Inside a run-up another one returns at once.
+    TdynStatic::fIsInRunup = true;
+    const std::uint64_t steps = p->stepCount();
+    EXPECT_TRUE(TdynStatic::runupSceneTo(TanimTime(5.0, kCurrentFrameUnit), 1, false));
+    EXPECT_EQ(p->stepCount(), steps);
+    TdynStatic::fIsInRunup = false;
+    // `to` before `from` plays the same range; oversample 0 is taken as 1.
+    EXPECT_TRUE(TdynStatic::runupSceneFromTo(TanimTime(5.0, kCurrentFrameUnit), TanimTime(1.0, kCurrentFrameUnit), 0,
+                                             false, true));
+    EXPECT_EQ(p->stepCount(), steps + 4); // frames 2 to 5 after the one already evaluated
+    EXPECT_EQ(vec(p, "position", 0).x, 4.0);
+    EXPECT_EQ(TdynStatic::lastEvaluatedTime(1), TanimTime(5.0, kCurrentFrameUnit));
+}
+
+TEST_F(ParticleMoreTest, RunupCommandAndPreferences) {
+    ASSERT_TRUE(run("particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv 24 0 0 p; currentTime 1;"
+                    "runup -mxf 7;"));
+    TdynParticleShape* p = shape("pShape");
+    EXPECT_EQ(vec(p, "position", 0).x, 6.0);
+    ASSERT_TRUE(run("dynPref -rt 1 -rf 1;"));
+    EXPECT_EQ(ToptionVars::intValue("dynPrefRunUpToCurrentTime"), 1);
+    EXPECT_EQ(session.engine().run("dynPref", {"-q", "-rf"}).asInt(), 1);
+    EXPECT_TRUE(TdynStatic::runupToCurrentTimeIsOn());
+    EXPECT_TRUE(TdynStatic::runupFromStartTime());
+    errors.str("");
+    EXPECT_FALSE(run("dynPref -rf 5;"));
+    EXPECT_NE(errors.str().find("-runupFrom takes 1"), std::string::npos);
+}
+
+TEST_F(ParticleMoreTest, GlobalsAndControllerAreMadeOnceAndAnswerQueries) {
+    ASSERT_TRUE(run("particle; particle;"));
+    EXPECT_EQ(session.engine().run("dynGlobals", {"-la"}).stringArray(), std::vector<std::string>{"dynGlobals1"});
+    EXPECT_EQ(session.engine().run("dynGlobals", {"-active"}).asString(), "dynGlobals1");
+    errors.str("");
+    EXPECT_FALSE(run("dynGlobals -os 0;"));
+    EXPECT_NE(errors.str().find("-overSampling must be 1 or more"), std::string::npos);
+    TdynController* c = TdynController::controller(false);
+    ASSERT_NE(c, nullptr);
+    EXPECT_EQ(session.engine().run("dynControl", {"-q", "-particleLOD"}).asFloat(), 1.0);
+    EXPECT_EQ(session.engine().run("dynControl", {"-q", "-traceDepth"}).asInt(), 10);
+    ASSERT_TRUE(run("dynControl -traceDepth 4 -particlesOn 0;"));
+    EXPECT_EQ(session.engine().run("dynControl", {"-q", "-traceDepth"}).asInt(), 4);
+    EXPECT_EQ(session.engine().run("dynControl", {"-q", "-particlesOn"}).asInt(), 0);
+    EXPECT_FALSE(run("dynControl -pld 2;"));
+    EXPECT_TRUE(c->isLocked(&TdynController::sVsData()->seed));
+    c->resetDefaultValues();
+    EXPECT_EQ(session.engine().run("dynControl", {"-q", "-traceDepth"}).asInt(), 10);
+}
+
+// ---- random numbers ----
+
+TEST_F(ParticleMoreTest, ModuleRandomDrawsRepeatAndSmoothStepIsTheCubic) {
+    dynRandgen::seed(42);
+    const double a = dynRandgen::uniform(2, 3), g1 = dynRandgen::gaussian(), g2 = dynRandgen::gaussian();
+    dynRandgen::seed(42);
+    EXPECT_EQ(dynRandgen::uniform(2, 3), a);
+    EXPECT_EQ(dynRandgen::gaussian(), g1);
+    EXPECT_EQ(dynRandgen::gaussian(), g2); // the kept second value of the pair
+    EXPECT_GE(a, 2);
+    EXPECT_LT(a, 3);
+    EXPECT_EQ(dynRandgen::smoothStep(1, 3, 0.5), 0.0);
+    EXPECT_EQ(dynRandgen::smoothStep(1, 3, 3), 1.0);
+    EXPECT_EQ(dynRandgen::smoothStep(1, 3, 2), 0.5);  // -2/8 + 3/4
+    EXPECT_EQ(dynRandgen::smoothStep(0, 4, 1), 0.15625); // -2/64 + 3/16
+    EXPECT_EQ(dynRandgen::smoothStep(2, 2, 5), 0.0);
+}
+
+} // namespace
