@@ -97,7 +97,9 @@ protected:
         }
         auto* vs = TdynParticleShape::sVsData();
         double v = 0;
-        if (isFlagSet(db, "ct", "count")) {
+        if (isFlagSet(db, "sn", "shapeName")) {
+            engine().setResult(p->name());
+        } else if (isFlagSet(db, "ct", "count")) {
             p->getAttributeValue(vs->count, v);
             engine().setResult(static_cast<int>(v));
         } else if (isFlagSet(db, "c", "conserve")) {

@@ -133,6 +133,8 @@ bool TdynParticleShape::computeCount(TdataBlock& block) {
     if (d < 0 || (t <= start && std::fabs(d) > kEps)) restoreState(block);
 
     block.inputValue(vs->evaluationTime);
+    // Settled now, so that the derived arrays read after the step see this step's length.
+    block.inputValue(vs->timeStepSize);
     block.setClean(vs->count);
     const bool dynamic = block.inputValue(vs->isDynamic).asBool();
     if (dynamic) {

@@ -110,7 +110,8 @@ bool TdynStatic::runupSceneFromTo(TanimTime from, TanimTime to, int oversample, 
 
 void TdynStatic::delayedTimeChangeRunup(TdependNode* node) {
     auto* p = TdynParticleShape::cast(node);
-    if (!p || !TdependNode::fsDirtyPropagation || fIsInRunup || !TdependGraph::hasCurrent()) return;
+    if (!p || !TdependNode::fsDirtyPropagation || fIsInRunup || !fCheckForRunup || !TdependGraph::hasCurrent())
+        return;
     auto* vs = TdynParticleShape::sVsData();
     TdataBlock& block = p->normalBlock();
     if (!block.inputValue(vs->isDynamic).asBool()) return;
@@ -119,6 +120,10 @@ void TdynStatic::delayedTimeChangeRunup(TdependNode* node) {
     const int n = activeGlobalsOverSampling();
     if (!(d > 1.0 / n + 1e-9 || d < 0)) return;
     fCheckForRunup = false;
+    // The run-up moves time itself: its own time changes ask for nothing.
+    struct Clear {
+        ~Clear() { fCheckForRunup = false; }
+    } clear;
     if (runupToCurrentTimeIsOn()) runupSceneTo(now, n, d > 1.0 || d < 0);
     else if (n > 1 && d > 0 && d <= 1.0 + 1e-9) runupSceneTo(now, n, false);
 }

@@ -295,3 +295,86 @@ TEST_F(ParticleMoreTest, ModuleRandomDrawsRepeatAndSmoothStepIsTheCubic) {
 }
 
 } // namespace
+
+namespace {
+
+// ---- derived arrays ----
+
+TEST_F(ParticleMoreTest, DerivedArraysFollowTheStateAndTheTransform) {
+    ASSERT_TRUE(run("particle -n p -p 0 0 0 -p 2 0 0; particle -e -id 1 -at velocity -vv 0 24 0 p;"
+                    "setAttr p.translate 0 0 5;"));
+    TdynParticleShape* p = shape("pShape");
+    auto* vs = TdynParticleShape::sVsData();
+    frame(2);
+    // Particle 1 moved one unit up in one frame.
+    EXPECT_EQ(vec(p, "position", 1), (T4dDblVector{2, 1, 0}));
+    EXPECT_EQ(vec(p, "worldPosition", 1), (T4dDblVector{2, 1, 5}));
+    EXPECT_EQ(vec(p, "lastPosition", 1), (T4dDblVector{2, 0, 0}));
+    EXPECT_EQ(vec(p, "lastPosition", 0), (T4dDblVector{0, 0, 0}));
+    // The object did not move: world velocity is the particle's own.
+    EXPECT_NEAR((vec(p, "worldVelocity", 1) - T4dDblVector{0, 24, 0}).length(), 0, 1e-12);
+    T4dDblVector c;
+    p->getAttributeValue(vs->centroid, c);
+    EXPECT_EQ(c, (T4dDblVector{1, 0.5, 0}));
+    p->getAttributeValue(vs->worldCentroid, c);
+    EXPECT_EQ(c, (T4dDblVector{1, 0.5, 5}));
+    // What fields see is the cached generation in world space, handed out without a copy.
+    Tdata fieldPos, cachedWorld;
+    p->getAttributeValue(vs->fieldDataPosition, fieldPos);
+    p->getAttributeValue(vs->cachedWorldPosition, cachedWorld);
+    EXPECT_EQ(fieldPos.letter(), cachedWorld.letter());
+    EXPECT_EQ(fieldPos.as<TdataVectorArray>()->array()[1], (T4dDblVector{2, 1, 5}));
+    double dt = 0;
+    p->getAttributeValue(vs->fieldDataDeltaTime, dt);
+    EXPECT_EQ(dt, kFrame);
+    // Ids sorted with the index of each.
+    ASSERT_TRUE(run("emit -object p -pos 0 0 0;"));
+    p->removeDeadParticles(Tint32Array{0}, p->normalBlock());
+    Tdata sorted, index;
+    p->getAttributeValue(vs->sortedId, sorted);
+    p->getAttributeValue(vs->idIndex, index);
+    EXPECT_EQ(sorted.as<TdataInt32Array>()->array(), (Tint32Array{1, 2}));
+    EXPECT_EQ(index.as<TdataInt32Array>()->array(), (Tint32Array{1, 0}));
+}
+
+TEST_F(ParticleMoreTest, AgeAndCountOutsideTheStep) {
+    ASSERT_TRUE(run("particle -n p -p 0 0 0 -p 1 0 0;"));
+    TdynParticleShape* p = shape("pShape");
+    auto* vs = TdynParticleShape::sVsData();
+    frame(4);
+    EXPECT_EQ(num(p, "age", 0), TanimTime(4.0, kCurrentFrameUnit).seconds() - TanimTime(1.0, kCurrentFrameUnit).seconds());
+    // A birthTime of another length: every age is the time since the start.
+    setData<TdataDoubleArray>(p, vs->birthTime, TdoubleArray{0.5});
+    const double sinceStart = (TanimTime(4.0, kCurrentFrameUnit) - TanimTime(1.0, kCurrentFrameUnit)).seconds();
+    EXPECT_EQ(num(p, "age", 1), sinceStart);
+    // A timed read of count gives the stored length and steps nothing.
+    const std::uint64_t steps = p->stepCount();
+    TdgContextTimed ctx(TanimTime(30.0, kCurrentFrameUnit));
+    EXPECT_EQ(p->makeDataBlock(ctx, true)->inputValue(vs->count).asInt(), 2);
+    EXPECT_EQ(p->stepCount(), steps);
+    // Render types outside 0 to 9 are refused (the stored value stays).
+    run("setAttr pShape.particleRenderType 12;");
+    double rt = 0;
+    p->getAttributeValue(vs->particleRenderType, rt);
+    EXPECT_EQ(rt, 3);
+}
+
+TEST_F(ParticleMoreTest, EditingOneParticleUndoesAndNamesItsShape) {
+    ASSERT_TRUE(run("particle -n p -p 0 0 0 -p 1 0 0; particle -e -id 1 -at mass -fv 3 p;"));
+    TdynParticleShape* p = shape("pShape");
+    EXPECT_EQ(num(p, "mass", 1), 3);
+    EXPECT_EQ(num(p, "mass0", 1), 3); // at the start the initial state changes too
+    ASSERT_TRUE(run("undo;"));
+    EXPECT_EQ(num(p, "mass", 1), 1);
+    EXPECT_EQ(num(p, "mass0", 1), 1);
+    ASSERT_TRUE(run("redo;"));
+    EXPECT_EQ(num(p, "mass", 1), 3);
+    EXPECT_EQ(session.engine().run("particle", {"-q", "-sn", "p"}).asString(), "pShape");
+    errors.str("");
+    EXPECT_FALSE(run("particle -e -id 9 -at mass -fv 3 p;"));
+    EXPECT_NE(errors.str().find("has no particle with id 9"), std::string::npos) << errors.str();
+    EXPECT_FALSE(run("particle -e -id 0 -at mass -vv 1 2 3 p;"));
+    EXPECT_NE(errors.str().find("give -floatValue"), std::string::npos) << errors.str();
+}
+
+} // namespace
