@@ -45,3 +45,16 @@ TEST(ParticleScene, DemoWritesParticlePositionsPerFrame) {
 }
 
 } // namespace
+
+namespace {
+
+TEST(ParticleScene, FountainExampleRuns) {
+    // Emissions at frames 4, 8, ... 48 get ids 9 to 20; with one second to live
+    // only those born at frame 28 or later are left at frame 48: ids 15 to 20.
+    ProgramRun r = runProgram({std::string(MOTILANE_SOURCE_DIR) + "/examples/particle_fountain.mls"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "frame 12, corner particle on its goal: yes\nframe 48, particles alive: 6\nlowest id alive: 15\n");
+    EXPECT_EQ(r.err, "");
+}
+
+} // namespace
