@@ -19,12 +19,13 @@ void BM_PlumeStep(benchmark::State& state) {
     const unsigned res = unsigned(state.range(0));
     TplumeScene scene(res);
     // A few frames first so that the flow is developed.
-    for (int i = 0; i < 5; ++i) scene.step();
-    for (auto _ : state) scene.step();
+    for (int i = 0; i < 5; ++i)
+        scene.step();
+    for (auto _ : state)
+        scene.step();
     state.counters["cells"] = double(res) * res * res;
-    state.counters["ns/cell"] = benchmark::Counter(double(res) * res * res,
-                                                   benchmark::Counter::kIsIterationInvariantRate |
-                                                       benchmark::Counter::kInvert);
+    state.counters["ns/cell"] = benchmark::Counter(
+        double(res) * res * res, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 BENCHMARK(BM_PlumeStep)->Arg(64)->Arg(128)->Unit(benchmark::kMillisecond)->UseRealTime();
 
@@ -37,7 +38,8 @@ struct PressureSetup {
         fluid->setVelocityMethod(kMethodGrid);
         srand48(1);
         rhs.resize(fluid->n);
-        for (float& v : rhs) v = float(drand48() - 0.5);
+        for (float& v : rhs)
+            v = float(drand48() - 0.5);
     }
     TbuffFloatFluidGrid& grid() { return fluid->velocityGrid().pressureGrid(); }
     void load() {
@@ -88,7 +90,8 @@ void plainPoisson(const float* x, float* y, int X, int Y, int Z, double ix, doub
 
 double plainDot(const float* a, const float* b, size_t n) {
     double s = 0;
-    for (size_t c = 0; c < n; ++c) s += double(a[c]) * b[c];
+    for (size_t c = 0; c < n; ++c)
+        s += double(a[c]) * b[c];
     return s;
 }
 
@@ -108,9 +111,11 @@ void BM_CGIterationPlainLoop(benchmark::State& state) {
         const float* b = s.grid().prevArray();
         const double normb = std::sqrt(plainDot(b, b, n));
         plainPoisson(x, q.data(), R, R, R, ixf, iyf, izf);
-        for (size_t c = 0; c < n; ++c) r[c] = float(double(b[c]) - q[c]);
+        for (size_t c = 0; c < n; ++c)
+            r[c] = float(double(b[c]) - q[c]);
         double res = std::sqrt(plainDot(r.data(), r.data(), n)) / normb;
-        for (size_t c = 0; c < n; ++c) z[c] = float(r[c] / diag);
+        for (size_t c = 0; c < n; ++c)
+            z[c] = float(r[c] / diag);
         const double rho = plainDot(r.data(), z.data(), n);
         std::copy(z.begin(), z.end(), p.begin());
         plainPoisson(p.data(), q.data(), R, R, R, ixf, iyf, izf);
@@ -130,16 +135,17 @@ BENCHMARK(BM_CGIterationPlainLoop)->Arg(128)->Unit(benchmark::kMillisecond);
 // velocity, the bulk of a step, through the solver ...
 void BM_TransportScalar(benchmark::State& state) {
     TplumeScene scene(unsigned(state.range(0)));
-    for (int i = 0; i < 10; ++i) scene.step();
+    for (int i = 0; i < 10; ++i)
+        scene.step();
     Tfluid& f = *scene.fluid;
     auto* solver = static_cast<TnsGridSolver*>(f.solver());
     TbuffFloatFluidGrid& d = f.densityGrid();
     for (auto _ : state) {
         solver->transport_scalar3d(f, d, f.velocityGrid(), TplumeScene::kFrameSeconds, false, false);
-        d.moveCurrentToPrevious();  // the source back in front: each pass samples the same field
+        d.moveCurrentToPrevious(); // the source back in front: each pass samples the same field
     }
-    state.counters["ns/cell"] = benchmark::Counter(double(f.n), benchmark::Counter::kIsIterationInvariantRate |
-                                                                    benchmark::Counter::kInvert);
+    state.counters["ns/cell"] = benchmark::Counter(
+        double(f.n), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 BENCHMARK(BM_TransportScalar)->Arg(64)->Unit(benchmark::kMillisecond);
 
@@ -147,11 +153,13 @@ BENCHMARK(BM_TransportScalar)->Arg(64)->Unit(benchmark::kMillisecond);
 // components at two trace points, then of the scalar.
 void BM_TransportScalarPlainLoop(benchmark::State& state) {
     TplumeScene scene(unsigned(state.range(0)));
-    for (int i = 0; i < 10; ++i) scene.step();
+    for (int i = 0; i < 10; ++i)
+        scene.step();
     Tfluid& f = *scene.fluid;
     TvelocityGrid& v = f.velocityGrid();
     const int X = int(f.nx), Y = int(f.ny), Z = int(f.nz);
-    const double h = f.dx, x0 = f.originX(), y0 = f.originY(), z0 = f.originZ(), dt = TplumeScene::kFrameSeconds;
+    const double h = f.dx, x0 = f.originX(), y0 = f.originY(), z0 = f.originZ(),
+                 dt = TplumeScene::kFrameSeconds;
     std::vector<float> src(f.densityGrid().array(), f.densityGrid().array() + f.n), dst(f.n);
     auto sample = [](const float* a, int rx, int ry, int rz, double gx, double gy, double gz) {
         const int i = int(std::floor(gx)), j = int(std::floor(gy)), k = int(std::floor(gz));
@@ -166,7 +174,8 @@ void BM_TransportScalarPlainLoop(benchmark::State& state) {
         for (int c = 0; c < 2; ++c)
             for (int b = 0; b < 2; ++b)
                 for (int a0 = 0; a0 < 2; ++a0)
-                    r += at(i + a0, j + b, k + c) * (a0 ? tx : 1 - tx) * (b ? ty : 1 - ty) * (c ? tz : 1 - tz);
+                    r +=
+                        at(i + a0, j + b, k + c) * (a0 ? tx : 1 - tx) * (b ? ty : 1 - ty) * (c ? tz : 1 - tz);
         return r;
     };
     auto velocity = [&](double px, double py, double pz, double out[3]) {
@@ -184,16 +193,16 @@ void BM_TransportScalarPlainLoop(benchmark::State& state) {
                     velocity(px, py, pz, a);
                     velocity(px - 0.5 * dt * a[0], py - 0.5 * dt * a[1], pz - 0.5 * dt * a[2], b);
                     const double qx = px - dt * b[0], qy = py - dt * b[1], qz = pz - dt * b[2];
-                    dst[size_t(i + X * (j + Y * k))] =
-                        float(sample(src.data(), X, Y, Z, (qx - x0) / h - 0.5, (qy - y0) / h - 0.5, (qz - z0) / h - 0.5));
+                    dst[size_t(i + X * (j + Y * k))] = float(sample(
+                        src.data(), X, Y, Z, (qx - x0) / h - 0.5, (qy - y0) / h - 0.5, (qz - z0) / h - 0.5));
                 }
         benchmark::DoNotOptimize(dst.data());
     }
-    state.counters["ns/cell"] = benchmark::Counter(double(f.n), benchmark::Counter::kIsIterationInvariantRate |
-                                                                    benchmark::Counter::kInvert);
+    state.counters["ns/cell"] = benchmark::Counter(
+        double(f.n), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 BENCHMARK(BM_TransportScalarPlainLoop)->Arg(64)->Unit(benchmark::kMillisecond);
 
-}  // namespace
+} // namespace
 
 BENCHMARK_MAIN();

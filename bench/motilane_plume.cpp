@@ -4,13 +4,13 @@
 // absolute cell divergence (1/s) right after projection, comy the density's
 // centre of mass along y in cells (cell j's centre is j). A non-finite value
 // anywhere stops the run with status 1.
-#include <chrono>
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <algorithm>
 #include <string>
 
 #include "Fluids/Core/TfluidScenes.h"
@@ -19,10 +19,9 @@
 namespace {
 
 void usage(FILE* out) {
-    std::fprintf(out,
-                 "usage: motilane-plume [--res N] [--steps N]\n"
-                 "  --res N    cells per side of the box (default 64, 4 to 512)\n"
-                 "  --steps N  steps of 1/24 s to run (default 100)\n");
+    std::fprintf(out, "usage: motilane-plume [--res N] [--steps N]\n"
+                      "  --res N    cells per side of the box (default 64, 4 to 512)\n"
+                      "  --steps N  steps of 1/24 s to run (default 100)\n");
 }
 
 bool parseCount(const char* flag, const char* text, long lo, long hi, long& out) {
@@ -30,8 +29,8 @@ bool parseCount(const char* flag, const char* text, long lo, long hi, long& out)
     errno = 0;
     const long v = text ? std::strtol(text, &end, 10) : 0;
     if (!text || *text == '\0' || *end != '\0' || errno != 0 || v < lo || v > hi) {
-        std::fprintf(stderr, "motilane-plume: %s needs a whole number from %ld to %ld, got \"%s\"\n", flag, lo, hi,
-                     text ? text : "");
+        std::fprintf(stderr, "motilane-plume: %s needs a whole number from %ld to %ld, got \"%s\"\n", flag,
+                     lo, hi, text ? text : "");
         return false;
     }
     out = v;
@@ -44,7 +43,7 @@ bool allFinite(const float* a, size_t n) {
     return true;
 }
 
-}  // namespace
+} // namespace
 
 int main(int argc, char** argv) {
     long res = 64, steps = 100;

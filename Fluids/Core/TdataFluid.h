@@ -11,7 +11,7 @@
 class TdataFluid : public TdataGeometry {
     TLETTER_CLASS(TdataFluid)
 public:
-    static constexpr int kApiType = 0x464c5544;  // 'FLUD'
+    static constexpr int kApiType = 0x464c5544; // 'FLUD'
 
     TdataFluid() : fluid_(std::make_unique<Tfluid>()) {}
     explicit TdataFluid(const Tfluid& f) : fluid_(std::make_unique<Tfluid>(f)) {}

@@ -10,7 +10,7 @@ namespace {
 struct TregisterAtLoad {
     TregisterAtLoad() { Tfluid::registerSolvers(); }
 } gRegisterAtLoad;
-}  // namespace
+} // namespace
 
 void Tfluid::registerSolvers() {
     TsolverRegistry::addSolverCreator(TnsGridSolver::classSolverName(), &TnsGridSolver::creatorFunc);
@@ -131,7 +131,9 @@ void Tfluid::sizeVelocity() {
     }
 }
 
-void Tfluid::create(unsigned x, unsigned y, unsigned z, double w, double h, double d) { setSize(x, y, z, w, h, d); }
+void Tfluid::create(unsigned x, unsigned y, unsigned z, double w, double h, double d) {
+    setSize(x, y, z, w, h, d);
+}
 
 void Tfluid::setSize(unsigned x, unsigned y, unsigned z, double w, double h, double d) {
     const size_t before = n;
@@ -148,7 +150,9 @@ void Tfluid::setSize(unsigned x, unsigned y, unsigned z, double w, double h, dou
     if (turbTable_.created()) turbTable_.resample(unsigned(n), internalTurbRes_);
 }
 
-void Tfluid::resize(double w, double h, double d) { setSize(nx, ny, nz, w, h, d); }
+void Tfluid::resize(double w, double h, double d) {
+    setSize(nx, ny, nz, w, h, d);
+}
 
 void Tfluid::resample(unsigned x, unsigned y, unsigned z) {
     if (density_.allocated()) density_.resample(this, x, y, z);
@@ -167,9 +171,10 @@ void Tfluid::resample(unsigned x, unsigned y, unsigned z) {
 }
 
 void Tfluid::extend(unsigned a, unsigned b, unsigned c, unsigned d, unsigned e, unsigned f) {
-    for (TfloatVoxelGrid* g : {static_cast<TfloatVoxelGrid*>(&density_), static_cast<TfloatVoxelGrid*>(&matter_),
-                               static_cast<TfloatVoxelGrid*>(&temperature_), static_cast<TfloatVoxelGrid*>(&heat_),
-                               static_cast<TfloatVoxelGrid*>(&reaction_)})
+    for (TfloatVoxelGrid* g :
+         {static_cast<TfloatVoxelGrid*>(&density_), static_cast<TfloatVoxelGrid*>(&matter_),
+          static_cast<TfloatVoxelGrid*>(&temperature_), static_cast<TfloatVoxelGrid*>(&heat_),
+          static_cast<TfloatVoxelGrid*>(&reaction_)})
         if (g->allocated()) g->extend(a, b, c, d, e, f);
     if (color_.allocated()) color_.extend(a, b, c, d, e, f);
     if (force_.allocated()) force_.extend(a, b, c, d, e, f);
@@ -376,7 +381,9 @@ void Tfluid::setInterpolator(TgridInterpolator* i) {
     if (solver_) solver_->setInterpolator(i);
 }
 
-void Tfluid::setRenderInterpolator(TgridInterpolator* i) { refTo(renderInterp_, i); }
+void Tfluid::setRenderInterpolator(TgridInterpolator* i) {
+    refTo(renderInterp_, i);
+}
 
 // ---- Values at a cell ----
 
@@ -394,9 +401,13 @@ bool Tfluid::getForceValue(size_t c, T4dFltVector& f) const {
     return true;
 }
 
-void Tfluid::setColorValue(size_t c, float r, float g, float b) { color_.blendValue(c, r, g, b, kBlendReplace); }
+void Tfluid::setColorValue(size_t c, float r, float g, float b) {
+    color_.blendValue(c, r, g, b, kBlendReplace);
+}
 
-void Tfluid::addColorValue(size_t c, float r, float g, float b) { color_.blendValue(c, r, g, b, kBlendAdd); }
+void Tfluid::addColorValue(size_t c, float r, float g, float b) {
+    color_.blendValue(c, r, g, b, kBlendAdd);
+}
 
 void Tfluid::setForceValue(size_t c, const T4dFltVector& f) {
     force_.setValueU(c, f.x);
@@ -428,7 +439,8 @@ bool Tfluid::addScalarValue(const std::string& ch, size_t c, float v) {
     return true;
 }
 
-bool Tfluid::setVectorValue(const std::string& ch, unsigned i, unsigned j, unsigned k, const T4dFltVector& v) {
+bool Tfluid::setVectorValue(const std::string& ch, unsigned i, unsigned j, unsigned k,
+                            const T4dFltVector& v) {
     if (ch == "velocity") {
         velocity_.setValue(v, i, j, k);
         return true;
@@ -445,7 +457,8 @@ bool Tfluid::setVectorValue(const std::string& ch, unsigned i, unsigned j, unsig
     return false;
 }
 
-bool Tfluid::addVectorValue(const std::string& ch, unsigned i, unsigned j, unsigned k, const T4dFltVector& v) {
+bool Tfluid::addVectorValue(const std::string& ch, unsigned i, unsigned j, unsigned k,
+                            const T4dFltVector& v) {
     if (ch == "velocity") {
         velocity_.addValue(v, i, j, k);
         return true;
@@ -508,12 +521,13 @@ T4dFltVector Tfluid::getVelocityAtPoint(const T3dFltPoint& p) const {
         if (!velocity_.allocated() || !renderInterp_) return v;
         if (is2d_)
             v = renderInterp_->interpVector(*this, nullptr, T2dFltPoint(p.x, p.y), T2dFltVector(0, 0),
-                                            velocity_.gridU(), velocity_.gridV(), velocity_.gridW(), nullptr, nullptr,
-                                            nullptr);
+                                            velocity_.gridU(), velocity_.gridV(), velocity_.gridW(), nullptr,
+                                            nullptr, nullptr);
         else
             v = renderInterp_->interpVector(*this, nullptr, p, T3dFltVector(0, 0, 0), velocity_.gridU(),
                                             velocity_.gridV(), velocity_.gridW(), nullptr, nullptr, nullptr);
-        for (int a = 0; a < 3; ++a) v[a] *= velocity_.velocityScale[a];
+        for (int a = 0; a < 3; ++a)
+            v[a] *= velocity_.velocityScale[a];
         return v;
     }
     if (velocity_.method == kMethodOff) return v;
@@ -526,7 +540,8 @@ float Tfluid::getSpeedAtPoint(const T3dFltPoint& p, const unsigned* cell) const 
     if (cell && usesVelocityGrid() && velocity_.allocated() && nx && ny) {
         const unsigned c = *cell, i = c % nx, j = (c / nx) % ny, k = c / (nx * ny);
         velocity_.getValue(v, *this, i, j, k);
-        for (int a = 0; a < 3; ++a) v[a] *= velocity_.velocityScale[a];
+        for (int a = 0; a < 3; ++a)
+            v[a] *= velocity_.velocityScale[a];
     } else {
         v = getVelocityAtPoint(p);
     }
@@ -540,10 +555,14 @@ T4dFltVector Tfluid::getColorAtPoint(const T3dFltPoint& p, const unsigned* cell)
     T4dFltVector out;
     for (int a = 0; a < 3; ++a) {
         float v;
-        if (cell) v = g[a]->value(*cell);
-        else if (!renderInterp_) v = 0.0f;
-        else if (is2d_) v = renderInterp_->interpScalar(*g[a], nullptr, T2dFltPoint(p.x, p.y), g[a]->array());
-        else v = renderInterp_->interpScalar(*g[a], nullptr, p, g[a]->array());
+        if (cell)
+            v = g[a]->value(*cell);
+        else if (!renderInterp_)
+            v = 0.0f;
+        else if (is2d_)
+            v = renderInterp_->interpScalar(*g[a], nullptr, T2dFltPoint(p.x, p.y), g[a]->array());
+        else
+            v = renderInterp_->interpScalar(*g[a], nullptr, p, g[a]->array());
         out[a] = v * colorScale_;
     }
     return out;
@@ -557,7 +576,8 @@ T3dFltPoint Tfluid::getTextureCoordAtPoint(const T3dFltPoint& p, const unsigned*
     }
     auto& c = const_cast<TtexCoordGrid&>(coords_);
     if (cell) return {c.gridU().value(*cell), c.gridV().value(*cell), c.gridW().value(*cell)};
-    return renderInterp_->interpPoint(c.gridU(), nullptr, p, c.gridU().array(), c.gridV().array(), c.gridW().array());
+    return renderInterp_->interpPoint(c.gridU(), nullptr, p, c.gridU().array(), c.gridV().array(),
+                                      c.gridW().array());
 }
 
 // ---- Lifecycle ----

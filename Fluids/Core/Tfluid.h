@@ -17,12 +17,16 @@
 #include "Host/Math/T4dDblMatrix.h"
 
 // A plain field with its reader x() and writer setX().
-#define TFLUID_FIELD(Type, name, Setter, init) \
-public:                                       \
-    Type name() const { return name##_; }     \
-    void Setter(Type v) { name##_ = v; }      \
-                                              \
-private:                                      \
+#define TFLUID_FIELD(Type, name, Setter, init)                                                               \
+public:                                                                                                      \
+    Type name() const {                                                                                      \
+        return name##_;                                                                                      \
+    }                                                                                                        \
+    void Setter(Type v) {                                                                                    \
+        name##_ = v;                                                                                         \
+    }                                                                                                        \
+                                                                                                             \
+private:                                                                                                     \
     Type name##_ = init;
 
 class Tfluid : public TvoxelGrid {
@@ -38,7 +42,8 @@ public:
     // ---- Sizes ----
     void create(unsigned nx, unsigned ny, unsigned nz, double width, double height, double depth) override;
     void setSize(unsigned nx, unsigned ny, unsigned nz, double width, double height, double depth) override;
-    void extend(unsigned xmin, unsigned xmax, unsigned ymin, unsigned ymax, unsigned zmin, unsigned zmax) override;
+    void extend(unsigned xmin, unsigned xmax, unsigned ymin, unsigned ymax, unsigned zmin,
+                unsigned zmax) override;
     void resize(double width, double height, double depth) override;
     void setBounds(int x, int y, int z) override;
     void reset() override;
@@ -47,7 +52,9 @@ public:
     void getFluidRes(unsigned& x, unsigned& y, unsigned& z) const;
     void getFluidDim(double& w, double& h, double& d) const;
     bool getDensityRes(unsigned& x, unsigned& y, unsigned& z) const { return resOf(density_, x, y, z); }
-    bool getTemperatureRes(unsigned& x, unsigned& y, unsigned& z) const { return resOf(temperature_, x, y, z); }
+    bool getTemperatureRes(unsigned& x, unsigned& y, unsigned& z) const {
+        return resOf(temperature_, x, y, z);
+    }
     bool getReactionRes(unsigned& x, unsigned& y, unsigned& z) const { return resOf(reaction_, x, y, z); }
     bool getColorRes(unsigned& x, unsigned& y, unsigned& z) const { return resOf(color_.redGrid(), x, y, z); }
     bool getVelocityRes(unsigned& x, unsigned& y, unsigned& z) const;
@@ -55,7 +62,9 @@ public:
     bool getTemperatureDim(double& w, double& h, double& d) const { return dimOf(temperature_, w, h, d); }
     bool getVelocityDim(double& w, double& h, double& d) const;
     // Cell of a local point on a channel's grid; false outside or without the grid.
-    bool getDensityCoords(T3Int32& idx, const T3dFltPoint& p) const { return density_.allocated() && density_.toGridIndex(p, idx); }
+    bool getDensityCoords(T3Int32& idx, const T3dFltPoint& p) const {
+        return density_.allocated() && density_.toGridIndex(p, idx);
+    }
     bool getTemperatureCoords(T3Int32& idx, const T3dFltPoint& p) const {
         return temperature_.allocated() && temperature_.toGridIndex(p, idx);
     }
@@ -166,7 +175,9 @@ public:
     float getMatterValue(size_t c) const { return matter_.value(c); }
     bool getColorValue(size_t c, float& r, float& g, float& b) const;
     bool getForceValue(size_t c, T4dFltVector& f) const;
-    bool getVelocityValue(unsigned i, unsigned j, unsigned k, T4dFltVector& v) const { return velocity_.getValue(v, *this, i, j, k); }
+    bool getVelocityValue(unsigned i, unsigned j, unsigned k, T4dFltVector& v) const {
+        return velocity_.getValue(v, *this, i, j, k);
+    }
     float getVelocityValueU(size_t c) const { return velocity_.valueU(c); }
     float getVelocityValueV(size_t c) const { return velocity_.valueV(c); }
     float getVelocityValueW(size_t c) const { return velocity_.valueW(c); }
@@ -181,7 +192,9 @@ public:
     void setMatterValue(size_t c, float v) { matter_.setValue(c, v); }
     void setColorValue(size_t c, float r, float g, float b);
     void setForceValue(size_t c, const T4dFltVector& f);
-    void setVelocityValue(unsigned i, unsigned j, unsigned k, const T4dFltVector& v) { velocity_.setValue(v, i, j, k); }
+    void setVelocityValue(unsigned i, unsigned j, unsigned k, const T4dFltVector& v) {
+        velocity_.setValue(v, i, j, k);
+    }
     void setOccupiedValue(size_t c, bool blocked) {
         if (c < occ_.size()) occ_[c] = blocked ? 1 : 0;
     }
@@ -192,7 +205,9 @@ public:
     void addMatterValue(size_t c, float v) { matter_.addValue(c, v); }
     void addColorValue(size_t c, float r, float g, float b);
     void addForceValue(size_t c, const T4dFltVector& f) { force_.addValue(c, f.x, f.y, f.z); }
-    void addVelocityValue(unsigned i, unsigned j, unsigned k, const T4dFltVector& v) { velocity_.addValue(v, i, j, k); }
+    void addVelocityValue(unsigned i, unsigned j, unsigned k, const T4dFltVector& v) {
+        velocity_.addValue(v, i, j, k);
+    }
     void setAllDensityValues(float v) { density_.setAllValues(v); }
     void setAllTemperatureValues(float v) { temperature_.setAllValues(v); }
     void setAllReactionValues(float v) { reaction_.setAllValues(v); }
@@ -202,9 +217,13 @@ public:
     bool setScalarValue(const std::string& channel, size_t c, float v);
     bool addScalarValue(const std::string& channel, size_t c, float v);
     // Vector channel by name ("velocity", "force", "color").
-    bool setVectorValue(const std::string& channel, unsigned i, unsigned j, unsigned k, const T4dFltVector& v);
-    bool addVectorValue(const std::string& channel, unsigned i, unsigned j, unsigned k, const T4dFltVector& v);
-    void blendColorValue(size_t c, float r, float g, float b, TblendMode mode) { color_.blendValue(c, r, g, b, mode); }
+    bool setVectorValue(const std::string& channel, unsigned i, unsigned j, unsigned k,
+                        const T4dFltVector& v);
+    bool addVectorValue(const std::string& channel, unsigned i, unsigned j, unsigned k,
+                        const T4dFltVector& v);
+    void blendColorValue(size_t c, float r, float g, float b, TblendMode mode) {
+        color_.blendValue(c, r, g, b, mode);
+    }
     // Mixes in a colour with the given weight in [0, 1].
     void blendColorWeighted(size_t c, float r, float g, float b, float weight) {
         color_.blendValue(c, r, g, b, kBlendMix, weight);

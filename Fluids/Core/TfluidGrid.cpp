@@ -9,8 +9,8 @@ namespace {
 
 // Resamples g to a new resolution over the same box, reading the old content
 // at each new cell centre.
-void resampleGrid(TfloatVoxelGrid& g, Tfluid* fluid, unsigned nx, unsigned ny, unsigned nz, double w, double h,
-                  double d) {
+void resampleGrid(TfloatVoxelGrid& g, Tfluid* fluid, unsigned nx, unsigned ny, unsigned nz, double w,
+                  double h, double d) {
     const TfloatVoxelGrid old = g;
     g.setSize(nx, ny, nz, w, h, d);
     if (!old.allocated() || !g.allocated()) return;
@@ -22,18 +22,20 @@ void resampleGrid(TfloatVoxelGrid& g, Tfluid* fluid, unsigned nx, unsigned ny, u
         for (unsigned j = 0; j < ny; ++j)
             for (unsigned i = 0; i < nx; ++i) {
                 const T3dFltPoint p = g.toGridCenter(i, j, k);
-                a[g.index(i, j, k)] = old.nz <= 1 ? in->interpScalar(old, nullptr, T2dFltPoint(p.x, p.y), old.array())
-                                                  : in->interpScalar(old, nullptr, p, old.array());
+                a[g.index(i, j, k)] = old.nz <= 1
+                                          ? in->interpScalar(old, nullptr, T2dFltPoint(p.x, p.y), old.array())
+                                          : in->interpScalar(old, nullptr, p, old.array());
             }
 }
 
-}  // namespace
+} // namespace
 
 void TfloatFluidGrid::resample(Tfluid* fluid, unsigned x, unsigned y, unsigned z) {
     resampleTo(fluid, x, y, z, width, height, depth);
 }
 
-void TfloatFluidGrid::resampleTo(Tfluid* fluid, unsigned x, unsigned y, unsigned z, double w, double h, double d) {
+void TfloatFluidGrid::resampleTo(Tfluid* fluid, unsigned x, unsigned y, unsigned z, double w, double h,
+                                 double d) {
     resampleGrid(*this, fluid, x, y, z, w, h, d);
 }
 
@@ -72,7 +74,8 @@ void TbuffFloatFluidGrid::resampleTo(Tfluid* fluid, unsigned x, unsigned y, unsi
 double TbuffFloatFluidGrid::sumPrevious() const {
     double s = 0.0;
     const float* a = prev_.data();
-    for (size_t c = 0; c < prev_.size(); ++c) s += a[c];
+    for (size_t c = 0; c < prev_.size(); ++c)
+        s += a[c];
     return s;
 }
 
@@ -102,25 +105,30 @@ void T3floatFluidGrid::setSize(unsigned x, unsigned y, unsigned z, double w, dou
 
 void T3floatFluidGrid::extend(unsigned a, unsigned b, unsigned c, unsigned d, unsigned e, unsigned f) {
     TvoxelGrid::extend(a, b, c, d, e, f);
-    for (TfloatFluidGrid* g : {&u_, &v_, &w_}) g->extend(a, b, c, d, e, f);
+    for (TfloatFluidGrid* g : {&u_, &v_, &w_})
+        g->extend(a, b, c, d, e, f);
 }
 
 void T3floatFluidGrid::reset() {
     TvoxelGrid::reset();
-    for (TfloatFluidGrid* g : {&u_, &v_, &w_}) g->reset();
+    for (TfloatFluidGrid* g : {&u_, &v_, &w_})
+        g->reset();
 }
 
 void T3floatFluidGrid::setBounds(int x, int y, int z) {
     TvoxelGrid::setBounds(x, y, z);
-    for (TfloatFluidGrid* g : {&u_, &v_, &w_}) g->setBounds(x, y, z);
+    for (TfloatFluidGrid* g : {&u_, &v_, &w_})
+        g->setBounds(x, y, z);
 }
 
 void T3floatFluidGrid::clear() {
-    for (TfloatFluidGrid* g : {&u_, &v_, &w_}) g->clear();
+    for (TfloatFluidGrid* g : {&u_, &v_, &w_})
+        g->clear();
 }
 
 void T3floatFluidGrid::resample(Tfluid* fluid, unsigned x, unsigned y, unsigned z) {
-    for (TfloatFluidGrid* g : {&u_, &v_, &w_}) g->resample(fluid, x, y, z);
+    for (TfloatFluidGrid* g : {&u_, &v_, &w_})
+        g->resample(fluid, x, y, z);
     TvoxelGrid::setSize(x, y, z, width, height, depth);
 }
 
@@ -144,25 +152,30 @@ void TcolorGrid::setSize(unsigned x, unsigned y, unsigned z, double w, double h,
 
 void TcolorGrid::extend(unsigned a, unsigned b, unsigned c, unsigned d, unsigned e, unsigned f) {
     TvoxelGrid::extend(a, b, c, d, e, f);
-    for (TbuffFloatFluidGrid* g : {&red_, &green_, &blue_}) g->extend(a, b, c, d, e, f);
+    for (TbuffFloatFluidGrid* g : {&red_, &green_, &blue_})
+        g->extend(a, b, c, d, e, f);
 }
 
 void TcolorGrid::reset() {
     TvoxelGrid::reset();
-    for (TbuffFloatFluidGrid* g : {&red_, &green_, &blue_}) g->reset();
+    for (TbuffFloatFluidGrid* g : {&red_, &green_, &blue_})
+        g->reset();
 }
 
 void TcolorGrid::setBounds(int x, int y, int z) {
     TvoxelGrid::setBounds(x, y, z);
-    for (TbuffFloatFluidGrid* g : {&red_, &green_, &blue_}) g->setBounds(x, y, z);
+    for (TbuffFloatFluidGrid* g : {&red_, &green_, &blue_})
+        g->setBounds(x, y, z);
 }
 
 void TcolorGrid::clear() {
-    for (TbuffFloatFluidGrid* g : {&red_, &green_, &blue_}) g->clear();
+    for (TbuffFloatFluidGrid* g : {&red_, &green_, &blue_})
+        g->clear();
 }
 
 void TcolorGrid::resample(Tfluid* fluid, unsigned x, unsigned y, unsigned z) {
-    for (TbuffFloatFluidGrid* g : {&red_, &green_, &blue_}) g->resample(fluid, x, y, z);
+    for (TbuffFloatFluidGrid* g : {&red_, &green_, &blue_})
+        g->resample(fluid, x, y, z);
     TvoxelGrid::setSize(x, y, z, width, height, depth);
 }
 
@@ -179,10 +192,18 @@ void TcolorGrid::blendValue(size_t c, float r, float g, float b, TblendMode mode
     for (int ch = 0; ch < 3; ++ch) {
         float& v = a[ch][c];
         switch (mode) {
-        case kBlendReplace: v = in[ch]; break;
-        case kBlendAdd: v += in[ch]; break;
-        case kBlendMultiply: v *= in[ch]; break;
-        case kBlendMix: v = float(double(v) + (double(in[ch]) - v) * weight); break;
+        case kBlendReplace:
+            v = in[ch];
+            break;
+        case kBlendAdd:
+            v += in[ch];
+            break;
+        case kBlendMultiply:
+            v *= in[ch];
+            break;
+        case kBlendMix:
+            v = float(double(v) + (double(in[ch]) - v) * weight);
+            break;
         }
     }
 }
@@ -210,12 +231,14 @@ void TtexCoordGrid::setSize(unsigned x, unsigned y, unsigned z, double w, double
 
 void TtexCoordGrid::reset() {
     TvoxelGrid::reset();
-    for (TbuffFloatFluidGrid* g : {&u_, &v_, &w_}) g->reset();
+    for (TbuffFloatFluidGrid* g : {&u_, &v_, &w_})
+        g->reset();
 }
 
 void TtexCoordGrid::setBounds(int x, int y, int z) {
     TvoxelGrid::setBounds(x, y, z);
-    for (TbuffFloatFluidGrid* g : {&u_, &v_, &w_}) g->setBounds(x, y, z);
+    for (TbuffFloatFluidGrid* g : {&u_, &v_, &w_})
+        g->setBounds(x, y, z);
 }
 
 void TtexCoordGrid::initCoordinates() {

@@ -20,7 +20,8 @@ class TbuffFloatFluidGrid : public TfloatFluidGrid {
 public:
     void create(unsigned nx, unsigned ny, unsigned nz, double width, double height, double depth) override;
     void setSize(unsigned nx, unsigned ny, unsigned nz, double width, double height, double depth) override;
-    void extend(unsigned xmin, unsigned xmax, unsigned ymin, unsigned ymax, unsigned zmin, unsigned zmax) override;
+    void extend(unsigned xmin, unsigned xmax, unsigned ymin, unsigned ymax, unsigned zmin,
+                unsigned zmax) override;
     void reset() override;
     void clear() override;
     void resampleTo(Tfluid* fluid, unsigned nx, unsigned ny, unsigned nz, double width, double height,
@@ -46,7 +47,8 @@ class T3floatFluidGrid : public TvoxelGrid {
 public:
     void create(unsigned nx, unsigned ny, unsigned nz, double width, double height, double depth) override;
     void setSize(unsigned nx, unsigned ny, unsigned nz, double width, double height, double depth) override;
-    void extend(unsigned xmin, unsigned xmax, unsigned ymin, unsigned ymax, unsigned zmin, unsigned zmax) override;
+    void extend(unsigned xmin, unsigned xmax, unsigned ymin, unsigned ymax, unsigned zmin,
+                unsigned zmax) override;
     void reset() override;
     void setBounds(int x, int y, int z) override;
     void clear();
@@ -87,7 +89,8 @@ class TcolorGrid : public TvoxelGrid {
 public:
     void create(unsigned nx, unsigned ny, unsigned nz, double width, double height, double depth) override;
     void setSize(unsigned nx, unsigned ny, unsigned nz, double width, double height, double depth) override;
-    void extend(unsigned xmin, unsigned xmax, unsigned ymin, unsigned ymax, unsigned zmin, unsigned zmax) override;
+    void extend(unsigned xmin, unsigned xmax, unsigned ymin, unsigned ymax, unsigned zmin,
+                unsigned zmax) override;
     void reset() override;
     void setBounds(int x, int y, int z) override;
     void clear();

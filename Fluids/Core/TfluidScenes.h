@@ -23,6 +23,6 @@ struct TplumeScene {
     std::unique_ptr<Tfluid> fluid;
     double heatRate = 8.0;
     double densityRate = 4.0;
-    double sourceRadius = 1.2;          // units
-    double sourceHeight = -0.35 * kBoxSize;  // centre y, local space
+    double sourceRadius = 1.2;              // units
+    double sourceHeight = -0.35 * kBoxSize; // centre y, local space
 };

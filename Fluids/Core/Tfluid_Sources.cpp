@@ -12,7 +12,7 @@ namespace {
 inline double cornerPosition(unsigned i, unsigned n, double size) {
     return n > 1 ? (double(i) / double(n - 1) - 0.5) * size : 0.0;
 }
-}  // namespace
+} // namespace
 
 void Tfluid::update(double dt) {
     velocity_.turbulenceTime = float(internalTime_ * turbulenceSpeed_);
@@ -75,7 +75,8 @@ void Tfluid::dissipateScalar(TfloatFluidGrid& grid, double dt, double rate) {
     densityDirty_ = true;
     const double f = 1.0 / (1.0 + rate * dt);
     float* a = grid.array();
-    for (size_t c = 0; c < grid.n; ++c) a[c] = float(a[c] * f);
+    for (size_t c = 0; c < grid.n; ++c)
+        a[c] = float(a[c] * f);
 }
 
 void Tfluid::addBuoyancy(bool temperature) {
@@ -152,7 +153,8 @@ void Tfluid::propagateColorToZeroDensityRegions() {
     const float* d = density_.array();
     const int X = int(nx), Y = int(ny), Z = int(nz);
     auto blendFrom = [&](size_t c, size_t from) {
-        for (float* a : ch) a[c] = float(0.2 * a[from] + 0.8 * a[c]);
+        for (float* a : ch)
+            a[c] = float(0.2 * a[from] + 0.8 * a[c]);
     };
     auto inside = [&](int i, int j, int k) { return i >= 0 && j >= 0 && k >= 0 && i < X && j < Y && k < Z; };
     for (int i = 0; i < X; ++i)

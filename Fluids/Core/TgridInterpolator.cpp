@@ -29,7 +29,7 @@ double hermiteSample(const Space& s, const double g[3], int normalAxis, const do
     const int yNear = y.n + (y.t >= 0.5 ? 1 : 0);
     const int zNear = z.n + (z.t >= 0.5 ? 1 : 0);
     double col[6];
-    double p[6];  // results of the y reductions, one per x sample
+    double p[6]; // results of the y reductions, one per x sample
     double zs[6];
     bool occ[6];
     int ix[6], jy[6], kz[6];
@@ -46,23 +46,27 @@ double hermiteSample(const Space& s, const double g[3], int normalAxis, const do
                 col[b] = s.raw(ix[a], jy[b], 0);
                 continue;
             }
-            for (int c = 0; c < 6; ++c) zs[c] = s.raw(ix[a], jy[b], kz[c]);
+            for (int c = 0; c < 6; ++c)
+                zs[c] = s.raw(ix[a], jy[b], kz[c]);
             if (useOcc) {
-                for (int c = 0; c < 6; ++c) occ[c] = s.blocked(i, j, z.n - 2 + c);
+                for (int c = 0; c < 6; ++c)
+                    occ[c] = s.blocked(i, j, z.n - 2 + c);
                 col[b] = interpRange(z.t, normalAxis == 2, occ, zs, fr[2]);
             } else {
                 col[b] = interpRange(z.t, zs);
             }
         }
         if (useOcc) {
-            for (int b = 0; b < 6; ++b) occ[b] = s.blocked(i, y.n - 2 + b, zNear);
+            for (int b = 0; b < 6; ++b)
+                occ[b] = s.blocked(i, y.n - 2 + b, zNear);
             p[a] = interpRange(y.t, normalAxis == 1, occ, col, fr[1]);
         } else {
             p[a] = interpRange(y.t, col);
         }
     }
     if (useOcc) {
-        for (int a = 0; a < 6; ++a) occ[a] = s.blocked(x.n - 2 + a, yNear, zNear);
+        for (int a = 0; a < 6; ++a)
+            occ[a] = s.blocked(x.n - 2 + a, yNear, zNear);
         double q[6] = {p[0], p[1], p[2], p[3], p[4], p[5]};
         return interpRange(x.t, normalAxis == 0, occ, q, fr[0]);
     }
@@ -88,23 +92,24 @@ double bndLinearSample(const Space& s, const double g[3], int normalAxis, const 
         return step(0, x.t, s.blocked(x.n, jNear, k), s.blocked(x.n + 1, jNear, k), a, b);
     };
     if (s.dims == 2) return plane(0);
-    return step(2, z.t, s.blocked(iNear, jNear, z.n), s.blocked(iNear, jNear, z.n + 1), plane(z.n), plane(z.n + 1));
+    return step(2, z.t, s.blocked(iNear, jNear, z.n), s.blocked(iNear, jNear, z.n + 1), plane(z.n),
+                plane(z.n + 1));
 }
 
-}  // namespace interp_detail
+} // namespace interp_detail
 
 using namespace interp_detail;
 
-float TgridInterpolator::interpScalar(const TvoxelGrid& grid, const unsigned char* occupation, const T3dFltPoint& p,
-                                      const float* array) const {
+float TgridInterpolator::interpScalar(const TvoxelGrid& grid, const unsigned char* occupation,
+                                      const T3dFltPoint& p, const float* array) const {
     double g[3];
     gridSpace(grid, p.x, p.y, p.z, g);
     const double fr[3] = {0, 0, 0};
     return float(sample(scalarSpace(grid, occupation, array, 3), g, -1, fr));
 }
 
-float TgridInterpolator::interpScalar(const TvoxelGrid& grid, const unsigned char* occupation, const T2dFltPoint& p,
-                                      const float* array) const {
+float TgridInterpolator::interpScalar(const TvoxelGrid& grid, const unsigned char* occupation,
+                                      const T2dFltPoint& p, const float* array) const {
     double g[3];
     gridSpace(grid, p.x, p.y, 0.0, g);
     g[2] = 0;
@@ -141,9 +146,12 @@ float TgridInterpolator::interpVectorComponent(const TvoxelGrid& fluid, const un
     g[2] = 0;
     g[axis] += 0.5;
     const double fr[3] = {friction.x, friction.y, 0.0};
-    Space s{{int(comp.nx), int(comp.ny), 1},     {comp.bounds[0], comp.bounds[1], comp.bounds[2]},
-            {int(fluid.nx), int(fluid.ny), 1},   {fluid.bounds[0], fluid.bounds[1], fluid.bounds[2]},
-            array ? array : comp.array(),        occupation,
+    Space s{{int(comp.nx), int(comp.ny), 1},
+            {comp.bounds[0], comp.bounds[1], comp.bounds[2]},
+            {int(fluid.nx), int(fluid.ny), 1},
+            {fluid.bounds[0], fluid.bounds[1], fluid.bounds[2]},
+            array ? array : comp.array(),
+            occupation,
             2};
     return float(sample(s, g, axis, fr));
 }

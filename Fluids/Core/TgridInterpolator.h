@@ -32,34 +32,43 @@ inline Split split(double c) {
 
 // Where samples are read from and where occupation is looked up.
 struct Space {
-    int r[3];   // resolution of the sampled array
-    int b[3];   // its bounds
-    int fr[3];  // resolution of the occupation (the fluid's cells)
+    int r[3];  // resolution of the sampled array
+    int b[3];  // its bounds
+    int fr[3]; // resolution of the occupation (the fluid's cells)
     int fb[3];
     const float* a;
     const unsigned char* occ;
-    int dims;  // 2 or 3
+    int dims; // 2 or 3
 
     // Bounded index on one axis.
     int bi(int axis, int n) const { return boundedIndex(n, r[axis], b[axis]); }
     // Element at already bounded indices.
-    double raw(int i, int j, int k) const { return a[size_t(i) + size_t(r[0]) * (size_t(j) + size_t(r[1]) * size_t(k))]; }
+    double raw(int i, int j, int k) const {
+        return a[size_t(i) + size_t(r[0]) * (size_t(j) + size_t(r[1]) * size_t(k))];
+    }
     double at(int i, int j, int k) const {
         return a[size_t(boundedIndex(i, r[0], b[0])) +
-                 size_t(r[0]) * (size_t(boundedIndex(j, r[1], b[1])) + size_t(r[1]) * size_t(boundedIndex(k, r[2], b[2])))];
+                 size_t(r[0]) * (size_t(boundedIndex(j, r[1], b[1])) +
+                                 size_t(r[1]) * size_t(boundedIndex(k, r[2], b[2])))];
     }
     bool blocked(int i, int j, int k) const {
-        const size_t c = size_t(boundedIndex(i, fr[0], fb[0])) +
-                         size_t(fr[0]) * (size_t(boundedIndex(j, fr[1], fb[1])) +
-                                          size_t(fr[1]) * size_t(dims == 3 ? boundedIndex(k, fr[2], fb[2]) : 0));
+        const size_t c =
+            size_t(boundedIndex(i, fr[0], fb[0])) +
+            size_t(fr[0]) * (size_t(boundedIndex(j, fr[1], fb[1])) +
+                             size_t(fr[1]) * size_t(dims == 3 ? boundedIndex(k, fr[2], fb[2]) : 0));
         return occ[c] != 0;
     }
 };
 
 // Space for a grid sampled on its own cells.
 inline Space scalarSpace(const TvoxelGrid& g, const unsigned char* occ, const float* a, int dims) {
-    Space s{{int(g.nx), int(g.ny), int(g.nz)}, {g.bounds[0], g.bounds[1], g.bounds[2]},
-            {int(g.nx), int(g.ny), int(g.nz)}, {g.bounds[0], g.bounds[1], g.bounds[2]}, a, occ, dims};
+    Space s{{int(g.nx), int(g.ny), int(g.nz)},
+            {g.bounds[0], g.bounds[1], g.bounds[2]},
+            {int(g.nx), int(g.ny), int(g.nz)},
+            {g.bounds[0], g.bounds[1], g.bounds[2]},
+            a,
+            occ,
+            dims};
     if (dims == 2) s.r[2] = s.fr[2] = 1;
     return s;
 }
@@ -71,11 +80,14 @@ inline void gridSpace(const TvoxelGrid& g, double px, double py, double pz, doub
 }
 
 // Space for a staggered component read at points in the fluid's grid space.
-inline Space componentSpace(const TvoxelGrid& fluid, const unsigned char* occ, const TvoxelGrid& comp, const float* a,
-                            int dims) {
-    Space s{{int(comp.nx), int(comp.ny), int(comp.nz)},    {comp.bounds[0], comp.bounds[1], comp.bounds[2]},
-            {int(fluid.nx), int(fluid.ny), int(fluid.nz)}, {fluid.bounds[0], fluid.bounds[1], fluid.bounds[2]},
-            a,                                             occ,
+inline Space componentSpace(const TvoxelGrid& fluid, const unsigned char* occ, const TvoxelGrid& comp,
+                            const float* a, int dims) {
+    Space s{{int(comp.nx), int(comp.ny), int(comp.nz)},
+            {comp.bounds[0], comp.bounds[1], comp.bounds[2]},
+            {int(fluid.nx), int(fluid.ny), int(fluid.nz)},
+            {fluid.bounds[0], fluid.bounds[1], fluid.bounds[2]},
+            a,
+            occ,
             dims};
     if (dims == 2) s.r[2] = s.fr[2] = 1;
     return s;
@@ -89,7 +101,9 @@ inline int componentAxis(const TvoxelGrid& fluid, const TvoxelGrid& comp) {
     return -1;
 }
 
-inline double lerp(double a, double b, double t) { return a + t * (b - a); }
+inline double lerp(double a, double b, double t) {
+    return a + t * (b - a);
+}
 
 // Twice the quadratic B-spline value over a, b, c at t.
 inline double quadratic(double a, double b, double c, double t) {
@@ -121,19 +135,30 @@ inline double interpRange(double t, const double p[6]) {
 inline double interpRange(double t, bool normalAxis, const bool occ[6], double p[6], double friction) {
     if (occ[2] && (occ[3] || !normalAxis)) return 0.0;
     if (normalAxis) {
-        if (occ[1]) p[0] = p[1] = p[2] = 0;
-        else if (occ[0]) p[0] = p[1] = 0;
-        if (occ[3]) p[3] = p[4] = p[5] = 0;
-        else if (occ[4]) p[4] = p[5] = 0;
-        else if (occ[5]) p[5] = 0;
+        if (occ[1])
+            p[0] = p[1] = p[2] = 0;
+        else if (occ[0])
+            p[0] = p[1] = 0;
+        if (occ[3])
+            p[3] = p[4] = p[5] = 0;
+        else if (occ[4])
+            p[4] = p[5] = 0;
+        else if (occ[5])
+            p[5] = 0;
     } else {
         const double k = 1 - 2 * friction;
-        if (occ[2]) p[0] = p[1] = p[2] = k * p[3];
-        else if (occ[1]) p[0] = p[1] = k * p[2];
-        else if (occ[0]) p[0] = k * p[1];
-        if (occ[3]) p[3] = p[4] = p[5] = k * p[2];
-        else if (occ[4]) p[4] = p[5] = k * p[3];
-        else if (occ[5]) p[5] = k * p[4];
+        if (occ[2])
+            p[0] = p[1] = p[2] = k * p[3];
+        else if (occ[1])
+            p[0] = p[1] = k * p[2];
+        else if (occ[0])
+            p[0] = k * p[1];
+        if (occ[3])
+            p[3] = p[4] = p[5] = k * p[2];
+        else if (occ[4])
+            p[4] = p[5] = k * p[3];
+        else if (occ[5])
+            p[5] = k * p[4];
     }
     return interpRange(t, p);
 }
@@ -156,8 +181,10 @@ inline double bndLerp(double t, bool occA, bool occB, double a, double b, bool& 
 inline double bndLerpTangent(double t, bool occA, bool occB, double a, double b, double friction) {
     if (occA && occB) return 0;
     const double k = 1 - 2 * friction;
-    if (occA) a = k * b;
-    else if (occB) b = k * a;
+    if (occA)
+        a = k * b;
+    else if (occB)
+        b = k * a;
     return a + t * (b - a);
 }
 
@@ -181,7 +208,7 @@ double quadraticSample(const Space& s, const double g[3]);
 double hermiteSample(const Space& s, const double g[3], int normalAxis, const double fr[3]);
 double bndLinearSample(const Space& s, const double g[3], int normalAxis, const double fr[3]);
 
-}  // namespace interp_detail
+} // namespace interp_detail
 
 class TgridInterpolator {
 public:
@@ -196,24 +223,27 @@ public:
     }
     int refCount() const { return refs_; }
 
-    virtual T4dFltVector interpVector(const TvoxelGrid& grid, const unsigned char* occupation, const T2dFltPoint& p,
-                                      const T2dFltVector& friction, const TbuffFloatFluidGrid& u,
-                                      const TbuffFloatFluidGrid& v, const TbuffFloatFluidGrid& w, const float* au,
-                                      const float* av, const float* aw) const;
-    virtual T4dFltVector interpVector(const TvoxelGrid& grid, const unsigned char* occupation, const T3dFltPoint& p,
-                                      const T3dFltVector& friction, const TbuffFloatFluidGrid& u,
-                                      const TbuffFloatFluidGrid& v, const TbuffFloatFluidGrid& w, const float* au,
-                                      const float* av, const float* aw) const;
+    virtual T4dFltVector interpVector(const TvoxelGrid& grid, const unsigned char* occupation,
+                                      const T2dFltPoint& p, const T2dFltVector& friction,
+                                      const TbuffFloatFluidGrid& u, const TbuffFloatFluidGrid& v,
+                                      const TbuffFloatFluidGrid& w, const float* au, const float* av,
+                                      const float* aw) const;
+    virtual T4dFltVector interpVector(const TvoxelGrid& grid, const unsigned char* occupation,
+                                      const T3dFltPoint& p, const T3dFltVector& friction,
+                                      const TbuffFloatFluidGrid& u, const TbuffFloatFluidGrid& v,
+                                      const TbuffFloatFluidGrid& w, const float* au, const float* av,
+                                      const float* aw) const;
     virtual float interpVectorComponent(const TvoxelGrid& fluidGrid, const unsigned char* occupation,
                                         const T2dFltPoint& p, const T2dFltVector& friction,
                                         const TbuffFloatFluidGrid& component, const float* array) const;
     virtual float interpVectorComponent(const TvoxelGrid& fluidGrid, const unsigned char* occupation,
                                         const T3dFltPoint& p, const T3dFltVector& friction,
                                         const TbuffFloatFluidGrid& component, const float* array) const;
-    virtual T2dFltPoint interpPoint(const TvoxelGrid& grid, const unsigned char* occupation, const T2dFltPoint& p,
-                                    const float* a0, const float* a1) const;
-    virtual T3dFltPoint interpPoint(const TvoxelGrid& grid, const unsigned char* occupation, const T3dFltPoint& p,
-                                    const float* a0, const float* a1, const float* a2) const;
+    virtual T2dFltPoint interpPoint(const TvoxelGrid& grid, const unsigned char* occupation,
+                                    const T2dFltPoint& p, const float* a0, const float* a1) const;
+    virtual T3dFltPoint interpPoint(const TvoxelGrid& grid, const unsigned char* occupation,
+                                    const T3dFltPoint& p, const float* a0, const float* a1,
+                                    const float* a2) const;
     virtual float interpScalar(const TvoxelGrid& grid, const unsigned char* occupation, const T2dFltPoint& p,
                                const float* array) const;
     virtual float interpScalar(const TvoxelGrid& grid, const unsigned char* occupation, const T3dFltPoint& p,
@@ -223,7 +253,8 @@ public:
 
 protected:
     // The sample of one kind; the base has none and reads 0.
-    virtual double sample(const interp_detail::Space&, const double[3], int /*normalAxis*/, const double[3]) const {
+    virtual double sample(const interp_detail::Space&, const double[3], int /*normalAxis*/,
+                          const double[3]) const {
         return 0.0;
     }
 
@@ -233,58 +264,58 @@ private:
 
 // The kinds below are final, so a caller that knows the kind calls their
 // inline forms without a virtual dispatch per sample.
-#define TGRID_INTERPOLATOR_FORMS(SAMPLE)                                                                              \
-    float interpScalar(const TvoxelGrid& grid, const unsigned char* occupation, const T3dFltPoint& p,                 \
-                       const float* array) const final {                                                               \
-        double g[3];                                                                                                   \
-        interp_detail::gridSpace(grid, p.x, p.y, p.z, g);                                                              \
-        const double fr[3] = {0, 0, 0};                                                                                \
-        return float(SAMPLE(interp_detail::scalarSpace(grid, occupation, array, 3), g, -1, fr));                       \
-    }                                                                                                                  \
-    float interpScalar(const TvoxelGrid& grid, const unsigned char* occupation, const T2dFltPoint& p,                 \
-                       const float* array) const final {                                                               \
-        double g[3];                                                                                                   \
-        interp_detail::gridSpace(grid, p.x, p.y, 0.0, g);                                                              \
-        g[2] = 0;                                                                                                      \
-        const double fr[3] = {0, 0, 0};                                                                                \
-        return float(SAMPLE(interp_detail::scalarSpace(grid, occupation, array, 2), g, -1, fr));                       \
-    }                                                                                                                  \
-    float interpVectorComponent(const TvoxelGrid& fluid, const unsigned char* occupation, const T3dFltPoint& p,       \
-                                const T3dFltVector& friction, const TbuffFloatFluidGrid& comp, const float* array)    \
-        const final {                                                                                                  \
-        const int axis = interp_detail::componentAxis(fluid, comp);                                                    \
-        if (axis < 0) return 0.0f;                                                                                     \
-        double g[3];                                                                                                   \
-        interp_detail::gridSpace(fluid, p.x, p.y, p.z, g);                                                             \
-        g[axis] += 0.5;                                                                                                \
-        const double fr[3] = {friction.x, friction.y, friction.z};                                                     \
-        interp_detail::Space s{{int(comp.nx), int(comp.ny), int(comp.nz)},                                             \
-                               {comp.bounds[0], comp.bounds[1], comp.bounds[2]},                                       \
-                               {int(fluid.nx), int(fluid.ny), int(fluid.nz)},                                          \
-                               {fluid.bounds[0], fluid.bounds[1], fluid.bounds[2]},                                    \
-                               array ? array : comp.array(),                                                           \
-                               occupation,                                                                             \
-                               3};                                                                                     \
-        return float(SAMPLE(s, g, axis, fr));                                                                          \
-    }                                                                                                                  \
-    float interpVectorComponent(const TvoxelGrid& fluid, const unsigned char* occupation, const T2dFltPoint& p,       \
-                                const T2dFltVector& friction, const TbuffFloatFluidGrid& comp, const float* array)    \
-        const final {                                                                                                  \
-        const int axis = interp_detail::componentAxis(fluid, comp);                                                    \
-        if (axis < 0 || axis > 1) return 0.0f;                                                                         \
-        double g[3];                                                                                                   \
-        interp_detail::gridSpace(fluid, p.x, p.y, 0.0, g);                                                             \
-        g[2] = 0;                                                                                                      \
-        g[axis] += 0.5;                                                                                                \
-        const double fr[3] = {friction.x, friction.y, 0.0};                                                            \
-        interp_detail::Space s{{int(comp.nx), int(comp.ny), 1},                                                        \
-                               {comp.bounds[0], comp.bounds[1], comp.bounds[2]},                                       \
-                               {int(fluid.nx), int(fluid.ny), 1},                                                      \
-                               {fluid.bounds[0], fluid.bounds[1], fluid.bounds[2]},                                    \
-                               array ? array : comp.array(),                                                           \
-                               occupation,                                                                             \
-                               2};                                                                                     \
-        return float(SAMPLE(s, g, axis, fr));                                                                          \
+#define TGRID_INTERPOLATOR_FORMS(SAMPLE)                                                                     \
+    float interpScalar(const TvoxelGrid& grid, const unsigned char* occupation, const T3dFltPoint& p,        \
+                       const float* array) const final {                                                     \
+        double g[3];                                                                                         \
+        interp_detail::gridSpace(grid, p.x, p.y, p.z, g);                                                    \
+        const double fr[3] = {0, 0, 0};                                                                      \
+        return float(SAMPLE(interp_detail::scalarSpace(grid, occupation, array, 3), g, -1, fr));             \
+    }                                                                                                        \
+    float interpScalar(const TvoxelGrid& grid, const unsigned char* occupation, const T2dFltPoint& p,        \
+                       const float* array) const final {                                                     \
+        double g[3];                                                                                         \
+        interp_detail::gridSpace(grid, p.x, p.y, 0.0, g);                                                    \
+        g[2] = 0;                                                                                            \
+        const double fr[3] = {0, 0, 0};                                                                      \
+        return float(SAMPLE(interp_detail::scalarSpace(grid, occupation, array, 2), g, -1, fr));             \
+    }                                                                                                        \
+    float interpVectorComponent(const TvoxelGrid& fluid, const unsigned char* occupation,                    \
+                                const T3dFltPoint& p, const T3dFltVector& friction,                          \
+                                const TbuffFloatFluidGrid& comp, const float* array) const final {           \
+        const int axis = interp_detail::componentAxis(fluid, comp);                                          \
+        if (axis < 0) return 0.0f;                                                                           \
+        double g[3];                                                                                         \
+        interp_detail::gridSpace(fluid, p.x, p.y, p.z, g);                                                   \
+        g[axis] += 0.5;                                                                                      \
+        const double fr[3] = {friction.x, friction.y, friction.z};                                           \
+        interp_detail::Space s{{int(comp.nx), int(comp.ny), int(comp.nz)},                                   \
+                               {comp.bounds[0], comp.bounds[1], comp.bounds[2]},                             \
+                               {int(fluid.nx), int(fluid.ny), int(fluid.nz)},                                \
+                               {fluid.bounds[0], fluid.bounds[1], fluid.bounds[2]},                          \
+                               array ? array : comp.array(),                                                 \
+                               occupation,                                                                   \
+                               3};                                                                           \
+        return float(SAMPLE(s, g, axis, fr));                                                                \
+    }                                                                                                        \
+    float interpVectorComponent(const TvoxelGrid& fluid, const unsigned char* occupation,                    \
+                                const T2dFltPoint& p, const T2dFltVector& friction,                          \
+                                const TbuffFloatFluidGrid& comp, const float* array) const final {           \
+        const int axis = interp_detail::componentAxis(fluid, comp);                                          \
+        if (axis < 0 || axis > 1) return 0.0f;                                                               \
+        double g[3];                                                                                         \
+        interp_detail::gridSpace(fluid, p.x, p.y, 0.0, g);                                                   \
+        g[2] = 0;                                                                                            \
+        g[axis] += 0.5;                                                                                      \
+        const double fr[3] = {friction.x, friction.y, 0.0};                                                  \
+        interp_detail::Space s{{int(comp.nx), int(comp.ny), 1},                                              \
+                               {comp.bounds[0], comp.bounds[1], comp.bounds[2]},                             \
+                               {int(fluid.nx), int(fluid.ny), 1},                                            \
+                               {fluid.bounds[0], fluid.bounds[1], fluid.bounds[2]},                          \
+                               array ? array : comp.array(),                                                 \
+                               occupation,                                                                   \
+                               2};                                                                           \
+        return float(SAMPLE(s, g, axis, fr));                                                                \
     }
 
 class TlinearGridInterpolator final : public TgridInterpolator {

@@ -10,7 +10,7 @@ std::unordered_map<std::string, TsolverCreator>& table() {
     static std::unordered_map<std::string, TsolverCreator> t;
     return t;
 }
-}  // namespace
+} // namespace
 
 TgridSolver::~TgridSolver() {
     if (interp_) interp_->unref();
@@ -23,18 +23,23 @@ void TgridSolver::setInterpolator(TgridInterpolator* interp) {
     interp_ = interp;
 }
 
-void TsolverRegistry::addSolverCreator(const std::string& name, TsolverCreator creator) { table()[name] = creator; }
+void TsolverRegistry::addSolverCreator(const std::string& name, TsolverCreator creator) {
+    table()[name] = creator;
+}
 
 TgridSolver* TsolverRegistry::newSolver(const std::string& name) {
     auto it = table().find(name);
     return it == table().end() || !it->second ? nullptr : it->second();
 }
 
-bool TsolverRegistry::hasSolver(const std::string& name) { return table().count(name) != 0; }
+bool TsolverRegistry::hasSolver(const std::string& name) {
+    return table().count(name) != 0;
+}
 
 std::vector<std::string> TsolverRegistry::getAllSolvers() {
     std::vector<std::string> names;
-    for (const auto& e : table()) names.push_back(e.first);
+    for (const auto& e : table())
+        names.push_back(e.first);
     std::sort(names.begin(), names.end());
     return names;
 }

@@ -18,9 +18,10 @@ private:
 
 class TscalarSolverParms : public TsolverParms {
 public:
-    TscalarSolverParms(double timeStep, double diffusion, bool conserveMass, bool addForces, bool outsideIsZero)
-        : TsolverParms(timeStep), diffusion_(float(diffusion)), conserveMass_(conserveMass), addForces_(addForces),
-          outsideIsZero_(outsideIsZero) {}
+    TscalarSolverParms(double timeStep, double diffusion, bool conserveMass, bool addForces,
+                       bool outsideIsZero)
+        : TsolverParms(timeStep), diffusion_(float(diffusion)), conserveMass_(conserveMass),
+          addForces_(addForces), outsideIsZero_(outsideIsZero) {}
     float diffusion() const { return diffusion_; }
     bool conserveMass() const { return conserveMass_; }
     bool addForces() const { return addForces_; }
@@ -33,10 +34,10 @@ private:
 
 class TvelocitySolverParms : public TsolverParms {
 public:
-    TvelocitySolverParms(double timeStep, double reynolds, double friction, double swirl, double damp, bool advect,
-                         bool project)
-        : TsolverParms(timeStep), reynolds_(float(reynolds)), friction_(float(friction)), swirl_(float(swirl)),
-          damp_(float(damp)), advect_(advect), project_(project) {}
+    TvelocitySolverParms(double timeStep, double reynolds, double friction, double swirl, double damp,
+                         bool advect, bool project)
+        : TsolverParms(timeStep), reynolds_(float(reynolds)), friction_(float(friction)),
+          swirl_(float(swirl)), damp_(float(damp)), advect_(advect), project_(project) {}
     float reynolds() const { return reynolds_; }
     float friction() const { return friction_; }
     float swirl() const { return swirl_; }
@@ -66,7 +67,7 @@ public:
     // Shares the interpolator; the solver never makes one of its own.
     virtual void setInterpolator(TgridInterpolator* interp);
 
-    static const char* classSolverName() { return nullptr; }  // the base is "none"
+    static const char* classSolverName() { return nullptr; } // the base is "none"
     TgridInterpolator* interpolator() const { return interp_; }
     void ref() { ++refs_; }
     void unref() {

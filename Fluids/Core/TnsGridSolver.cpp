@@ -12,11 +12,16 @@ namespace {
 // Calls f with the interpolator as its most derived known kind, so that the
 // per-cell samples inside f are direct (inlinable) calls.
 template <class F> void withKind(const TgridInterpolator* in, F&& f) {
-    if (auto* a = dynamic_cast<const TlinearGridInterpolator*>(in)) f(*a);
-    else if (auto* b = dynamic_cast<const ThermiteGridInterpolator*>(in)) f(*b);
-    else if (auto* c = dynamic_cast<const TquadraticGridInterpolator*>(in)) f(*c);
-    else if (auto* d = dynamic_cast<const TbndLinearGridInterpolator*>(in)) f(*d);
-    else f(*in);
+    if (auto* a = dynamic_cast<const TlinearGridInterpolator*>(in))
+        f(*a);
+    else if (auto* b = dynamic_cast<const ThermiteGridInterpolator*>(in))
+        f(*b);
+    else if (auto* c = dynamic_cast<const TquadraticGridInterpolator*>(in))
+        f(*c);
+    else if (auto* d = dynamic_cast<const TbndLinearGridInterpolator*>(in))
+        f(*d);
+    else
+        f(*in);
 }
 
 // The kinds known here expose their sampling kernel: the three components
@@ -27,8 +32,8 @@ template <class I> constexpr bool hasKernel = requires(const interp_detail::Spac
 };
 
 template <class I>
-T3dFltPoint traceT(const I& in, const Tfluid& f, const TvelocityGrid& vel, const T3dFltPoint& p, double dt, float fr,
-                   bool prev) {
+T3dFltPoint traceT(const I& in, const Tfluid& f, const TvelocityGrid& vel, const T3dFltPoint& p, double dt,
+                   float fr, bool prev) {
     const unsigned char* occ = f.occupation();
     const T3dFltVector fv(fr, fr, fr);
     const bool grid = vel.usesGrid();
@@ -52,9 +57,12 @@ T3dFltPoint traceT(const I& in, const Tfluid& f, const TvelocityGrid& vel, const
             }
         }
         if (grid) {
-            out[0] = double(in.interpVectorComponent(f, occ, q, fv, U, prev ? U.prevArray() : nullptr)) * vel.velocityScale[0];
-            out[1] = double(in.interpVectorComponent(f, occ, q, fv, V, prev ? V.prevArray() : nullptr)) * vel.velocityScale[1];
-            out[2] = double(in.interpVectorComponent(f, occ, q, fv, W, prev ? W.prevArray() : nullptr)) * vel.velocityScale[2];
+            out[0] = double(in.interpVectorComponent(f, occ, q, fv, U, prev ? U.prevArray() : nullptr)) *
+                     vel.velocityScale[0];
+            out[1] = double(in.interpVectorComponent(f, occ, q, fv, V, prev ? V.prevArray() : nullptr)) *
+                     vel.velocityScale[1];
+            out[2] = double(in.interpVectorComponent(f, occ, q, fv, W, prev ? W.prevArray() : nullptr)) *
+                     vel.velocityScale[2];
         } else {
             float u, v, w;
             vel.velocityAtPoint(q, u, v, w);
@@ -65,14 +73,15 @@ T3dFltPoint traceT(const I& in, const Tfluid& f, const TvelocityGrid& vel, const
     };
     double v1[3], v2[3];
     velocityAt(p, v1);
-    const T3dFltPoint m(float(p.x + 0.5 * dt * v1[0]), float(p.y + 0.5 * dt * v1[1]), float(p.z + 0.5 * dt * v1[2]));
+    const T3dFltPoint m(float(p.x + 0.5 * dt * v1[0]), float(p.y + 0.5 * dt * v1[1]),
+                        float(p.z + 0.5 * dt * v1[2]));
     velocityAt(m, v2);
     return {float(p.x + dt * v2[0]), float(p.y + dt * v2[1]), float(p.z + dt * v2[2])};
 }
 
 template <class I>
-T2dFltPoint traceT(const I& in, const Tfluid& f, const TvelocityGrid& vel, const T2dFltPoint& p, double dt, float fr,
-                   bool prev) {
+T2dFltPoint traceT(const I& in, const Tfluid& f, const TvelocityGrid& vel, const T2dFltPoint& p, double dt,
+                   float fr, bool prev) {
     const unsigned char* occ = f.occupation();
     const T2dFltVector fv(fr, fr);
     const bool grid = vel.usesGrid();
@@ -96,8 +105,10 @@ T2dFltPoint traceT(const I& in, const Tfluid& f, const TvelocityGrid& vel, const
             }
         }
         if (grid) {
-            out[0] = double(in.interpVectorComponent(f, occ, q, fv, U, prev ? U.prevArray() : nullptr)) * vel.velocityScale[0];
-            out[1] = double(in.interpVectorComponent(f, occ, q, fv, V, prev ? V.prevArray() : nullptr)) * vel.velocityScale[1];
+            out[0] = double(in.interpVectorComponent(f, occ, q, fv, U, prev ? U.prevArray() : nullptr)) *
+                     vel.velocityScale[0];
+            out[1] = double(in.interpVectorComponent(f, occ, q, fv, V, prev ? V.prevArray() : nullptr)) *
+                     vel.velocityScale[1];
         } else {
             float u, v;
             vel.velocityAtPoint(q, u, v);
@@ -143,7 +154,8 @@ double maxCellDivergence(TvelocityGrid& v, bool is2d) {
     for (unsigned k = 0; k < nz; ++k)
         for (unsigned j = 0; j < ny; ++j)
             for (unsigned i = 0; i < nx; ++i) {
-                const size_t u = i + su * j + planeU * k, c = i + size_t(nx) * j, vv = c + planeV * k, w = c + planeW * k;
+                const size_t u = i + su * j + planeU * k, c = i + size_t(nx) * j, vv = c + planeV * k,
+                             w = c + planeW * k;
                 double d = (double(U[u + 1]) - U[u]) / v.dx + (double(V[vv + nx]) - V[vv]) / v.dy;
                 if (!is2d) d += (double(W[w + planeW]) - W[w]) / v.dz;
                 m = std::max(m, std::fabs(d));
@@ -157,10 +169,11 @@ void conserve(TbuffFloatFluidGrid& g) {
     if (!(S > 1e-5)) return;
     const double f = P / S - 1;
     float* v = g.array();
-    for (size_t c = 0; c < g.n; ++c) v[c] = float(v[c] + v[c] * f);
+    for (size_t c = 0; c < g.n; ++c)
+        v[c] = float(v[c] + v[c] * f);
 }
 
-}  // namespace
+} // namespace
 
 // ---- The step ----
 
@@ -200,12 +213,14 @@ void TnsGridSolver::solve(Tfluid& f, double dt) {
     }
     if (f.solveForCoordinateGrid() && f.hasCoordinateGrid()) {
         float saved[3] = {vel.velocityScale[0], vel.velocityScale[1], vel.velocityScale[2]};
-        for (float& s : vel.velocityScale) s *= f.coordinateSpeed();
+        for (float& s : vel.velocityScale)
+            s *= f.coordinateSpeed();
         TscalarSolverParms parms(dt, 0.0, false, false, false);
         solveScalar(&f, vel, f.coordinateGridU(), f.coordinateGridU(), &parms);
         solveScalar(&f, vel, f.coordinateGridV(), f.coordinateGridV(), &parms);
         if (!f.is2d()) solveScalar(&f, vel, f.coordinateGridW(), f.coordinateGridW(), &parms);
-        for (int a = 0; a < 3; ++a) vel.velocityScale[a] = saved[a];
+        for (int a = 0; a < 3; ++a)
+            vel.velocityScale[a] = saved[a];
     }
     if (vel.method != kMethodGrid || !vel.allocated()) return;
     if (f.densityMethod() == kMethodGrid && f.hasDensityGrid()) f.addBuoyancy(false);
@@ -225,49 +240,66 @@ void TnsGridSolver::solve(Tfluid& f, double dt) {
         solveVelocity(&f, vel, f.forceGrid(), &parms);
     } else if (f.internalTime() == 0.0) {
         // An unsolved field still shows a first frame of noise.
-        if (f.useInternalTurbulence()) f.addInternalTurb();
-        else vel.addTurbulenceToGrid(f.occupation());
+        if (f.useInternalTurbulence())
+            f.addInternalTurb();
+        else
+            vel.addTurbulenceToGrid(f.occupation());
     }
 }
 
-void TnsGridSolver::solveScalar(Tfluid* f, TvelocityGrid& vel, TbuffFloatFluidGrid& value, TfloatFluidGrid& input,
-                                TscalarSolverParms* parms) {
+void TnsGridSolver::solveScalar(Tfluid* f, TvelocityGrid& vel, TbuffFloatFluidGrid& value,
+                                TfloatFluidGrid& input, TscalarSolverParms* parms) {
     if (!parms || !f || !value.allocated()) return;
     const double dt = parms->timeStep();
     const bool is2d = f->is2d();
     if (parms->addForces()) add_input(value, input, dt);
-    if (is2d) transport_scalar2d(*f, value, vel, dt, parms->conserveMass(), parms->outsideIsZero());
-    else transport_scalar3d(*f, value, vel, dt, parms->conserveMass(), parms->outsideIsZero());
+    if (is2d)
+        transport_scalar2d(*f, value, vel, dt, parms->conserveMass(), parms->outsideIsZero());
+    else
+        transport_scalar3d(*f, value, vel, dt, parms->conserveMass(), parms->outsideIsZero());
     if (parms->diffusion() > 0) {
         value.moveCurrentToPrevious();
         const float a = float(double(parms->diffusion()) * dt);
-        if (is2d) CGsolve(f, value, a, diffScalMult2d, diffScalPrecond2d, 20, 1e-6f);
-        else CGsolve(f, value, a, diffScalMult3d, diffScalPrecond3d, 20, 1e-6f);
+        if (is2d)
+            CGsolve(f, value, a, diffScalMult2d, diffScalPrecond2d, 20, 1e-6f);
+        else
+            CGsolve(f, value, a, diffScalMult3d, diffScalPrecond3d, 20, 1e-6f);
     }
     if (const unsigned char* occ = f->occupation()) {
-        if (is2d) blendOccupationVoxels2d(value, occ);
-        else blendOccupationVoxels3d(value, occ);
+        if (is2d)
+            blendOccupationVoxels2d(value, occ);
+        else
+            blendOccupationVoxels3d(value, occ);
     }
 }
 
-void TnsGridSolver::solveVelocity(Tfluid* f, TvelocityGrid& vel, T3floatFluidGrid& force, TvelocitySolverParms* parms) {
+void TnsGridSolver::solveVelocity(Tfluid* f, TvelocityGrid& vel, T3floatFluidGrid& force,
+                                  TvelocitySolverParms* parms) {
     if (!parms || !f || !vel.usesGrid() || !vel.allocated()) return;
     const double dt = parms->timeStep();
     if (dt == 0.0) return;
     const bool is2d = f->is2d();
     if (parms->advect()) {
-        if (is2d) transport_field2d(*f, vel, dt, 0.0f);
-        else transport_field3d(*f, vel, dt, 0.0f);
+        if (is2d)
+            transport_field2d(*f, vel, dt, 0.0f);
+        else
+            transport_field3d(*f, vel, dt, 0.0f);
     }
     if (force.allocated()) {
-        if (is2d) add_force2d(*f, vel, force, dt);
-        else add_force3d(*f, vel, force, dt);
+        if (is2d)
+            add_force2d(*f, vel, force, dt);
+        else
+            add_force3d(*f, vel, force, dt);
     }
-    if (is2d) clearBoundaryVelocities2d(*f, vel, parms->friction());
-    else clearBoundaryVelocities3d(*f, vel, parms->friction());
+    if (is2d)
+        clearBoundaryVelocities2d(*f, vel, parms->friction());
+    else
+        clearBoundaryVelocities3d(*f, vel, parms->friction());
     if (parms->project()) {
-        if (is2d) project2d(*f, vel, dt);
-        else project3d(*f, vel, dt);
+        if (is2d)
+            project2d(*f, vel, dt);
+        else
+            project3d(*f, vel, dt);
         if (measureDivergence) lastMaxDivergence = maxCellDivergence(vel, is2d);
     }
     double r = parms->reynolds();
@@ -287,15 +319,21 @@ void TnsGridSolver::solveVelocity(Tfluid* f, TvelocityGrid& vel, T3floatFluidGri
         }
     }
     if (parms->swirl() > 0) {
-        if (is2d) confine2d(*f, vel, parms->swirl(), float(dt));
-        else confine3d(*f, vel, parms->swirl(), float(dt));
+        if (is2d)
+            confine2d(*f, vel, parms->swirl(), float(dt));
+        else
+            confine3d(*f, vel, parms->swirl(), float(dt));
     }
     // Walls again, without friction: projection came before viscosity and swirl.
-    if (is2d) clearBoundaryVelocities2d(*f, vel, 0.0f);
-    else clearBoundaryVelocities3d(*f, vel, 0.0f);
+    if (is2d)
+        clearBoundaryVelocities2d(*f, vel, 0.0f);
+    else
+        clearBoundaryVelocities3d(*f, vel, 0.0f);
     if (parms->damp() != 0) {
-        if (is2d) applyDamp2d(vel, parms->damp(), float(dt));
-        else applyDamp3d(vel, parms->damp(), float(dt));
+        if (is2d)
+            applyDamp2d(vel, parms->damp(), float(dt));
+        else
+            applyDamp3d(vel, parms->damp(), float(dt));
     }
 }
 
@@ -305,7 +343,8 @@ void TnsGridSolver::add_input(TfloatFluidGrid& value, TfloatFluidGrid& input, do
     if (!value.allocated() || !input.allocated() || input.n != value.n) return;
     float* v = value.array();
     const float* in = input.array();
-    for (size_t c = 0; c < value.n; ++c) v[c] = float(v[c] + double(in[c]) * dt);
+    for (size_t c = 0; c < value.n; ++c)
+        v[c] = float(v[c] + double(in[c]) * dt);
 }
 
 void TnsGridSolver::add_force3d(Tfluid& f, TvelocityGrid& vel, T3floatFluidGrid& force, double dt) {
@@ -321,7 +360,8 @@ void TnsGridSolver::add_force3d(Tfluid& f, TvelocityGrid& vel, T3floatFluidGrid&
             for (unsigned i = 0; i < nx; ++i) {
                 const size_t c = f.index(i, j, k);
                 if (occ && occ[c]) continue;
-                const size_t u = i + su * (j + size_t(ny) * k), v = i + sv * j + planeV * k, w = i + sv * j + planeW * k;
+                const size_t u = i + su * (j + size_t(ny) * k), v = i + sv * j + planeV * k,
+                             w = i + sv * j + planeW * k;
                 U[u] = float(U[u] + Fx[c] * h);
                 U[u + 1] = float(U[u + 1] + Fx[c] * h);
                 V[v] = float(V[v] + Fy[c] * h);
@@ -364,13 +404,15 @@ T2dFltPoint TnsGridSolver::advect(Tfluid& f, TvelocityGrid& vel, const T2dFltPoi
     return r;
 }
 
-T3dFltPoint TnsGridSolver::advectPrev(Tfluid& f, TvelocityGrid& vel, const T3dFltPoint& p, double dt, float fr) {
+T3dFltPoint TnsGridSolver::advectPrev(Tfluid& f, TvelocityGrid& vel, const T3dFltPoint& p, double dt,
+                                      float fr) {
     T3dFltPoint r = p;
     if (interp_) withKind(interp_, [&](const auto& in) { r = traceT(in, f, vel, p, dt, fr, true); });
     return r;
 }
 
-T2dFltPoint TnsGridSolver::advectPrev(Tfluid& f, TvelocityGrid& vel, const T2dFltPoint& p, double dt, float fr) {
+T2dFltPoint TnsGridSolver::advectPrev(Tfluid& f, TvelocityGrid& vel, const T2dFltPoint& p, double dt,
+                                      float fr) {
     T2dFltPoint r = p;
     if (interp_) withKind(interp_, [&](const auto& in) { r = traceT(in, f, vel, p, dt, fr, true); });
     return r;
@@ -391,14 +433,16 @@ void TnsGridSolver::transport_scalar3d(Tfluid& f, TbuffFloatFluidGrid& g, Tveloc
     withKind(interp_, [&](const auto& in) {
         auto cell = [&](unsigned i, unsigned j, unsigned k) {
             const size_t c = g.index(i, j, k);
-            const T3dFltPoint p(float((i + 0.5) * g.dx + x0), float((j + 0.5) * g.dy + y0), float((k + 0.5) * g.dz + z0));
+            const T3dFltPoint p(float((i + 0.5) * g.dx + x0), float((j + 0.5) * g.dy + y0),
+                                float((k + 0.5) * g.dz + z0));
             const T3dFltPoint q = traceT(in, f, vel, p, -dt, 0.0f, false);
             cur[c] = in.interpScalar(g, occ, q, prev);
         };
         if (!occ) {
             for (unsigned k = 0; k < nz; ++k)
                 for (unsigned j = 0; j < ny; ++j)
-                    for (unsigned i = 0; i < nx; ++i) cell(i, j, k);
+                    for (unsigned i = 0; i < nx; ++i)
+                        cell(i, j, k);
             return;
         }
         // Blocked cells clear their previous value as the sweep passes, which
@@ -452,7 +496,8 @@ void TnsGridSolver::transport_scalar2d(Tfluid& f, TbuffFloatFluidGrid& g, Tveloc
 void TnsGridSolver::transport_field3d(Tfluid& f, TvelocityGrid& vel, double dt, float fr) {
     if (!interp_ || !vel.usesGrid() || !vel.allocated()) return;
     TbuffFloatFluidGrid* comps[3] = {&vel.gridU(), &vel.gridV(), &vel.gridW()};
-    for (TbuffFloatFluidGrid* g : comps) g->moveCurrentToPrevious();
+    for (TbuffFloatFluidGrid* g : comps)
+        g->moveCurrentToPrevious();
     const double x0 = vel.originX(), y0 = vel.originY(), z0 = vel.originZ();
     const double dx = vel.dx, dy = vel.dy, dz = vel.dz;
     const unsigned char* occ = f.occupation();
@@ -477,7 +522,8 @@ void TnsGridSolver::transport_field3d(Tfluid& f, TvelocityGrid& vel, double dt, 
                             out[c] = 0.0f;
                             continue;
                         }
-                        const T3dFltPoint p(float((i + ox) * dx + x0), float((j + oy) * dy + y0), float((k + oz) * dz + z0));
+                        const T3dFltPoint p(float((i + ox) * dx + x0), float((j + oy) * dy + y0),
+                                            float((k + oz) * dz + z0));
                         const T3dFltPoint q = traceT(in, f, vel, p, -dt, fr, true);
                         out[c] = in.interpVectorComponent(f, occ, q, fv, g, src);
                     }
@@ -488,7 +534,8 @@ void TnsGridSolver::transport_field3d(Tfluid& f, TvelocityGrid& vel, double dt, 
 void TnsGridSolver::transport_field2d(Tfluid& f, TvelocityGrid& vel, double dt, float fr) {
     if (!interp_ || !vel.usesGrid() || !vel.allocated()) return;
     TbuffFloatFluidGrid* comps[3] = {&vel.gridU(), &vel.gridV(), &vel.gridW()};
-    for (TbuffFloatFluidGrid* g : comps) g->moveCurrentToPrevious();
+    for (TbuffFloatFluidGrid* g : comps)
+        g->moveCurrentToPrevious();
     const double x0 = vel.originX(), y0 = vel.originY();
     const double dx = vel.dx, dy = vel.dy;
     const unsigned char* occ = f.occupation();

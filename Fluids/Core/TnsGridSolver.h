@@ -22,9 +22,10 @@ public:
     static TgridSolver* creatorFunc() { return new TnsGridSolver; }
 
     void solve(Tfluid& fluid, double dt) override;
-    void solveScalar(Tfluid* fluid, TvelocityGrid& velocity, TbuffFloatFluidGrid& value, TfloatFluidGrid& input,
-                     TscalarSolverParms* parms);
-    void solveVelocity(Tfluid* fluid, TvelocityGrid& velocity, T3floatFluidGrid& force, TvelocitySolverParms* parms);
+    void solveScalar(Tfluid* fluid, TvelocityGrid& velocity, TbuffFloatFluidGrid& value,
+                     TfloatFluidGrid& input, TscalarSolverParms* parms);
+    void solveVelocity(Tfluid* fluid, TvelocityGrid& velocity, T3floatFluidGrid& force,
+                       TvelocitySolverParms* parms);
     void solveTexture() {}
 
     static void add_input(TfloatFluidGrid& value, TfloatFluidGrid& input, double dt);
@@ -37,11 +38,15 @@ public:
     void transport_field2d(Tfluid& fluid, TvelocityGrid& velocity, double dt, float friction);
     void transport_field3d(Tfluid& fluid, TvelocityGrid& velocity, double dt, float friction);
     // Traces a point through the velocity by the midpoint rule; pass -dt to go back.
-    T3dFltPoint advect(Tfluid& fluid, TvelocityGrid& velocity, const T3dFltPoint& p, double dt, float friction);
-    T2dFltPoint advect(Tfluid& fluid, TvelocityGrid& velocity, const T2dFltPoint& p, double dt, float friction);
+    T3dFltPoint advect(Tfluid& fluid, TvelocityGrid& velocity, const T3dFltPoint& p, double dt,
+                       float friction);
+    T2dFltPoint advect(Tfluid& fluid, TvelocityGrid& velocity, const T2dFltPoint& p, double dt,
+                       float friction);
     // The same, reading the previous arrays of the components.
-    T3dFltPoint advectPrev(Tfluid& fluid, TvelocityGrid& velocity, const T3dFltPoint& p, double dt, float friction);
-    T2dFltPoint advectPrev(Tfluid& fluid, TvelocityGrid& velocity, const T2dFltPoint& p, double dt, float friction);
+    T3dFltPoint advectPrev(Tfluid& fluid, TvelocityGrid& velocity, const T3dFltPoint& p, double dt,
+                           float friction);
+    T2dFltPoint advectPrev(Tfluid& fluid, TvelocityGrid& velocity, const T2dFltPoint& p, double dt,
+                           float friction);
 
     static void clearBoundaryVelocities2d(Tfluid& fluid, TvelocityGrid& velocity, float friction);
     static void clearBoundaryVelocities3d(Tfluid& fluid, TvelocityGrid& velocity, float friction);
@@ -57,8 +62,8 @@ public:
     // Solves A x = b for the grid's current array x with b its previous array.
     // False when the start already meets the tolerance; reaching the iteration
     // limit is not an error.
-    static bool CGsolve(Tfluid* fluid, TbuffFloatFluidGrid& grid, float alpha, MultFunc mult, PrecondFunc precond,
-                        int maxIterations, float tolerance);
+    static bool CGsolve(Tfluid* fluid, TbuffFloatFluidGrid& grid, float alpha, MultFunc mult,
+                        PrecondFunc precond, int maxIterations, float tolerance);
 
     // y = A x. Diffusion: A = I - alpha*Laplacian. Poisson: the negative
     // Laplacian, with outward border neighbours scaled by 0.96.

@@ -14,9 +14,13 @@ struct Faces {
     float* a;
     int r[3];
     int b[3];
-    size_t idx(int i, int j, int k) const { return size_t(i) + size_t(r[0]) * (size_t(j) + size_t(r[1]) * size_t(k)); }
+    size_t idx(int i, int j, int k) const {
+        return size_t(i) + size_t(r[0]) * (size_t(j) + size_t(r[1]) * size_t(k));
+    }
     float& operator()(int i, int j, int k) const { return a[idx(i, j, k)]; }
-    bool inside(int i, int j, int k) const { return i >= 0 && j >= 0 && k >= 0 && i < r[0] && j < r[1] && k < r[2]; }
+    bool inside(int i, int j, int k) const {
+        return i >= 0 && j >= 0 && k >= 0 && i < r[0] && j < r[1] && k < r[2];
+    }
     // Bounded read, wrapped or clamped per axis.
     double at(int i, int j, int k) const {
         return a[idx(boundedIndex(i, r[0], b[0]), boundedIndex(j, r[1], b[1]), boundedIndex(k, r[2], b[2]))];
@@ -33,7 +37,9 @@ struct Faces {
 };
 
 Faces faces(TbuffFloatFluidGrid& g, bool prev = false) {
-    return {prev ? g.prevArray() : g.array(), {int(g.nx), int(g.ny), int(g.nz)}, {g.bounds[0], g.bounds[1], g.bounds[2]}};
+    return {prev ? g.prevArray() : g.array(),
+            {int(g.nx), int(g.ny), int(g.nz)},
+            {g.bounds[0], g.bounds[1], g.bounds[2]}};
 }
 
 // Voxel sizes below 1e-5 in magnitude count as 1e-5.
@@ -49,11 +55,13 @@ bool cellBlocked(const Tfluid& f, const unsigned char* occ, int i, int j, int k)
     return occ[c] != 0;
 }
 
-bool velocityReady(TvelocityGrid& v) { return v.usesGrid() && v.allocated(); }
+bool velocityReady(TvelocityGrid& v) {
+    return v.usesGrid() && v.allocated();
+}
 
 // Pressure correction of one component along its own axis, then its outer planes by the bound.
-void correctAxis(const Tfluid& f, const unsigned char* occ, const Faces& U, const float* p, int axis, double d,
-                 int nCells, int bound, bool is2d) {
+void correctAxis(const Tfluid& f, const unsigned char* occ, const Faces& U, const float* p, int axis,
+                 double d, int nCells, int bound, bool is2d) {
     const int R0 = U.r[0], R1 = U.r[1], R2 = is2d ? 1 : U.r[2];
     const double g = -1.0 / d;
     const bool wrap = bound == kBoundWrapping;
@@ -73,7 +81,8 @@ void correctAxis(const Tfluid& f, const unsigned char* occ, const Faces& U, cons
                 if (occ) {
                     int l[3] = {i, j, k};
                     l[axis] = s - 1;
-                    if (cellBlocked(f, occ, i, j, is2d ? 0 : k) || cellBlocked(f, occ, l[0], l[1], is2d ? 0 : l[2])) {
+                    if (cellBlocked(f, occ, i, j, is2d ? 0 : k) ||
+                        cellBlocked(f, occ, l[0], l[1], is2d ? 0 : l[2])) {
                         U(i, j, k) = 0.0f;
                         continue;
                     }
@@ -109,7 +118,8 @@ void correctAxis(const Tfluid& f, const unsigned char* occ, const Faces& U, cons
                     low = U(a1[0], a1[1], a1[2]);
                     high = 0.0f;
                     break;
-                default: break;
+                default:
+                    break;
                 }
             }
 }
@@ -127,19 +137,24 @@ template <bool Is2d> void projectT(Tfluid& f, TvelocityGrid& vel) {
         for (int j = 0; j < Y; ++j)
             for (int i = 0; i < X; ++i) {
                 const size_t c = size_t(i) + size_t(X) * (size_t(j) + size_t(Y) * k);
-                double div = (double(U(i + 1, j, k)) - U(i, j, k)) / dx + (double(V(i, j + 1, k)) - V(i, j, k)) / dy;
+                double div =
+                    (double(U(i + 1, j, k)) - U(i, j, k)) / dx + (double(V(i, j + 1, k)) - V(i, j, k)) / dy;
                 if (!Is2d) div += (double(W(i, j, k + 1)) - W(i, j, k)) / dz;
                 rhs[c] = (occ && occ[c]) ? 0.0f : float(-div);
                 p[c] = 0.0f;
             }
-    if (Is2d) TnsGridSolver::CGsolve(&f, P, 0.0f, TnsGridSolver::poissonMult2d, TnsGridSolver::poissonPrecond2d, 20, 1e-6f);
-    else TnsGridSolver::CGsolve(&f, P, 0.0f, TnsGridSolver::poissonMult3d, TnsGridSolver::poissonPrecond3d, 20, 1e-6f);
+    if (Is2d)
+        TnsGridSolver::CGsolve(&f, P, 0.0f, TnsGridSolver::poissonMult2d, TnsGridSolver::poissonPrecond2d, 20,
+                               1e-6f);
+    else
+        TnsGridSolver::CGsolve(&f, P, 0.0f, TnsGridSolver::poissonMult3d, TnsGridSolver::poissonPrecond3d, 20,
+                               1e-6f);
     correctAxis(f, occ, U, p, 0, dx, X, vel.bounds[0], Is2d);
     correctAxis(f, occ, V, p, 1, dy, Y, vel.bounds[1], Is2d);
     if (!Is2d) correctAxis(f, occ, W, p, 2, dz, Z, vel.bounds[2], Is2d);
 }
 
-}  // namespace
+} // namespace
 
 // ---- Walls and obstacles ----
 
@@ -157,34 +172,43 @@ void TnsGridSolver::clearBoundaryVelocities3d(Tfluid& f, TvelocityGrid& vel, flo
         if (!(side == 0 ? lowWall(bx) : highWall(bx))) continue;
         const int nf = side == 0 ? 0 : X, layer = side == 0 ? 0 : X - 1;
         for (int k = 0; k < Z; ++k)
-            for (int j = 0; j < Y; ++j) U(nf, j, k) = 0.0f;
+            for (int j = 0; j < Y; ++j)
+                U(nf, j, k) = 0.0f;
         if (!active) continue;
         for (int k = 0; k < Z; ++k)
-            for (int j = 0; j <= Y; ++j) V.scale(layer, j, k, s);
+            for (int j = 0; j <= Y; ++j)
+                V.scale(layer, j, k, s);
         for (int k = 0; k <= Z; ++k)
-            for (int j = 0; j < Y; ++j) W.scale(layer, j, k, s);
+            for (int j = 0; j < Y; ++j)
+                W.scale(layer, j, k, s);
     }
     for (int side = 0; side < 2; ++side) {
         if (!(side == 0 ? lowWall(by) : highWall(by))) continue;
         const int nf = side == 0 ? 0 : Y, layer = side == 0 ? 0 : Y - 1;
         for (int k = 0; k < Z; ++k)
-            for (int i = 0; i < X; ++i) V(i, nf, k) = 0.0f;
+            for (int i = 0; i < X; ++i)
+                V(i, nf, k) = 0.0f;
         if (!active) continue;
         for (int k = 0; k < Z; ++k)
-            for (int i = 0; i <= X; ++i) U.scale(i, layer, k, s);
+            for (int i = 0; i <= X; ++i)
+                U.scale(i, layer, k, s);
         for (int k = 0; k <= Z; ++k)
-            for (int i = 0; i < X; ++i) W.scale(i, layer, k, s);
+            for (int i = 0; i < X; ++i)
+                W.scale(i, layer, k, s);
     }
     for (int side = 0; side < 2; ++side) {
         if (!(side == 0 ? lowWall(bz) : highWall(bz))) continue;
         const int nf = side == 0 ? 0 : Z, layer = side == 0 ? 0 : Z - 1;
         for (int j = 0; j < Y; ++j)
-            for (int i = 0; i < X; ++i) W(i, j, nf) = 0.0f;
+            for (int i = 0; i < X; ++i)
+                W(i, j, nf) = 0.0f;
         if (!active) continue;
         for (int j = 0; j < Y; ++j)
-            for (int i = 0; i <= X; ++i) U.scale(i, j, layer, s);
+            for (int i = 0; i <= X; ++i)
+                U.scale(i, j, layer, s);
         for (int j = 0; j <= Y; ++j)
-            for (int i = 0; i < X; ++i) V.scale(i, j, layer, s);
+            for (int i = 0; i < X; ++i)
+                V.scale(i, j, layer, s);
     }
     const unsigned char* occ = f.occupation();
     if (!occ || f.n != vel.n) return;
@@ -227,16 +251,20 @@ void TnsGridSolver::clearBoundaryVelocities2d(Tfluid& f, TvelocityGrid& vel, flo
     for (int side = 0; side < 2; ++side) {
         if (!(side == 0 ? lowWall(bx) : highWall(bx))) continue;
         const int nf = side == 0 ? 0 : X, layer = side == 0 ? 0 : X - 1;
-        for (int j = 0; j < Y; ++j) U(nf, j, 0) = 0.0f;
+        for (int j = 0; j < Y; ++j)
+            U(nf, j, 0) = 0.0f;
         if (active)
-            for (int j = 0; j <= Y; ++j) V.scale(layer, j, 0, s);
+            for (int j = 0; j <= Y; ++j)
+                V.scale(layer, j, 0, s);
     }
     for (int side = 0; side < 2; ++side) {
         if (!(side == 0 ? lowWall(by) : highWall(by))) continue;
         const int nf = side == 0 ? 0 : Y, layer = side == 0 ? 0 : Y - 1;
-        for (int i = 0; i < X; ++i) V(i, nf, 0) = 0.0f;
+        for (int i = 0; i < X; ++i)
+            V(i, nf, 0) = 0.0f;
         if (active)
-            for (int i = 0; i <= X; ++i) U.scale(i, layer, 0, s);
+            for (int i = 0; i <= X; ++i)
+                U.scale(i, layer, 0, s);
     }
     const unsigned char* occ = f.occupation();
     if (!occ || f.n != vel.n) return;
@@ -258,9 +286,13 @@ void TnsGridSolver::clearBoundaryVelocities2d(Tfluid& f, TvelocityGrid& vel, flo
 
 // ---- Projection ----
 
-void TnsGridSolver::project3d(Tfluid& f, TvelocityGrid& vel, double) { projectT<false>(f, vel); }
+void TnsGridSolver::project3d(Tfluid& f, TvelocityGrid& vel, double) {
+    projectT<false>(f, vel);
+}
 
-void TnsGridSolver::project2d(Tfluid& f, TvelocityGrid& vel, double) { projectT<true>(f, vel); }
+void TnsGridSolver::project2d(Tfluid& f, TvelocityGrid& vel, double) {
+    projectT<true>(f, vel);
+}
 
 // ---- Vorticity confinement ----
 //
@@ -322,11 +354,13 @@ void TnsGridSolver::confine3d(Tfluid& f, TvelocityGrid& vel, float swirl, float 
                 const size_t c = vel.index(unsigned(i), unsigned(j), unsigned(k));
                 Fx[c] = Fy[c] = Fz[c] = 0.0f;
                 if (occ && occ[c]) continue;
-                double N[3] = {(L(i + 1, j, k) - L(i - 1, j, k)) / (2 * dx), (L(i, j + 1, k) - L(i, j - 1, k)) / (2 * dy),
+                double N[3] = {(L(i + 1, j, k) - L(i - 1, j, k)) / (2 * dx),
+                               (L(i, j + 1, k) - L(i, j - 1, k)) / (2 * dy),
                                (L(i, j, k + 1) - L(i, j, k - 1)) / (2 * dz)};
                 const double len = std::sqrt(N[0] * N[0] + N[1] * N[1] + N[2] * N[2]);
                 if (len < 1e-5) continue;
-                for (double& a : N) a /= len;
+                for (double& a : N)
+                    a /= len;
                 const double ax = wx[c], ay = wy[c], az = wz[c];
                 Fx[c] = float((N[1] * az - N[2] * ay) * dx * swirl);
                 Fy[c] = float((N[2] * ax - N[0] * az) * dy * swirl);
@@ -375,7 +409,8 @@ void TnsGridSolver::confine2d(Tfluid& f, TvelocityGrid& vel, float swirl, float 
     float* Fx = vel.prevArrayU();
     float* Fy = vel.prevArrayV();
     auto L = [&](int i, int j) {
-        return double(wl[size_t(boundedIndex(i, X, vel.bounds[0])) + size_t(X) * size_t(boundedIndex(j, Y, vel.bounds[1]))]);
+        return double(wl[size_t(boundedIndex(i, X, vel.bounds[0])) +
+                         size_t(X) * size_t(boundedIndex(j, Y, vel.bounds[1]))]);
     };
     for (int j = 0; j < Y; ++j)
         for (int i = 0; i < X; ++i) {
@@ -409,7 +444,8 @@ void TnsGridSolver::applyDamp3d(TvelocityGrid& vel, float damp, float) {
     const double f = std::max(1.0 - double(damp), 0.0);
     for (TbuffFloatFluidGrid* g : {&vel.gridU(), &vel.gridV(), &vel.gridW()}) {
         float* a = g->array();
-        for (size_t c = 0; c < g->n; ++c) a[c] = float(a[c] * f);
+        for (size_t c = 0; c < g->n; ++c)
+            a[c] = float(a[c] * f);
     }
 }
 
@@ -418,7 +454,8 @@ void TnsGridSolver::applyDamp2d(TvelocityGrid& vel, float damp, float) {
     const double f = std::max(1.0 - double(damp), 0.0);
     for (TbuffFloatFluidGrid* g : {&vel.gridU(), &vel.gridV()}) {
         float* a = g->array();
-        for (size_t c = 0; c < g->n; ++c) a[c] = float(a[c] * f);
+        for (size_t c = 0; c < g->n; ++c)
+            a[c] = float(a[c] * f);
     }
 }
 
@@ -437,7 +474,8 @@ void TnsGridSolver::blendOccupationVoxels2d(TbuffFloatFluidGrid& g, const unsign
             if (!occ[c]) continue;
             double s = 0;
             for (int b = -1; b <= 1; ++b)
-                for (int d = -1; d <= 1; ++d) s += copy[size_t(i + d) + size_t(X) * (j + b)];
+                for (int d = -1; d <= 1; ++d)
+                    s += copy[size_t(i + d) + size_t(X) * (j + b)];
             a[c] = float(s / 9);
         }
 }

@@ -30,8 +30,10 @@ void stencil3(const int r[3], const int b[3], const float* x, float* y, double i
             const double fym = (Leak && j == 0) ? kLeak : 1.0;
             const double fyp = (Leak && j == Y - 1 && j != 0) ? kLeak : 1.0;
             const size_t row = size_t(X) * (size_t(j) + size_t(Y) * k);
-            const size_t rJm = size_t(X) * (size_t(jm) + size_t(Y) * k), rJp = size_t(X) * (size_t(jp) + size_t(Y) * k);
-            const size_t rKm = size_t(X) * (size_t(j) + size_t(Y) * km), rKp = size_t(X) * (size_t(j) + size_t(Y) * kp);
+            const size_t rJm = size_t(X) * (size_t(jm) + size_t(Y) * k),
+                         rJp = size_t(X) * (size_t(jp) + size_t(Y) * k);
+            const size_t rKm = size_t(X) * (size_t(j) + size_t(Y) * km),
+                         rKp = size_t(X) * (size_t(j) + size_t(Y) * kp);
             auto one = [&](int i, int im, int ip, double fxm, double fxp) __attribute__((always_inline)) {
                 const size_t c = row + size_t(i);
                 const double xc = x[c];
@@ -68,14 +70,16 @@ void stencil3(const int r[3], const int b[3], const float* x, float* y, double i
                 continue;
             }
             one(0, boundedIndex(-1, X, b[0]), 1, fxm0, 1.0);
-            for (int i = 1; i < X - 1; ++i) one(i, i - 1, i + 1, 1.0, 1.0);
+            for (int i = 1; i < X - 1; ++i)
+                one(i, i - 1, i + 1, 1.0, 1.0);
             one(X - 1, X - 2, boundedIndex(X, X, b[0]), 1.0, Leak ? kLeak : 1.0);
         }
     }
 }
 
 template <bool Leak, bool Ident>
-void stencil2(const int r[2], const int b[2], const float* x, float* y, double ix, double iy, const unsigned char* occ) {
+void stencil2(const int r[2], const int b[2], const float* x, float* y, double ix, double iy,
+              const unsigned char* occ) {
     const int X = r[0], Y = r[1];
     for (int j = 0; j < Y; ++j) {
         const int jm = boundedIndex(j - 1, Y, b[1]), jp = boundedIndex(j + 1, Y, b[1]);
@@ -112,7 +116,8 @@ void stencil2(const int r[2], const int b[2], const float* x, float* y, double i
             continue;
         }
         one(0, boundedIndex(-1, X, b[0]), 1, fxm0, 1.0);
-        for (int i = 1; i < X - 1; ++i) one(i, i - 1, i + 1, 1.0, 1.0);
+        for (int i = 1; i < X - 1; ++i)
+            one(i, i - 1, i + 1, 1.0, 1.0);
         one(X - 1, X - 2, boundedIndex(X, X, b[0]), 1.0, Leak ? kLeak : 1.0);
     }
 }
@@ -140,7 +145,8 @@ void cellOperator(Tfluid* f, TbuffFloatFluidGrid& g, float* x, float* y, float a
 
 // Faces of a component blocked by an occupied cell on either side, or null for
 // no occupation. The mask keeps its memory between calls.
-const unsigned char* blockedFaces(Tfluid* f, const TbuffFloatFluidGrid& g, int axis, std::vector<unsigned char>& mask) {
+const unsigned char* blockedFaces(Tfluid* f, const TbuffFloatFluidGrid& g, int axis,
+                                  std::vector<unsigned char>& mask) {
     const unsigned char* occ = f ? f->occupation() : nullptr;
     if (!occ) return nullptr;
     mask.assign(g.n, 0);
@@ -154,8 +160,8 @@ const unsigned char* blockedFaces(Tfluid* f, const TbuffFloatFluidGrid& g, int a
                                              size_t(fy) * size_t(boundedIndex(c, fz, f->bounds[2])))] != 0;
                 };
                 const int i0 = int(i), j0 = int(j), k0 = fz > 1 ? int(k) : 0;
-                const bool blocked = cell(i0, j0, k0) ||
-                                     cell(i0 - (axis == 0), j0 - (axis == 1), k0 - (axis == 2 && fz > 1));
+                const bool blocked =
+                    cell(i0, j0, k0) || cell(i0 - (axis == 0), j0 - (axis == 1), k0 - (axis == 2 && fz > 1));
                 mask[g.index(i, j, k)] = blocked ? 1 : 0;
             }
     return mask.data();
@@ -187,7 +193,8 @@ void faceOperator(Tfluid* f, TbuffFloatFluidGrid& g, float* x, float* y, float a
 }
 
 void constantPrecond(const TvoxelGrid& g, const float* r, float* z, double diag) {
-    for (size_t c = 0; c < g.n; ++c) z[c] = float(r[c] / diag);
+    for (size_t c = 0; c < g.n; ++c)
+        z[c] = float(r[c] / diag);
 }
 
 double diffDiagonal(const TvoxelGrid& g, float alpha, bool is2d) {
@@ -213,11 +220,12 @@ double dot(const float* a, const float* b, size_t n) {
         s2 += double(a[c + 2]) * b[c + 2];
         s3 += double(a[c + 3]) * b[c + 3];
     }
-    for (; c < n; ++c) s0 += double(a[c]) * b[c];
+    for (; c < n; ++c)
+        s0 += double(a[c]) * b[c];
     return (s0 + s1) + (s2 + s3);
 }
 
-}  // namespace
+} // namespace
 
 void TnsGridSolver::setIdInverse(const TvoxelGrid& g, float alpha, float& ix, float& iy, float& iz) {
     const float d2[3] = {float(g.dx * g.dx), float(g.dy * g.dy), float(g.dz * g.dz)};
@@ -266,14 +274,24 @@ void TnsGridSolver::poissonPrecond2d(TbuffFloatFluidGrid& g, float r[], float z[
 void TnsGridSolver::poissonPrecond3d(TbuffFloatFluidGrid& g, float r[], float z[], float) {
     constantPrecond(g, r, z, poissonDiagonal(g, false));
 }
-void TnsGridSolver::diff_u_precond2d(TbuffFloatFluidGrid& g, float r[], float z[], float a) { diffScalPrecond2d(g, r, z, a); }
-void TnsGridSolver::diff_u_precond3d(TbuffFloatFluidGrid& g, float r[], float z[], float a) { diffScalPrecond3d(g, r, z, a); }
-void TnsGridSolver::diff_v_precond2d(TbuffFloatFluidGrid& g, float r[], float z[], float a) { diffScalPrecond2d(g, r, z, a); }
-void TnsGridSolver::diff_v_precond3d(TbuffFloatFluidGrid& g, float r[], float z[], float a) { diffScalPrecond3d(g, r, z, a); }
-void TnsGridSolver::diff_w_precond3d(TbuffFloatFluidGrid& g, float r[], float z[], float a) { diffScalPrecond3d(g, r, z, a); }
+void TnsGridSolver::diff_u_precond2d(TbuffFloatFluidGrid& g, float r[], float z[], float a) {
+    diffScalPrecond2d(g, r, z, a);
+}
+void TnsGridSolver::diff_u_precond3d(TbuffFloatFluidGrid& g, float r[], float z[], float a) {
+    diffScalPrecond3d(g, r, z, a);
+}
+void TnsGridSolver::diff_v_precond2d(TbuffFloatFluidGrid& g, float r[], float z[], float a) {
+    diffScalPrecond2d(g, r, z, a);
+}
+void TnsGridSolver::diff_v_precond3d(TbuffFloatFluidGrid& g, float r[], float z[], float a) {
+    diffScalPrecond3d(g, r, z, a);
+}
+void TnsGridSolver::diff_w_precond3d(TbuffFloatFluidGrid& g, float r[], float z[], float a) {
+    diffScalPrecond3d(g, r, z, a);
+}
 
-bool TnsGridSolver::CGsolve(Tfluid* f, TbuffFloatFluidGrid& g, float alpha, MultFunc mult, PrecondFunc precond,
-                            int maxIterations, float tolerance) {
+bool TnsGridSolver::CGsolve(Tfluid* f, TbuffFloatFluidGrid& g, float alpha, MultFunc mult,
+                            PrecondFunc precond, int maxIterations, float tolerance) {
     const size_t n = g.n;
     if (!g.allocated() || n == 0 || !g.prevArray()) return false;
     float* x = g.array();
@@ -287,11 +305,14 @@ bool TnsGridSolver::CGsolve(Tfluid* f, TbuffFloatFluidGrid& g, float alpha, Mult
     float* q = base + 3 * (n + pad) + 32;
 
     double normb = std::sqrt(dot(b, b, n));
-    if (normb == 0.0) normb = 1.0;
-    else if (normb < 1e-5) normb = 1e-5;
+    if (normb == 0.0)
+        normb = 1.0;
+    else if (normb < 1e-5)
+        normb = 1e-5;
 
     mult(f, g, x, q, alpha);
-    for (size_t c = 0; c < n; ++c) r[c] = float(double(b[c]) - q[c]);
+    for (size_t c = 0; c < n; ++c)
+        r[c] = float(double(b[c]) - q[c]);
     double res = std::sqrt(dot(r, r, n)) / normb;
     if (res <= tolerance) return false;
     if (maxIterations < 1) return true;
@@ -304,16 +325,21 @@ bool TnsGridSolver::CGsolve(Tfluid* f, TbuffFloatFluidGrid& g, float alpha, Mult
             std::copy(z, z + n, p);
         } else {
             double beta;
-            if (rhoPrev > 1e-5 || rhoPrev < -1e-5) beta = rho / rhoPrev;
-            else beta = rhoPrev < 0 ? -rho * 100000 : rho * 100000;
-            for (size_t c = 0; c < n; ++c) p[c] = float(z[c] + beta * p[c]);
+            if (rhoPrev > 1e-5 || rhoPrev < -1e-5)
+                beta = rho / rhoPrev;
+            else
+                beta = rhoPrev < 0 ? -rho * 100000 : rho * 100000;
+            for (size_t c = 0; c < n; ++c)
+                p[c] = float(z[c] + beta * p[c]);
         }
         mult(f, g, p, q, alpha);
         const double pq = dot(p, q, n);
         double a;
         // One-sided on purpose: a large negative pq takes the substitute too.
-        if (pq > 1e-5) a = rho / pq;
-        else a = pq < 0 ? -rho * 100000 : rho * 100000;
+        if (pq > 1e-5)
+            a = rho / pq;
+        else
+            a = pq < 0 ? -rho * 100000 : rho * 100000;
         for (size_t c = 0; c < n; ++c) {
             x[c] = float(x[c] + a * p[c]);
             r[c] = float(r[c] - a * q[c]);

@@ -17,7 +17,8 @@ void TspringGridSolver::solve(Tfluid& f, double dt) {
     const int steps = std::max(1, int(std::ceil(dt * std::sqrt(2.0 * std::max(axes, 1) * k))));
     const double h1 = dt / steps;
     const unsigned char* occ = f.occupation();
-    const float* matter = f.matterGrid().allocated() && f.matterGrid().n == g.n ? f.matterGrid().array() : nullptr;
+    const float* matter =
+        f.matterGrid().allocated() && f.matterGrid().n == g.n ? f.matterGrid().array() : nullptr;
     const int bx = g.bounds[0], by = g.bounds[1], bz = g.bounds[2];
     float* acc = TbuffFloatFluidGrid::work(g.n);
     for (int s = 0; s < steps; ++s) {
@@ -27,7 +28,9 @@ void TspringGridSolver::solve(Tfluid& f, double dt) {
                     const size_t c = g.index(unsigned(i), unsigned(j), unsigned(kk));
                     const double hc = h[c];
                     double lap = 0;
-                    auto add = [&](int a, int b, int d) { lap += double(h[g.index(unsigned(a), unsigned(b), unsigned(d))]) - hc; };
+                    auto add = [&](int a, int b, int d) {
+                        lap += double(h[g.index(unsigned(a), unsigned(b), unsigned(d))]) - hc;
+                    };
                     if (X > 1) {
                         add(boundedIndex(i - 1, X, bx), j, kk);
                         add(boundedIndex(i + 1, X, bx), j, kk);

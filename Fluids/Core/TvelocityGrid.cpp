@@ -8,26 +8,36 @@
 
 double fluidGradient(double x, double y, double z, int method) {
     switch (method) {
-    case kMethodXGradient: return 0.5 - x;
-    case kMethodYGradient: return 0.5 - y;
-    case kMethodZGradient: return 0.5 - z;
-    case kMethodNegXGradient: return 0.5 + x;
-    case kMethodNegYGradient: return 0.5 + y;
-    case kMethodNegZGradient: return 0.5 + z;
-    case kMethodCenterGradient: return std::sqrt(x * x + y * y + z * z);
-    default: return 0.0;
+    case kMethodXGradient:
+        return 0.5 - x;
+    case kMethodYGradient:
+        return 0.5 - y;
+    case kMethodZGradient:
+        return 0.5 - z;
+    case kMethodNegXGradient:
+        return 0.5 + x;
+    case kMethodNegYGradient:
+        return 0.5 + y;
+    case kMethodNegZGradient:
+        return 0.5 + z;
+    case kMethodCenterGradient:
+        return std::sqrt(x * x + y * y + z * z);
+    default:
+        return 0.0;
     }
 }
 
 void TvelocityGrid::sizeComponents() {
     const double ex = nx ? width / nx : 0.0, ey = ny ? height / ny : 0.0, ez = nz ? depth / nz : 0.0;
     TbuffFloatFluidGrid* g[4] = {&u_, &v_, &w_, &p_};
-    for (TbuffFloatFluidGrid* c : g) c->setCenter(center[0], center[1], center[2]);
+    for (TbuffFloatFluidGrid* c : g)
+        c->setCenter(center[0], center[1], center[2]);
     u_.setSize(nx + 1, ny, nz, width + ex, height, depth);
     v_.setSize(nx, ny + 1, nz, width, height + ey, depth);
     w_.setSize(nx, ny, nz + 1, width, height, depth + ez);
     p_.setSize(nx, ny, nz, width, height, depth);
-    for (TbuffFloatFluidGrid* c : g) c->setBounds(bounds[0], bounds[1], bounds[2]);
+    for (TbuffFloatFluidGrid* c : g)
+        c->setBounds(bounds[0], bounds[1], bounds[2]);
 }
 
 void TvelocityGrid::create(unsigned x, unsigned y, unsigned z, double w, double h, double d) {
@@ -50,17 +60,20 @@ void TvelocityGrid::extend(unsigned a, unsigned b, unsigned c, unsigned d, unsig
 
 void TvelocityGrid::setBoxOnly(unsigned x, unsigned y, unsigned z, double w, double h, double d) {
     TvoxelGrid::setSize(x, y, z, w, h, d);
-    for (TbuffFloatFluidGrid* c : {&u_, &v_, &w_, &p_}) c->reset();
+    for (TbuffFloatFluidGrid* c : {&u_, &v_, &w_, &p_})
+        c->reset();
 }
 
 void TvelocityGrid::reset() {
     TvoxelGrid::reset();
-    for (TbuffFloatFluidGrid* c : {&u_, &v_, &w_, &p_}) c->reset();
+    for (TbuffFloatFluidGrid* c : {&u_, &v_, &w_, &p_})
+        c->reset();
 }
 
 void TvelocityGrid::setBounds(int x, int y, int z) {
     TvoxelGrid::setBounds(x, y, z);
-    for (TbuffFloatFluidGrid* c : {&u_, &v_, &w_, &p_}) c->setBounds(x, y, z);
+    for (TbuffFloatFluidGrid* c : {&u_, &v_, &w_, &p_})
+        c->setBounds(x, y, z);
 }
 
 void TvelocityGrid::resample(Tfluid* fluid, unsigned x, unsigned y, unsigned z) {
@@ -74,15 +87,17 @@ void TvelocityGrid::resample(Tfluid* fluid, unsigned x, unsigned y, unsigned z) 
     TvoxelGrid::setSize(x, y, z, width, height, depth);
 }
 
-bool TvelocityGrid::getValue(T4dFltVector& out, const Tfluid& fluid, unsigned i, unsigned j, unsigned k) const {
+bool TvelocityGrid::getValue(T4dFltVector& out, const Tfluid& fluid, unsigned i, unsigned j,
+                             unsigned k) const {
     const TgridInterpolator* in = fluid.interpolator();
     if (!in || !allocated()) return false;
     const T3dFltPoint c = fluid.toGridCenter(i, j, k);
     if (fluid.is2d())
-        out = in->interpVector(fluid, nullptr, T2dFltPoint(c.x, c.y), T2dFltVector(0, 0), u_, v_, w_, nullptr, nullptr,
-                               nullptr);
+        out = in->interpVector(fluid, nullptr, T2dFltPoint(c.x, c.y), T2dFltVector(0, 0), u_, v_, w_, nullptr,
+                               nullptr, nullptr);
     else
-        out = in->interpVector(fluid, nullptr, c, T3dFltVector(0, 0, 0), u_, v_, w_, nullptr, nullptr, nullptr);
+        out =
+            in->interpVector(fluid, nullptr, c, T3dFltVector(0, 0, 0), u_, v_, w_, nullptr, nullptr, nullptr);
     return true;
 }
 
@@ -140,7 +155,8 @@ void TvelocityGrid::setAllValues(const T4dFltVector& v) {
 }
 
 void TvelocityGrid::clear() {
-    for (TbuffFloatFluidGrid* c : {&u_, &v_, &w_, &p_}) c->clear();
+    for (TbuffFloatFluidGrid* c : {&u_, &v_, &w_, &p_})
+        c->clear();
 }
 
 void TvelocityGrid::velocityAtPoint(const T3dFltPoint& p, float& u, float& v, float& w) const {
@@ -151,7 +167,8 @@ void TvelocityGrid::velocityAtPoint(const T3dFltPoint& p, float& u, float& v, fl
     double r[3] = {s * velocityScale[0], s * velocityScale[1], s * velocityScale[2]};
     if (turbulence > 0) {
         const float f = turbulenceFrequency;
-        const TnoiseVector nz3 = T4dVectorNoise::getNoiseSmoothTime(p.x * f, p.y * f, p.z * f, turbulenceTime);
+        const TnoiseVector nz3 =
+            T4dVectorNoise::getNoiseSmoothTime(p.x * f, p.y * f, p.z * f, turbulenceTime);
         r[0] += nz3.x * turbulence * s;
         r[1] += nz3.y * turbulence * s;
         r[2] += nz3.z * turbulence * s;
@@ -182,7 +199,8 @@ void TvelocityGrid::addTurbulenceToGrid(const unsigned char* occupation) {
                 const size_t c = index(i, j, k);
                 if (occupation && occupation[c]) continue;
                 const double x = nx > 1 ? (double(i) / (nx - 1) - 0.5) * width * f : 0.0;
-                const TnoiseVector nv = T4dVectorNoise::getNoiseSmoothTime(float(x), float(y), float(z), turbulenceTime);
+                const TnoiseVector nv =
+                    T4dVectorNoise::getNoiseSmoothTime(float(x), float(y), float(z), turbulenceTime);
                 addValue(T4dFltVector(nv.x * turbulence, nv.y * turbulence, nv.z * turbulence), i, j, k);
             }
         }

@@ -12,7 +12,8 @@ class TvelocityGrid : public TvoxelGrid {
 public:
     void create(unsigned nx, unsigned ny, unsigned nz, double width, double height, double depth) override;
     void setSize(unsigned nx, unsigned ny, unsigned nz, double width, double height, double depth) override;
-    void extend(unsigned xmin, unsigned xmax, unsigned ymin, unsigned ymax, unsigned zmin, unsigned zmax) override;
+    void extend(unsigned xmin, unsigned xmax, unsigned ymin, unsigned ymax, unsigned zmin,
+                unsigned zmax) override;
     void reset() override;
     void setBounds(int x, int y, int z) override;
     void resample(Tfluid* fluid, unsigned nx, unsigned ny, unsigned nz);

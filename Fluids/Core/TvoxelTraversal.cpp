@@ -76,20 +76,20 @@ uint32_t TvoxelTraversal::voxelId(unsigned i, unsigned j, unsigned k) const {
 }
 
 void TvoxelTraversal::debugPrint(FILE* out) const {
-    std::fprintf(out, "voxel walk: %u queued, current %zu, expanded %zu%s\n", queue_.length(), current_, expanded_,
-                 done_ ? ", done" : "");
+    std::fprintf(out, "voxel walk: %u queued, current %zu, expanded %zu%s\n", queue_.length(), current_,
+                 expanded_, done_ ? ", done" : "");
     for (unsigned q = 0; q < queue_.length(); ++q) {
         unsigned i, j, k;
         voxelId(queue_[q], i, j, k);
-        std::fprintf(out, "  %c%c %u (%u,%u,%u)\n", q == current_ ? '>' : ' ', q < expanded_ ? '*' : ' ', queue_[q], i,
-                     j, k);
+        std::fprintf(out, "  %c%c %u (%u,%u,%u)\n", q == current_ ? '>' : ' ', q < expanded_ ? '*' : ' ',
+                     queue_[q], i, j, k);
     }
 }
 
 // ---- Surface walk ----
 
-TsurfaceVoxelTraversal::TsurfaceVoxelTraversal(const Tfluid& fluid, int imin, int imax, int jmin, int jmax, int kmin,
-                                               int kmax, int axisIndex)
+TsurfaceVoxelTraversal::TsurfaceVoxelTraversal(const Tfluid& fluid, int imin, int imax, int jmin, int jmax,
+                                               int kmin, int kmax, int axisIndex)
     : TvoxelTraversal(fluid), lo_{imin, jmin, kmin}, hi_{imax, jmax, kmax}, axisIndex_(axisIndex) {}
 
 void TsurfaceVoxelTraversal::addIfInside(int i, int j, int k, std::vector<uint32_t>& out) const {

@@ -43,8 +43,10 @@ protected:
 
 private:
     void mark(uint32_t v, bool on) {
-        if (on) visited_[v >> 6] |= uint64_t(1) << (v & 63);
-        else visited_[v >> 6] &= ~(uint64_t(1) << (v & 63));
+        if (on)
+            visited_[v >> 6] |= uint64_t(1) << (v & 63);
+        else
+            visited_[v >> 6] &= ~(uint64_t(1) << (v & 63));
     }
     bool rejected(uint32_t v) const { return (rejected_[v >> 6] >> (v & 63)) & 1u; }
 

@@ -18,11 +18,12 @@ void TfloatVoxelGrid::create(unsigned x, unsigned y, unsigned z, double w, doubl
 void TfloatVoxelGrid::setSize(unsigned x, unsigned y, unsigned z, double w, double h, double d) {
     const bool sameCount = allocated_ && size_t(x) * y * z == n;
     TvoxelGrid::setSize(x, y, z, w, h, d);
-    if (sameCount) return;  // keep the memory; a new box size alone does not clear
+    if (sameCount) return; // keep the memory; a new box size alone does not clear
     allocate();
 }
 
-void TfloatVoxelGrid::extend(unsigned xmin, unsigned xmax, unsigned ymin, unsigned ymax, unsigned zmin, unsigned zmax) {
+void TfloatVoxelGrid::extend(unsigned xmin, unsigned xmax, unsigned ymin, unsigned ymax, unsigned zmin,
+                             unsigned zmax) {
     const unsigned ox = nx, oy = ny, oz = nz;
     TvoxelFloatBuffer old;
     old.swap(data_);
@@ -32,8 +33,8 @@ void TfloatVoxelGrid::extend(unsigned xmin, unsigned xmax, unsigned ymin, unsign
     if (!had || !old) return;
     for (unsigned k = 0; k < oz; ++k)
         for (unsigned j = 0; j < oy; ++j)
-            std::memcpy(data_.data() + index(xmin, j + ymin, k + zmin), old.data() + (size_t(ox) * (j + size_t(oy) * k)),
-                        ox * sizeof(float));
+            std::memcpy(data_.data() + index(xmin, j + ymin, k + zmin),
+                        old.data() + (size_t(ox) * (j + size_t(oy) * k)), ox * sizeof(float));
 }
 
 void TfloatVoxelGrid::reset() {
@@ -59,7 +60,8 @@ void TfloatVoxelGrid::setAllValues(float from, float to) {
     if (!allocated()) return;
     const double step = n > 1 ? (double(to) - from) / double(n - 1) : 0.0;
     float* a = data_.data();
-    for (size_t c = 0; c < n; ++c) a[c] = float(from + step * double(c));
+    for (size_t c = 0; c < n; ++c)
+        a[c] = float(from + step * double(c));
 }
 
 void TfloatVoxelGrid::clear() {
@@ -71,7 +73,8 @@ float TfloatVoxelGrid::absMax() const {
     if (!allocated()) return 0.0f;
     float m = 0.0f;
     const float* a = data_.data();
-    for (size_t c = 0; c < n; ++c) m = std::max(m, std::fabs(a[c]));
+    for (size_t c = 0; c < n; ++c)
+        m = std::max(m, std::fabs(a[c]));
     return m;
 }
 
@@ -79,7 +82,8 @@ double TfloatVoxelGrid::calcSum() {
     double s = 0.0;
     if (allocated()) {
         const float* a = data_.data();
-        for (size_t c = 0; c < n; ++c) s += a[c];
+        for (size_t c = 0; c < n; ++c)
+            s += a[c];
     }
     sum_ = s;
     return s;

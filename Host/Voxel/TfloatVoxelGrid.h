@@ -11,7 +11,8 @@ public:
 
     void create(unsigned nx, unsigned ny, unsigned nz, double width, double height, double depth) override;
     void setSize(unsigned nx, unsigned ny, unsigned nz, double width, double height, double depth) override;
-    void extend(unsigned xmin, unsigned xmax, unsigned ymin, unsigned ymax, unsigned zmin, unsigned zmax) override;
+    void extend(unsigned xmin, unsigned xmax, unsigned ymin, unsigned ymax, unsigned zmin,
+                unsigned zmax) override;
     void reset() override;
 
     virtual float value(size_t c) const { return c < n && allocated() ? data_.data()[c] : 0.0f; }

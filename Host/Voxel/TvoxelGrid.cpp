@@ -9,12 +9,12 @@ namespace {
 constexpr size_t kStaggerFloats = 16;
 constexpr size_t kStaggerSteps = 16;
 size_t gStaggerCounter = 0;
-}  // namespace
+} // namespace
 
 TvoxelFloatBuffer::TvoxelFloatBuffer(size_t count) : count_(count) {
     if (count == 0) return;
     const size_t shift = kStaggerFloats * (gStaggerCounter++ % kStaggerSteps);
-    storage_ = std::make_unique<float[]>(count + shift);  // value-initialised: zeroed
+    storage_ = std::make_unique<float[]>(count + shift); // value-initialised: zeroed
     data_ = storage_.get() + shift;
 }
 
@@ -47,9 +47,12 @@ void TvoxelGrid::create(unsigned x, unsigned y, unsigned z, double w, double h, 
     computeSpacing();
 }
 
-void TvoxelGrid::setSize(unsigned x, unsigned y, unsigned z, double w, double h, double d) { TvoxelGrid::create(x, y, z, w, h, d); }
+void TvoxelGrid::setSize(unsigned x, unsigned y, unsigned z, double w, double h, double d) {
+    TvoxelGrid::create(x, y, z, w, h, d);
+}
 
-void TvoxelGrid::extend(unsigned xmin, unsigned xmax, unsigned ymin, unsigned ymax, unsigned zmin, unsigned zmax) {
+void TvoxelGrid::extend(unsigned xmin, unsigned xmax, unsigned ymin, unsigned ymax, unsigned zmin,
+                        unsigned zmax) {
     const double ox = dx, oy = dy, oz = dz;
     center[0] += float(0.5 * (double(xmax) - double(xmin)) * ox);
     center[1] += float(0.5 * (double(ymax) - double(ymin)) * oy);
@@ -84,7 +87,8 @@ void TvoxelGrid::setBounds(int x, int y, int z) {
 }
 
 T3dFltPoint TvoxelGrid::toGridCenter(unsigned i, unsigned j, unsigned k) const {
-    return {float(originX() + (i + 0.5) * dx), float(originY() + (j + 0.5) * dy), float(originZ() + (k + 0.5) * dz)};
+    return {float(originX() + (i + 0.5) * dx), float(originY() + (j + 0.5) * dy),
+            float(originZ() + (k + 0.5) * dz)};
 }
 
 T3dFltPoint TvoxelGrid::toGridCenter(float x, float y, float z) const {

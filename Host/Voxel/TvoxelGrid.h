@@ -44,7 +44,8 @@ public:
     virtual void setSize(unsigned nx, unsigned ny, unsigned nz, double width, double height, double depth);
     // Adds cells on the given sides (counts may be 0); spacing is kept, so the
     // box grows and its centre moves towards the sides that grew.
-    virtual void extend(unsigned xmin, unsigned xmax, unsigned ymin, unsigned ymax, unsigned zmin, unsigned zmax);
+    virtual void extend(unsigned xmin, unsigned xmax, unsigned ymin, unsigned ymax, unsigned zmin,
+                        unsigned zmax);
     // New box size at the same resolution.
     virtual void resize(double width, double height, double depth);
     virtual void reset();

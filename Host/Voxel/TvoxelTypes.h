@@ -37,11 +37,11 @@ struct T4dFltVector {
 
 // Behaviour of a grid at the two faces of one axis.
 enum TgridBounds : int {
-    kBoundNone = 0,      // "None": open on both sides
-    kBoundBoth = 1,      // "Both Sides"
-    kBoundLow = 2,       // "-X Side": wall on the low side only
-    kBoundHigh = 3,      // "X side": wall on the high side only
-    kBoundWrapping = 4,  // "Wrapping"
+    kBoundNone = 0,     // "None": open on both sides
+    kBoundBoth = 1,     // "Both Sides"
+    kBoundLow = 2,      // "-X Side": wall on the low side only
+    kBoundHigh = 3,     // "X side": wall on the high side only
+    kBoundWrapping = 4, // "Wrapping"
 };
 
 // Index on an axis of resolution r under bound b: wrapped or clamped.

@@ -41,7 +41,7 @@ TEST(FluidObject, MethodsHoldGridsOnlyWhileTheyNeedThem) {
     EXPECT_TRUE(f.hasForceGrid());
     f.setVelocityMethod(kMethodYGradient);
     EXPECT_FALSE(f.hasVelocityGrid());
-    EXPECT_EQ(f.velocityGrid().width, 4.0);  // the box is still copied in
+    EXPECT_EQ(f.velocityGrid().width, 4.0); // the box is still copied in
     Tfluid flat;
     flat.setIs2d(true);
     flat.setSize(5, 4, 1, 5, 4, 1);
@@ -55,7 +55,7 @@ TEST(FluidObject, SettingsWriteThroughToTheVelocityGrid) {
     EXPECT_EQ(f.reynolds(), 0.0f);
     f.setViscosity(0.25f);
     EXPECT_FLOAT_EQ(f.reynolds(), 3.0f);
-    f.setViscosity(-3.0f);  // below 1e-5 counts as 1e-5
+    f.setViscosity(-3.0f); // below 1e-5 counts as 1e-5
     EXPECT_FLOAT_EQ(f.velocityGrid().reynolds, (1 - 1e-5f) / 1e-5f);
     f.setVelocitySwirl(2.0f);
     f.setVelocityFriction(0.3f);
@@ -73,11 +73,13 @@ TEST(FluidObject, SettingsWriteThroughToTheVelocityGrid) {
 TEST(FluidObject, PointQueriesUseCellsOrTheRenderInterpolator) {
     std::unique_ptr<Tfluid> f(makeFluid(4, 4, 4));
     f->setDensityScale(2.0f);
-    for (size_t c = 0; c < f->n; ++c) f->setDensityValue(c, float(c));
+    for (size_t c = 0; c < f->n; ++c)
+        f->setDensityValue(c, float(c));
     const unsigned cell = 21;
     EXPECT_EQ(f->getDensityAtPoint(T3dFltPoint(100, 100, 100), &cell), 42.0f);
     // Cell (1,1,1) has centre (-1.5+1, ...) = (-0.5, -0.5, -0.5) in local space.
-    EXPECT_EQ(f->getDensityAtPoint(T3dFltPoint(-0.5f, -0.5f, -0.5f)), 2.0f * f->getDensityValue(f->index(1, 1, 1)));
+    EXPECT_EQ(f->getDensityAtPoint(T3dFltPoint(-0.5f, -0.5f, -0.5f)),
+              2.0f * f->getDensityValue(f->index(1, 1, 1)));
     // Outside the box the border repeats.
     EXPECT_EQ(f->getDensityAtPoint(T3dFltPoint(-9.0f, -1.5f, -1.5f)), 0.0f);
     EXPECT_EQ(f->getDensityAtPoint(T3dFltPoint(9.0f, 1.5f, 1.5f)), 2.0f * 63);
@@ -96,7 +98,7 @@ TEST(FluidObject, PointQueriesUseCellsOrTheRenderInterpolator) {
     f->getVelocityValueLowerFace(3, 0, 0, lower);
     EXPECT_EQ(lower.x, 7.0f);
     EXPECT_EQ(f->velocityGrid().gridU().value(4u, 0u, 0u), 7.0f);  // last face along x follows
-    EXPECT_EQ(f->velocityGrid().gridV().value(3u, 1u, 0u), -2.0f);  // not the last along y
+    EXPECT_EQ(f->velocityGrid().gridV().value(3u, 1u, 0u), -2.0f); // not the last along y
 }
 
 TEST(FluidObject, SolversComeFromTheRegistryAndShareTheInterpolator) {
@@ -110,11 +112,11 @@ TEST(FluidObject, SolversComeFromTheRegistryAndShareTheInterpolator) {
     TgridSolver* s = f.solver();
     EXPECT_EQ(s->interpolator(), f.interpolator());
     EXPECT_TRUE(f.setSolver("Navier-Stokes"));
-    EXPECT_EQ(f.solver(), s);  // same name: kept
+    EXPECT_EQ(f.solver(), s); // same name: kept
     TgridInterpolator* h = newGridInterpolator(2);
     f.setInterpolator(h);
     EXPECT_EQ(s->interpolator(), h);
-    EXPECT_EQ(h->refCount(), 2);  // the fluid and its solver
+    EXPECT_EQ(h->refCount(), 2); // the fluid and its solver
     ASSERT_TRUE(f.setSolver("spring"));
     EXPECT_STREQ(f.solver()->solverName(), "spring");
     EXPECT_EQ(h->refCount(), 2);
@@ -133,7 +135,7 @@ TEST(FluidObject, CopiesAreDeepAndLettersCloneTheirFluid) {
     g->setOccupiedValue(2, false);
     EXPECT_EQ(f->getDensityValue(4), 1.5f);
     EXPECT_TRUE(f->getOccupiedValue(2));
-    EXPECT_EQ(g->solver(), f->solver());  // solvers hold no state: shared
+    EXPECT_EQ(g->solver(), f->solver()); // solvers hold no state: shared
     EXPECT_EQ(f->solver()->refCount(), 2);
     TdataFluid letter(*f);
     std::unique_ptr<TdataFluid> clone(letter.copy());
@@ -152,12 +154,12 @@ TEST(FluidObject, ResizingKeepsOrResamplesContent) {
     EXPECT_EQ(f->densityGrid().n, 8u * 6u * 4u);
     EXPECT_EQ(f->velocityGrid().gridU().nx, 9u);
     EXPECT_EQ(f->velocityGrid().gridU().dx, f->dx);
-    EXPECT_FLOAT_EQ(f->densityGrid().value(5u, 3u, 2u), 0.5f);  // a constant survives resampling
+    EXPECT_FLOAT_EQ(f->densityGrid().value(5u, 3u, 2u), 0.5f); // a constant survives resampling
     ASSERT_NE(f->occupation(), nullptr);
     f->extend(1, 0, 0, 0, 0, 2);
     EXPECT_EQ(f->nx, 9u);
     EXPECT_EQ(f->nz, 6u);
-    EXPECT_FLOAT_EQ(f->densityGrid().value(0u, 0u, 0u), 0.0f);  // new cells are empty
+    EXPECT_FLOAT_EQ(f->densityGrid().value(0u, 0u, 0u), 0.0f); // new cells are empty
     EXPECT_FLOAT_EQ(f->densityGrid().value(1u, 0u, 0u), 0.5f);
     f->setBounds(kBoundWrapping, kBoundNone, kBoundLow);
     EXPECT_EQ(f->velocityGrid().gridV().bounds[0], kBoundWrapping);
@@ -171,11 +173,13 @@ TEST(FluidObject, ResizingKeepsOrResamplesContent) {
     TbuffFloatFluidGrid& U = g->velocityGrid().gridU();
     for (unsigned k = 0; k < 2; ++k)
         for (unsigned j = 0; j < 2; ++j)
-            for (unsigned i = 0; i <= 4; ++i) U.setValue(i, j, k, float(i * g->dx + g->originX()));
+            for (unsigned i = 0; i <= 4; ++i)
+                U.setValue(i, j, k, float(i * g->dx + g->originX()));
     g->resample(8, 2, 2);
     TbuffFloatFluidGrid& R = g->velocityGrid().gridU();
     ASSERT_EQ(R.nx, 9u);
-    for (unsigned i = 1; i < 8; ++i) EXPECT_NEAR(R.value(i, 1u, 1u), i * g->dx + g->originX(), 1e-6) << i;
+    for (unsigned i = 1; i < 8; ++i)
+        EXPECT_NEAR(R.value(i, 1u, 1u), i * g->dx + g->originX(), 1e-6) << i;
 }
 
 TEST(SpringSolver, RipplesSpreadSymmetricallyKeepTheLevelAndFade) {
@@ -191,11 +195,12 @@ TEST(SpringSolver, RipplesSpreadSymmetricallyKeepTheLevelAndFade) {
     // A bump: free (clamped) edges make the mesh's net force zero, so with no
     // damping the mean level stays put and the shape stays mirror symmetric.
     s->damping = 0.0;
-    h.clear();  // displacement and the speeds kept beside it
+    h.clear(); // displacement and the speeds kept beside it
     h.setValue(10u, 10u, 0u, 1.0f);
-    for (int i = 0; i < 10; ++i) f->update(1.0 / 24);
-    EXPECT_NEAR(h.calcSum(), 1.0, 1e-4);  // float sums over 441 cells
-    EXPECT_NE(h.value(13u, 10u, 0u), 0.0f);  // the ripple has travelled
+    for (int i = 0; i < 10; ++i)
+        f->update(1.0 / 24);
+    EXPECT_NEAR(h.calcSum(), 1.0, 1e-4);    // float sums over 441 cells
+    EXPECT_NE(h.value(13u, 10u, 0u), 0.0f); // the ripple has travelled
     for (unsigned j = 0; j < 21; ++j)
         for (unsigned i = 0; i < 21; ++i) {
             EXPECT_NEAR(h.value(i, j, 0u), h.value(20 - i, j, 0u), 1e-6);
@@ -204,7 +209,9 @@ TEST(SpringSolver, RipplesSpreadSymmetricallyKeepTheLevelAndFade) {
     // With damping the motion fades.
     s->damping = 4.0;
     const float early = h.absMax();
-    for (int i = 0; i < 96; ++i) f->update(1.0 / 24);
+    for (int i = 0; i < 96; ++i)
+        f->update(1.0 / 24);
     EXPECT_LT(h.absMax(), 0.1f * early);
-    for (size_t c = 0; c < h.n; ++c) ASSERT_TRUE(std::isfinite(h.value(c)));
+    for (size_t c = 0; c < h.n; ++c)
+        ASSERT_TRUE(std::isfinite(h.value(c)));
 }

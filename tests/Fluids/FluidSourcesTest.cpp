@@ -21,10 +21,10 @@ std::unique_ptr<Tfluid> burningFluid() {
     f->setReactionHeat(3.0f);
     return f;
 }
-}  // namespace
+} // namespace
 
 TEST(FluidSources, FuelBurnsAtItsRateNeverBelowZeroAndHeatsPerUnitBurnt) {
-    TtimeUnit::setCurrent(kFilm);  // one frame = 1/24 s, so rate = dt * speed * 24
+    TtimeUnit::setCurrent(kFilm); // one frame = 1/24 s, so rate = dt * speed * 24
     std::unique_ptr<Tfluid> f = burningFluid();
     float* fuel = f->reactionGrid().array();
     float* T = f->temperatureGrid().array();
@@ -37,8 +37,8 @@ TEST(FluidSources, FuelBurnsAtItsRateNeverBelowZeroAndHeatsPerUnitBurnt) {
     }
     const double dt = 1.0;
     f->computeReactionGrid(dt, fuel, T);
-    const double rate = dt * 0.05 * 24;                           // 1.2
-    const double burn[4] = {rate, 0.5, (0.6 - 0.2) * rate / 0.8, 0.0};  // capped; partial; none at T <= min
+    const double rate = dt * 0.05 * 24;                                // 1.2
+    const double burn[4] = {rate, 0.5, (0.6 - 0.2) * rate / 0.8, 0.0}; // capped; partial; none at T <= min
     for (int c = 0; c < 4; ++c) {
         EXPECT_NEAR(fuel[c], fuel0[c] - burn[c], 1e-6) << c;
         EXPECT_GE(fuel[c], 0.0f);
@@ -60,7 +60,7 @@ TEST(FluidSources, FuelBurnsAtItsRateNeverBelowZeroAndHeatsPerUnitBurnt) {
     f->setMinReactionTemp(0.0f);
     fuel[1] = 1.0f;
     T[1] = 2.0f;
-    f->update(1.0 / 24);  // rate 0.05
+    f->update(1.0 / 24); // rate 0.05
     EXPECT_NEAR(f->reactionGrid().value(size_t(1)), 0.95, 1e-5);
 }
 
@@ -72,8 +72,8 @@ TEST(FluidSources, DissipationDividesByOnePlusRateTimesDt) {
     f->dissipateScalar(d, 0.5, 3.0);
     EXPECT_FLOAT_EQ(d.value(size_t(5)), float(2.0 / (1 + 1.5)));
     EXPECT_TRUE(f->densityDirty());
-    f->dissipateScalar(d, 0.0, 3.0);  // dt 0: untouched
-    f->dissipateScalar(d, 0.5, 0.0);  // rate 0: untouched
+    f->dissipateScalar(d, 0.0, 3.0); // dt 0: untouched
+    f->dissipateScalar(d, 0.5, 0.0); // rate 0: untouched
     EXPECT_FLOAT_EQ(d.value(size_t(5)), 0.8f);
 }
 
@@ -129,7 +129,7 @@ TEST(FluidSources, TemperatureTurbulenceDriftsTowardsThePositiveDiagonal) {
         }
         EXPECT_GE(lo, 0.0f);
         EXPECT_GT(hi, 0.0f);
-        EXPECT_LT(hi, 1.0f + 1e-6f);  // at most two pushes of up to 0.5 on a face
+        EXPECT_LT(hi, 1.0f + 1e-6f); // at most two pushes of up to 0.5 on a face
     }
     // The same seed repeats the same field exactly.
     std::unique_ptr<Tfluid> g(makeFluid(6, 6, 6));
@@ -159,7 +159,8 @@ TEST(FluidSources, InternalTurbulencePushesWhereThereIsDensity) {
     f->addInternalTurb();
     const float tx = f->velocityTurbulence().x()[0];
     EXPECT_FLOAT_EQ(f->velocityGrid().gridU().value(0u, 0u, 0u), 2.0f * tx);
-    EXPECT_FLOAT_EQ(f->velocityGrid().gridU().value(2u, 0u, 0u), 2.0f * tx * 2);  // cells 0 and 1 both push face 1 .. 2
+    EXPECT_FLOAT_EQ(f->velocityGrid().gridU().value(2u, 0u, 0u),
+                    2.0f * tx * 2); // cells 0 and 1 both push face 1 .. 2
 }
 
 TEST(FluidSources, ColourBlendsIntoEmptyCellsFromTheFirstNeighbourInOrder) {
@@ -184,9 +185,10 @@ TEST(FluidSources, ColourBlendsIntoEmptyCellsFromTheFirstNeighbourInOrder) {
     gd.setAllValues(1.0f);
     for (int c : {0, 2})
         for (int b : {0, 2})
-            for (int a : {0, 2}) gd.setValue(unsigned(a), unsigned(b), unsigned(c), 0.0f);
+            for (int a : {0, 2})
+                gd.setValue(unsigned(a), unsigned(b), unsigned(c), 0.0f);
     gd.setValue(1u, 1u, 1u, 0.0f);
-    gd.setValue(0u, 1u, 1u, 0.0f);  // i-1 is empty, so j-1 gives the colour
+    gd.setValue(0u, 1u, 1u, 0.0f); // i-1 is empty, so j-1 gives the colour
     gr.setValue(1u, 0u, 1u, 1.0f);
     gr.setValue(1u, 1u, 0u, 0.5f);
     g->propagateColorToZeroDensityRegions();
@@ -201,9 +203,9 @@ TEST(FluidSources, ColourBlendsIntoEmptyCellsFromTheFirstNeighbourInOrder) {
     h->colorGrid().redGrid().setValue(0u, 2u, 0u, 1.0f);
     h->colorGrid().redGrid().setValue(0u, 1u, 0u, 0.5f);
     h->propagateColorToZeroDensityRegions();
-    EXPECT_FLOAT_EQ(h->colorGrid().redGrid().value(1u, 1u, 0u), 0.0f);  // corner (0,0) first: colour 0
+    EXPECT_FLOAT_EQ(h->colorGrid().redGrid().value(1u, 1u, 0u), 0.0f); // corner (0,0) first: colour 0
     h->colorGrid().redGrid().setValue(1u, 1u, 0u, 0.0f);
-    h->densityGrid().setValue(0u, 0u, 0u, 0.0f);  // now (0,2) is the first dense corner
+    h->densityGrid().setValue(0u, 0u, 0u, 0.0f); // now (0,2) is the first dense corner
     h->propagateColorToZeroDensityRegions();
     EXPECT_FLOAT_EQ(h->colorGrid().redGrid().value(1u, 1u, 0u), 0.2f);
 }

@@ -50,11 +50,12 @@ inline Divergence divergence(Tfluid& f) {
             for (unsigned i = 0; i < nx; ++i) {
                 double d = (double(U[v.gridU().index(i + 1, j, k)]) - U[v.gridU().index(i, j, k)]) / f.dx +
                            (double(V[v.gridV().index(i, j + 1, k)]) - V[v.gridV().index(i, j, k)]) / f.dy;
-                if (!f.is2d()) d += (double(W[v.gridW().index(i, j, k + 1)]) - W[v.gridW().index(i, j, k)]) / f.dz;
+                if (!f.is2d())
+                    d += (double(W[v.gridW().index(i, j, k + 1)]) - W[v.gridW().index(i, j, k)]) / f.dz;
                 const double a = std::fabs(d);
                 out.max = std::max(out.max, a);
-                const bool border = i == 0 || j == 0 || i == nx - 1 || j == ny - 1 ||
-                                    (!f.is2d() && (k == 0 || k == nz - 1));
+                const bool border =
+                    i == 0 || j == 0 || i == nx - 1 || j == ny - 1 || (!f.is2d() && (k == 0 || k == nz - 1));
                 if (!border) out.interior = std::max(out.interior, a);
                 sum2 += d * d;
             }
@@ -73,10 +74,11 @@ inline double maxDivergence(Tfluid& f) {
             for (unsigned i = 0; i < nx; ++i) {
                 double d = (double(U[v.gridU().index(i + 1, j, k)]) - U[v.gridU().index(i, j, k)]) / f.dx +
                            (double(V[v.gridV().index(i, j + 1, k)]) - V[v.gridV().index(i, j, k)]) / f.dy;
-                if (!f.is2d()) d += (double(W[v.gridW().index(i, j, k + 1)]) - W[v.gridW().index(i, j, k)]) / f.dz;
+                if (!f.is2d())
+                    d += (double(W[v.gridW().index(i, j, k + 1)]) - W[v.gridW().index(i, j, k)]) / f.dz;
                 m = std::max(m, std::fabs(d));
             }
     return m;
 }
 
-}  // namespace fluidtest
+} // namespace fluidtest

@@ -17,14 +17,17 @@ TbuffFloatFluidGrid unitGrid(unsigned nx, unsigned ny, unsigned nz) {
     return g;
 }
 
-T3dFltPoint at(double gx, double gy, double gz) { return {float(gx + 0.5), float(gy + 0.5), float(gz + 0.5)}; }
+T3dFltPoint at(double gx, double gy, double gz) {
+    return {float(gx + 0.5), float(gy + 0.5), float(gz + 0.5)};
+}
 
-}  // namespace
+} // namespace
 
 TEST(Interpolators, LinearReturnsTheCellAtItsCentreAndTheMeanBetween) {
     TbuffFloatFluidGrid g = unitGrid(4, 3, 5);
     srand48(7);
-    for (size_t c = 0; c < g.n; ++c) g.setValue(c, float(drand48() * 10 - 5));
+    for (size_t c = 0; c < g.n; ++c)
+        g.setValue(c, float(drand48() * 10 - 5));
     TlinearGridInterpolator lin;
     for (unsigned k = 0; k < 5; ++k)
         for (unsigned j = 0; j < 3; ++j)
@@ -43,7 +46,8 @@ TEST(Interpolators, QuadraticAtACentreWeighsOneEighthThreeQuartersOneEighth) {
     const double X[5] = {1, 4, 2, 8, 3}, Y[5] = {2, -1, 5, 0.5, 1}, Z[5] = {3, 1, 2, 7, -2};
     for (unsigned k = 0; k < n; ++k)
         for (unsigned j = 0; j < n; ++j)
-            for (unsigned i = 0; i < n; ++i) g.setValue(i, j, k, float(X[i] * Y[j] * Z[k]));
+            for (unsigned i = 0; i < n; ++i)
+                g.setValue(i, j, k, float(X[i] * Y[j] * Z[k]));
     TquadraticGridInterpolator q;
     auto rule = [](const double* a, int m) { return 0.125 * a[m - 1] + 0.75 * a[m] + 0.125 * a[m + 1]; };
     for (int k = 1; k < 4; ++k)
@@ -51,7 +55,8 @@ TEST(Interpolators, QuadraticAtACentreWeighsOneEighthThreeQuartersOneEighth) {
             for (int i = 1; i < 4; ++i) {
                 const double expect = rule(X, i) * rule(Y, j) * rule(Z, k);
                 // Values up to ~100 stored as floats: float rounding of the result.
-                EXPECT_NEAR(q.interpScalar(g, nullptr, at(i, j, k), g.array()), expect, 1e-4 * std::fabs(expect) + 1e-5);
+                EXPECT_NEAR(q.interpScalar(g, nullptr, at(i, j, k), g.array()), expect,
+                            1e-4 * std::fabs(expect) + 1e-5);
             }
     // It smooths: a lone spike is not reproduced.
     TbuffFloatFluidGrid s = unitGrid(3, 3, 3);
@@ -73,7 +78,8 @@ TEST(Interpolators, HermiteKeepsConstantsAndNeverOvershootsAStep) {
     TbuffFloatFluidGrid s = unitGrid(10, 4, 4);
     for (unsigned k = 0; k < 4; ++k)
         for (unsigned j = 0; j < 4; ++j)
-            for (unsigned i = 5; i < 10; ++i) s.setValue(i, j, k, 1.0f);
+            for (unsigned i = 5; i < 10; ++i)
+                s.setValue(i, j, k, 1.0f);
     float last = -1.0f;
     for (double x = 0; x <= 9; x += 0.05) {
         const float v = h.interpScalar(s, nullptr, at(x, 1.3, 2.7), s.array());
@@ -88,7 +94,8 @@ TEST(Interpolators, HermiteKeepsConstantsAndNeverOvershootsAStep) {
 
 TEST(Interpolators, WrappingReadsTheFarSideAndOtherBoundsRepeatTheBorder) {
     TbuffFloatFluidGrid g = unitGrid(4, 1, 1);
-    for (unsigned i = 0; i < 4; ++i) g.setValue(size_t(i), float(10 * (i + 1)));  // 10 20 30 40
+    for (unsigned i = 0; i < 4; ++i)
+        g.setValue(size_t(i), float(10 * (i + 1))); // 10 20 30 40
     TlinearGridInterpolator lin;
     // Half a cell past the last centre: clamped reads the border ...
     EXPECT_FLOAT_EQ(lin.interpScalar(g, nullptr, at(3.5, 0, 0), g.array()), 40.0f);
@@ -117,8 +124,10 @@ TEST(Interpolators, ComponentsAreToldByResolutionAndSampledOnFaces) {
     V.create(4, 4, 2, 4, 4, 2);
     P.setCenter(2.0f, 1.5f, 1.0f);
     P.create(4, 3, 2, 4, 3, 2);
-    for (size_t c = 0; c < U.n; ++c) U.setValue(c, float(c));
-    for (size_t c = 0; c < V.n; ++c) V.setValue(c, float(1000 + c));
+    for (size_t c = 0; c < U.n; ++c)
+        U.setValue(c, float(c));
+    for (size_t c = 0; c < V.n; ++c)
+        V.setValue(c, float(1000 + c));
     TlinearGridInterpolator lin;
     const T3dFltVector fr(0, 0, 0);
     // U face (2,1,1) stands at x = 2, y = 1.5, z = 1.5.
@@ -134,7 +143,8 @@ TEST(Interpolators, ComponentsAreToldByResolutionAndSampledOnFaces) {
     EXPECT_EQ(lin.interpVectorComponent(fluid, nullptr, T3dFltPoint(1, 1, 1), fr, P, nullptr), 0.0f);
     // A supplied array is read instead of the grid's own.
     std::vector<float> other(U.n, 3.0f);
-    EXPECT_EQ(lin.interpVectorComponent(fluid, nullptr, T3dFltPoint(2.0f, 1.5f, 1.5f), fr, U, other.data()), 3.0f);
+    EXPECT_EQ(lin.interpVectorComponent(fluid, nullptr, T3dFltPoint(2.0f, 1.5f, 1.5f), fr, U, other.data()),
+              3.0f);
 }
 
 TEST(Interpolators, HermiteZeroesSamplesInsideObstacles) {
@@ -156,7 +166,8 @@ TEST(Interpolators, TwoDimensionalFormsAndNames) {
     TbuffFloatFluidGrid g;
     g.setCenter(1.5f, 1.0f, 0.5f);
     g.create(3, 2, 1, 3, 2, 1);
-    for (size_t c = 0; c < g.n; ++c) g.setValue(c, float(c * c));
+    for (size_t c = 0; c < g.n; ++c)
+        g.setValue(c, float(c * c));
     TlinearGridInterpolator lin;
     ThermiteGridInterpolator h;
     for (unsigned j = 0; j < 2; ++j)
@@ -179,12 +190,14 @@ TEST(Interpolators, TwoDimensionalFormsAndNames) {
     EXPECT_STREQ(b->interpolatorName(), "linear");
     EXPECT_STREQ(c->interpolatorName(), "quadratic");
     EXPECT_STREQ(d->interpolatorName(), "linear");
-    for (TgridInterpolator* x : {a, b, c, d}) delete x;
+    for (TgridInterpolator* x : {a, b, c, d})
+        delete x;
 }
 
 TEST(Interpolators, BoundedLinearStopsAtObstacles) {
     TbuffFloatFluidGrid g = unitGrid(4, 1, 1);
-    for (unsigned i = 0; i < 4; ++i) g.setValue(size_t(i), float(i + 1));
+    for (unsigned i = 0; i < 4; ++i)
+        g.setValue(size_t(i), float(i + 1));
     std::vector<unsigned char> occ(g.n, 0);
     occ[2] = 1;
     TbndLinearGridInterpolator b;

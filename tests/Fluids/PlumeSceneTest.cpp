@@ -17,7 +17,7 @@ double centreOfMassY(const Tfluid& f) {
             }
     return total > 0 ? moment / total : 0.0;
 }
-}  // namespace
+} // namespace
 
 TEST(PlumeScene, RisesStaysFiniteAndRepeatsExactly) {
     TplumeScene a(16), b(16);
@@ -30,9 +30,12 @@ TEST(PlumeScene, RisesStaysFiniteAndRepeatsExactly) {
     // The source sits low (cell ~2.4); hot smoke climbs well above it.
     EXPECT_GT(centreOfMassY(*a.fluid), early + 2.0);
     const TbuffFloatFluidGrid& d = a.fluid->densityGrid();
-    for (size_t c = 0; c < d.n; ++c) ASSERT_TRUE(std::isfinite(d.value(c)));
+    for (size_t c = 0; c < d.n; ++c)
+        ASSERT_TRUE(std::isfinite(d.value(c)));
     TvelocityGrid& va = a.fluid->velocityGrid();
     TvelocityGrid& vb = b.fluid->velocityGrid();
-    EXPECT_EQ(fluidtest::hashFloats(d.array(), d.n), fluidtest::hashFloats(b.fluid->densityGrid().array(), d.n));
-    EXPECT_EQ(fluidtest::hashFloats(va.arrayV(), va.gridV().n), fluidtest::hashFloats(vb.arrayV(), vb.gridV().n));
+    EXPECT_EQ(fluidtest::hashFloats(d.array(), d.n),
+              fluidtest::hashFloats(b.fluid->densityGrid().array(), d.n));
+    EXPECT_EQ(fluidtest::hashFloats(va.arrayV(), va.gridV().n),
+              fluidtest::hashFloats(vb.arrayV(), vb.gridV().n));
 }

@@ -18,19 +18,21 @@ TEST(SolverOperators, DiffusionOperatorScalesAPeriodicSineByItsEigenvalue) {
     // Laplacian with eigenvalue -(2 - 2 cos(2 pi / N)) / dx^2, so
     // (I - alpha Lap) x = (1 + alpha (2 - 2 cos(2 pi / N)) / dx^2) x.
     std::unique_ptr<Tfluid> f(makeFluid(16, 3, 2));
-    f->setSize(16, 3, 2, 8.0, 1.5, 1.0);  // dx = 0.5
+    f->setSize(16, 3, 2, 8.0, 1.5, 1.0); // dx = 0.5
     f->setBounds(kBoundWrapping, kBoundBoth, kBoundBoth);
     TbuffFloatFluidGrid& g = f->densityGrid();
     std::vector<float> x(g.n), y(g.n);
     const double pi = std::acos(-1.0);
     for (unsigned k = 0; k < 2; ++k)
         for (unsigned j = 0; j < 3; ++j)
-            for (unsigned i = 0; i < 16; ++i) x[g.index(i, j, k)] = float(std::sin(2 * pi * i / 16));
+            for (unsigned i = 0; i < 16; ++i)
+                x[g.index(i, j, k)] = float(std::sin(2 * pi * i / 16));
     const double alpha = 0.3;
     TnsGridSolver::diffScalMult3d(f.get(), g, x.data(), y.data(), float(alpha));
     const double lambda = 1 + alpha * (2 - 2 * std::cos(2 * pi / 16)) / 0.25;
     // Inputs are float-rounded sines; 1e-6 absolute covers their rounding times lambda.
-    for (size_t c = 0; c < g.n; ++c) EXPECT_NEAR(y[c], lambda * x[c], 1e-6) << c;
+    for (size_t c = 0; c < g.n; ++c)
+        EXPECT_NEAR(y[c], lambda * x[c], 1e-6) << c;
 }
 
 TEST(SolverOperators, PoissonOperatorLeaksAtTheBorderOnly) {
@@ -81,7 +83,8 @@ TEST(SolverOperators, ConjugateGradientStopsOnAZeroRightHandSideAndSolvesDiffusi
     // b = A x* for a known x*; from a zero start 20 iterations reach it.
     srand48(11);
     std::vector<float> xs(g.n);
-    for (float& v : xs) v = float(drand48());
+    for (float& v : xs)
+        v = float(drand48());
     TnsGridSolver::diffScalMult3d(f.get(), g, xs.data(), g.prevArray(), 0.5f);
     g.clear();
     std::copy(xs.begin(), xs.end(), g.array());
@@ -92,7 +95,8 @@ TEST(SolverOperators, ConjugateGradientStopsOnAZeroRightHandSideAndSolvesDiffusi
     // The guards take a fixed step once p.q falls below 1e-5, which for unit
     // values on 512 cells stalls the iterate near 1e-4 of the answer; 5e-4 is
     // that floor with margin (a wrong operator or step misses by ~0.1).
-    for (size_t c = 0; c < g.n; ++c) EXPECT_NEAR(g.array()[c], xs[c], 5e-4) << c;
+    for (size_t c = 0; c < g.n; ++c)
+        EXPECT_NEAR(g.array()[c], xs[c], 5e-4) << c;
     // No iterations allowed: true, iterate unchanged.
     std::fill(g.array(), g.array() + g.n, 0.0f);
     EXPECT_TRUE(TnsGridSolver::CGsolve(f.get(), g, 0.5f, TnsGridSolver::diffScalMult3d,
@@ -105,24 +109,30 @@ void randomVelocity(Tfluid& f, unsigned seed) {
     srand48(seed);
     TvelocityGrid& v = f.velocityGrid();
     for (TbuffFloatFluidGrid* g : {&v.gridU(), &v.gridV(), &v.gridW()})
-        for (size_t c = 0; c < g->n; ++c) g->array()[c] = float(drand48() * 2 - 1);
+        for (size_t c = 0; c < g->n; ++c)
+            g->array()[c] = float(drand48() * 2 - 1);
 }
-}  // namespace
+} // namespace
 
 TEST(SolverOperators, ProjectionCutsDivergenceByTwoOrdersWithinTwentyIterations) {
     for (bool is2d : {false, true}) {
         std::unique_ptr<Tfluid> f(is2d ? makeFluid(32, 32, 1, true) : makeFluid(16, 16, 16));
         randomVelocity(*f, 5);
-        if (is2d) TnsGridSolver::clearBoundaryVelocities2d(*f, f->velocityGrid(), 0.0f);
-        else TnsGridSolver::clearBoundaryVelocities3d(*f, f->velocityGrid(), 0.0f);
+        if (is2d)
+            TnsGridSolver::clearBoundaryVelocities2d(*f, f->velocityGrid(), 0.0f);
+        else
+            TnsGridSolver::clearBoundaryVelocities3d(*f, f->velocityGrid(), 0.0f);
         const fluidtest::Divergence before = fluidtest::divergence(*f);
-        if (is2d) TnsGridSolver::project2d(*f, f->velocityGrid(), 0.1);
-        else TnsGridSolver::project3d(*f, f->velocityGrid(), 0.1);
+        if (is2d)
+            TnsGridSolver::project2d(*f, f->velocityGrid(), 0.1);
+        else
+            TnsGridSolver::project3d(*f, f->velocityGrid(), 0.1);
         const fluidtest::Divergence after = fluidtest::divergence(*f);
         std::printf("[ projection %s ] |div| rms %.4g -> %.4g (x%.3g), interior max %.4g -> %.4g (x%.3g), "
                     "max incl. border %.4g -> %.4g (x%.3g)\n",
-                    is2d ? "2D 32^2" : "3D 16^3", before.rms, after.rms, before.rms / after.rms, before.interior,
-                    after.interior, before.interior / after.interior, before.max, after.max, before.max / after.max);
+                    is2d ? "2D 32^2" : "3D 16^3", before.rms, after.rms, before.rms / after.rms,
+                    before.interior, after.interior, before.interior / after.interior, before.max, after.max,
+                    before.max / after.max);
         EXPECT_LT(after.rms, before.rms / 100) << (is2d ? "2D" : "3D");
         EXPECT_LT(after.interior, before.interior / 100) << (is2d ? "2D" : "3D");
         // Border cells keep what the 0.96 leak leaves: the operator solved is
@@ -141,18 +151,18 @@ TEST(SolverOperators, ProjectionOpenSidesCopyTheInteriorAndWrappingJoinsTheEnds)
     TnsGridSolver::project3d(*f, v, 0.1);
     for (unsigned k = 0; k < 4; ++k)
         for (unsigned j = 0; j < 5; ++j) {
-            EXPECT_EQ(v.gridU().value(0u, j, k), v.gridU().value(1u, j, k));  // "None": both copied
+            EXPECT_EQ(v.gridU().value(0u, j, k), v.gridU().value(1u, j, k)); // "None": both copied
             EXPECT_EQ(v.gridU().value(6u, j, k), v.gridU().value(5u, j, k));
         }
     for (unsigned k = 0; k < 4; ++k)
         for (unsigned i = 0; i < 6; ++i) {
-            EXPECT_EQ(v.gridV().value(i, 0u, k), 0.0f);  // low wall
+            EXPECT_EQ(v.gridV().value(i, 0u, k), 0.0f); // low wall
             EXPECT_EQ(v.gridV().value(i, 5u, k), v.gridV().value(i, 4u, k));
         }
     for (unsigned j = 0; j < 5; ++j)
         for (unsigned i = 0; i < 6; ++i) {
             EXPECT_EQ(v.gridW().value(i, j, 0u), v.gridW().value(i, j, 1u));
-            EXPECT_EQ(v.gridW().value(i, j, 4u), 0.0f);  // high wall
+            EXPECT_EQ(v.gridW().value(i, j, 4u), 0.0f); // high wall
         }
     // Wrapping: the first and last U faces are one face and get the same correction.
     std::unique_ptr<Tfluid> w(makeFluid(6, 5, 4));
@@ -160,10 +170,12 @@ TEST(SolverOperators, ProjectionOpenSidesCopyTheInteriorAndWrappingJoinsTheEnds)
     randomVelocity(*w, 10);
     TvelocityGrid& wv = w->velocityGrid();
     for (unsigned k = 0; k < 4; ++k)
-        for (unsigned j = 0; j < 5; ++j) wv.gridU().setValue(6u, j, k, wv.gridU().value(0u, j, k));
+        for (unsigned j = 0; j < 5; ++j)
+            wv.gridU().setValue(6u, j, k, wv.gridU().value(0u, j, k));
     TnsGridSolver::project3d(*w, wv, 0.1);
     for (unsigned k = 0; k < 4; ++k)
-        for (unsigned j = 0; j < 5; ++j) EXPECT_EQ(wv.gridU().value(6u, j, k), wv.gridU().value(0u, j, k));
+        for (unsigned j = 0; j < 5; ++j)
+            EXPECT_EQ(wv.gridU().value(6u, j, k), wv.gridU().value(0u, j, k));
 }
 
 TEST(SolverOperators, ForcesReachBothFacesAndWallsFollowTheBounds) {
@@ -187,11 +199,11 @@ TEST(SolverOperators, ForcesReachBothFacesAndWallsFollowTheBounds) {
     TnsGridSolver::clearBoundaryVelocities3d(*f, v, 0.25f);
     EXPECT_EQ(v.gridU().value(0u, 1u, 1u), 0.0f);
     EXPECT_EQ(v.gridU().value(4u, 1u, 1u), 1.0f);        // x high side open
-    EXPECT_FLOAT_EQ(v.gridV().value(0u, 1u, 1u), 0.75f);  // tangential at the low x wall
-    EXPECT_EQ(v.gridV().value(1u, 0u, 1u), 1.0f);         // y open on both sides
+    EXPECT_FLOAT_EQ(v.gridV().value(0u, 1u, 1u), 0.75f); // tangential at the low x wall
+    EXPECT_EQ(v.gridV().value(1u, 0u, 1u), 1.0f);        // y open on both sides
     EXPECT_EQ(v.gridW().value(1u, 1u, 0u), 0.0f);
     EXPECT_EQ(v.gridW().value(1u, 1u, 3u), 0.0f);
-    EXPECT_FLOAT_EQ(v.gridU().value(2u, 1u, 2u), 0.75f);  // tangential at the high z wall
+    EXPECT_FLOAT_EQ(v.gridU().value(2u, 1u, 2u), 0.75f); // tangential at the high z wall
     // Friction at or below 1e-5 is off.
     v.setAllValues(T4dFltVector(1, 1, 1));
     TnsGridSolver::clearBoundaryVelocities3d(*f, v, 1e-5f);
@@ -215,12 +227,12 @@ TEST(SolverOperators, DampingIsPerStepAndBlockedCellsAreFilled) {
     std::unique_ptr<Tfluid> f(makeFluid(3, 3, 3));
     TvelocityGrid& v = f->velocityGrid();
     v.setAllValues(T4dFltVector(2, 2, 2));
-    TnsGridSolver::applyDamp3d(v, 0.25f, 100.0f);  // dt plays no part
+    TnsGridSolver::applyDamp3d(v, 0.25f, 100.0f); // dt plays no part
     EXPECT_FLOAT_EQ(v.gridW().value(1u, 1u, 3u), 1.5f);
-    TnsGridSolver::applyDamp3d(v, 3.0f, 0.1f);  // clamped at zero, not reversed
+    TnsGridSolver::applyDamp3d(v, 3.0f, 0.1f); // clamped at zero, not reversed
     EXPECT_EQ(v.absMaxU(), 0.0f);
     v.setAllValues(T4dFltVector(2, 2, 2));
-    TnsGridSolver::applyDamp2d(v, 0.5f, 0.1f);  // 2D leaves W alone
+    TnsGridSolver::applyDamp2d(v, 0.5f, 0.1f); // 2D leaves W alone
     EXPECT_FLOAT_EQ(v.gridU().value(0u, 0u, 0u), 1.0f);
     EXPECT_FLOAT_EQ(v.gridW().value(0u, 0u, 0u), 2.0f);
 
@@ -231,13 +243,14 @@ TEST(SolverOperators, DampingIsPerStepAndBlockedCellsAreFilled) {
     std::vector<unsigned char> occ(g.n, 0);
     occ[g.index(1, 1, 1)] = occ[g.index(2, 1, 1)] = occ[g.index(0, 0, 0)] = 1;
     TnsGridSolver::blendOccupationVoxels3d(g, occ.data());
-    EXPECT_NEAR(g.value(1u, 1u, 1u), 24.0 / 27, 1e-7);  // 27 minus three blocked cells
-    EXPECT_NEAR(g.value(2u, 1u, 1u), 25.0 / 27, 1e-7);  // (1,1,1) blocked and already changed, skipped
-    EXPECT_EQ(g.value(0u, 0u, 0u), 1.0f);               // border cells take no part
+    EXPECT_NEAR(g.value(1u, 1u, 1u), 24.0 / 27, 1e-7); // 27 minus three blocked cells
+    EXPECT_NEAR(g.value(2u, 1u, 1u), 25.0 / 27, 1e-7); // (1,1,1) blocked and already changed, skipped
+    EXPECT_EQ(g.value(0u, 0u, 0u), 1.0f);              // border cells take no part
     // 2D fill: the mean of all nine values, blocked ones included.
     std::unique_ptr<Tfluid> p(makeFluid(3, 3, 1, true));
     TbuffFloatFluidGrid& h = p->densityGrid();
-    for (size_t c = 0; c < 9; ++c) h.setValue(c, float(c));
+    for (size_t c = 0; c < 9; ++c)
+        h.setValue(c, float(c));
     std::vector<unsigned char> o2(9, 0);
     o2[4] = 1;
     TnsGridSolver::blendOccupationVoxels2d(h, o2.data());

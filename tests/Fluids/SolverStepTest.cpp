@@ -15,7 +15,9 @@ using fluidtest::makeFluid;
 
 namespace {
 
-TnsGridSolver& nsSolver(Tfluid& f) { return *static_cast<TnsGridSolver*>(f.solver()); }
+TnsGridSolver& nsSolver(Tfluid& f) {
+    return *static_cast<TnsGridSolver*>(f.solver());
+}
 
 // A blob of density and a swirling, projected velocity.
 void fillBlobAndSwirl(Tfluid& f) {
@@ -29,13 +31,15 @@ void fillBlobAndSwirl(Tfluid& f) {
     TvelocityGrid& v = f.velocityGrid();
     for (unsigned k = 0; k < v.gridU().nz; ++k)
         for (unsigned j = 0; j < v.gridU().ny; ++j)
-            for (unsigned i = 0; i < v.gridU().nx; ++i) v.gridU().setValue(i, j, k, float(std::sin(0.7 * j + 0.3 * k) * 3));
+            for (unsigned i = 0; i < v.gridU().nx; ++i)
+                v.gridU().setValue(i, j, k, float(std::sin(0.7 * j + 0.3 * k) * 3));
     for (unsigned k = 0; k < v.gridV().nz; ++k)
         for (unsigned j = 0; j < v.gridV().ny; ++j)
-            for (unsigned i = 0; i < v.gridV().nx; ++i) v.gridV().setValue(i, j, k, float(std::cos(0.5 * i) * 2));
+            for (unsigned i = 0; i < v.gridV().nx; ++i)
+                v.gridV().setValue(i, j, k, float(std::cos(0.5 * i) * 2));
 }
 
-}  // namespace
+} // namespace
 
 TEST(SolverStep, UniformVelocityShiftsAScalarByWholeCells) {
     // u = 1 cell/s for dt = 1 s on a wrapped axis: the midpoint trace lands on
@@ -44,20 +48,24 @@ TEST(SolverStep, UniformVelocityShiftsAScalarByWholeCells) {
     f->setBounds(kBoundWrapping, kBoundBoth, kBoundBoth);
     f->velocityGrid().setAllValues(T4dFltVector(1, 0, 0));
     TbuffFloatFluidGrid& d = f->densityGrid();
-    for (size_t c = 0; c < d.n; ++c) d.setValue(c, float(c % 8));
+    for (size_t c = 0; c < d.n; ++c)
+        d.setValue(c, float(c % 8));
     nsSolver(*f).transport_scalar3d(*f, d, f->velocityGrid(), 1.0, false, false);
     for (unsigned k = 0; k < 3; ++k)
         for (unsigned j = 0; j < 3; ++j)
-            for (unsigned i = 0; i < 8; ++i) EXPECT_EQ(d.value(i, j, k), float((i + 7) % 8)) << i;
+            for (unsigned i = 0; i < 8; ++i)
+                EXPECT_EQ(d.value(i, j, k), float((i + 7) % 8)) << i;
     // The velocity scale multiplies the tracing speed: 2 cells per step.
     f->setVelocityScale(2, 1, 1);
     nsSolver(*f).transport_scalar3d(*f, d, f->velocityGrid(), 1.0, false, false);
-    for (unsigned i = 0; i < 8; ++i) EXPECT_EQ(d.value(i, 1u, 1u), float((i + 5) % 8)) << i;
+    for (unsigned i = 0; i < 8; ++i)
+        EXPECT_EQ(d.value(i, 1u, 1u), float((i + 5) % 8)) << i;
     // A gradient method moves by the analytic field: "Constant" at the scale.
     f->setVelocityMethod(kMethodConstant);
     f->setVelocityScale(-1, 0, 0);
     nsSolver(*f).transport_scalar3d(*f, d, f->velocityGrid(), 1.0, false, false);
-    for (unsigned i = 0; i < 8; ++i) EXPECT_EQ(d.value(i, 1u, 1u), float((i + 6) % 8)) << i;
+    for (unsigned i = 0; i < 8; ++i)
+        EXPECT_EQ(d.value(i, 1u, 1u), float((i + 6) % 8)) << i;
 }
 
 TEST(SolverStep, ClosedWallsConserveMassThroughTransport) {
@@ -66,26 +74,32 @@ TEST(SolverStep, ClosedWallsConserveMassThroughTransport) {
         fillBlobAndSwirl(*f);
         TbuffFloatFluidGrid& d = f->densityGrid();
         const double before = d.calcSum();
-        if (is2d) nsSolver(*f).transport_scalar2d(*f, d, f->velocityGrid(), 0.4, true, true);
-        else nsSolver(*f).transport_scalar3d(*f, d, f->velocityGrid(), 0.4, true, true);
+        if (is2d)
+            nsSolver(*f).transport_scalar2d(*f, d, f->velocityGrid(), 0.4, true, true);
+        else
+            nsSolver(*f).transport_scalar3d(*f, d, f->velocityGrid(), 0.4, true, true);
         // Rescaled sum in float cells: a few float epsilons of the total.
         EXPECT_NEAR(d.calcSum(), before, 1e-5 * before) << is2d;
         // The same step without the rescale loses or gains mass: the check above is not idle.
         fillBlobAndSwirl(*f);
-        if (is2d) nsSolver(*f).transport_scalar2d(*f, d, f->velocityGrid(), 0.4, false, true);
-        else nsSolver(*f).transport_scalar3d(*f, d, f->velocityGrid(), 0.4, false, true);
+        if (is2d)
+            nsSolver(*f).transport_scalar2d(*f, d, f->velocityGrid(), 0.4, false, true);
+        else
+            nsSolver(*f).transport_scalar3d(*f, d, f->velocityGrid(), 0.4, false, true);
         EXPECT_GT(std::fabs(d.calcSum() - before), 2e-4 * before) << is2d;
         // A uniform field stays uniform and keeps its sum.
         d.setAllValues(0.5f);
-        if (is2d) nsSolver(*f).transport_scalar2d(*f, d, f->velocityGrid(), 0.4, true, true);
-        else nsSolver(*f).transport_scalar3d(*f, d, f->velocityGrid(), 0.4, true, true);
+        if (is2d)
+            nsSolver(*f).transport_scalar2d(*f, d, f->velocityGrid(), 0.4, true, true);
+        else
+            nsSolver(*f).transport_scalar3d(*f, d, f->velocityGrid(), 0.4, true, true);
         EXPECT_NEAR(d.calcSum(), 0.5 * double(d.n), 1e-6 * d.n);
     }
 }
 
 TEST(SolverStep, AnOpenAxisZeroesItsBorderCellsAndSkipsConservation) {
     std::unique_ptr<Tfluid> f(makeFluid(6, 5, 4));
-    f->setBounds(kBoundHigh, kBoundBoth, kBoundBoth);  // wall on the high x side only: low x open
+    f->setBounds(kBoundHigh, kBoundBoth, kBoundBoth); // wall on the high x side only: low x open
     TbuffFloatFluidGrid& d = f->densityGrid();
     d.setAllValues(1.0f);
     nsSolver(*f).transport_scalar3d(*f, d, f->velocityGrid(), 0.1, true, true);
@@ -94,7 +108,7 @@ TEST(SolverStep, AnOpenAxisZeroesItsBorderCellsAndSkipsConservation) {
             EXPECT_EQ(d.value(0u, j, k), 0.0f);
             EXPECT_EQ(d.value(5u, j, k), 1.0f);
         }
-    EXPECT_DOUBLE_EQ(d.calcSum(), 100.0);  // 120 cells less the 20 cleared; no rescale
+    EXPECT_DOUBLE_EQ(d.calcSum(), 100.0); // 120 cells less the 20 cleared; no rescale
     f->setBounds(kBoundNone, kBoundBoth, kBoundBoth);
     d.setAllValues(1.0f);
     nsSolver(*f).transport_scalar3d(*f, d, f->velocityGrid(), 0.1, true, true);
@@ -132,7 +146,8 @@ TEST(SolverStep, ViscosityRunsOnlyAboveItsThreshold) {
         srand48(21);
         TvelocityGrid& v = f->velocityGrid();
         for (TbuffFloatFluidGrid* g : {&v.gridU(), &v.gridV(), &v.gridW()})
-            for (size_t c = 0; c < g->n; ++c) g->array()[c] = float(drand48() - 0.5);
+            for (size_t c = 0; c < g->n; ++c)
+                g->array()[c] = float(drand48() - 0.5);
         TnsGridSolver::clearBoundaryVelocities3d(*f, v, 0.0f);
         const uint64_t before = hashFloats(v.arrayU(), v.gridU().n);
         const double spread = v.gridU().absMax();
@@ -145,7 +160,7 @@ TEST(SolverStep, ViscosityRunsOnlyAboveItsThreshold) {
     probe.setViscosity(0.0f);
     EXPECT_FALSE(run(probe.reynolds()).first);
     EXPECT_FALSE(run(10001.0f).first);
-    EXPECT_TRUE(run(10000.0f).first);  // 1/r = 1e-4 exactly: solved
+    EXPECT_TRUE(run(10000.0f).first); // 1/r = 1e-4 exactly: solved
     // A viscous solve smooths: the largest value drops.
     const auto thick = run(1.0f);
     EXPECT_TRUE(thick.first);
@@ -186,7 +201,8 @@ TEST(SolverStep, ConfinementPushesAlongTheVorticityGradient) {
     TvelocityGrid& v = f->velocityGrid();
     // V = c * x^2 around the centre column: D(V,x) = 2c (x), |wz| grows away from the centre.
     for (unsigned j = 0; j < 10; ++j)
-        for (unsigned i = 0; i < 9; ++i) v.gridV().setValue(i, j, 0u, float(0.1 * (double(i) - 4) * (double(i) - 4)));
+        for (unsigned i = 0; i < 9; ++i)
+            v.gridV().setValue(i, j, 0u, float(0.1 * (double(i) - 4) * (double(i) - 4)));
     const float before = v.gridU().value(6u, 4u, 0u);
     TnsGridSolver::confine2d(*f, v, 1.0f, 1.0f);
     // At cell (5,4): wz = 0.2*(5-4) = 0.2 > 0, |w| grows with x, so N = (1, 0):
@@ -236,7 +252,8 @@ TEST(SolverStep, ObstaclesStayEmptyAndBlockTheFlow) {
     f->createOccupation();
     for (unsigned k = 4; k < 8; ++k)
         for (unsigned j = 4; j < 8; ++j)
-            for (unsigned i = 4; i < 8; ++i) f->setOccupiedValue(f->index(i, j, k), true);
+            for (unsigned i = 4; i < 8; ++i)
+                f->setOccupiedValue(f->index(i, j, k), true);
     f->setDensityBuoyancy(1.0f);
     fillBlobAndSwirl(*f);
     for (int s = 0; s < 4; ++s) {
@@ -244,12 +261,14 @@ TEST(SolverStep, ObstaclesStayEmptyAndBlockTheFlow) {
         f->update(1.0 / 24);
     }
     TvelocityGrid& v = f->velocityGrid();
-    // Faces of blocked cells carry no flow; the scalar inside is the blend of free neighbours (only inner cells keep 0).
+    // Faces of blocked cells carry no flow; the scalar inside is the blend of free neighbours (only inner
+    // cells keep 0).
     EXPECT_EQ(v.gridU().value(5u, 5u, 5u), 0.0f);
     EXPECT_EQ(v.gridV().value(6u, 8u, 6u), 0.0f);
     EXPECT_EQ(v.gridW().value(7u, 6u, 4u), 0.0f);
     EXPECT_EQ(f->densityGrid().value(5u, 5u, 5u), 0.0f);
-    for (size_t c = 0; c < f->n; ++c) ASSERT_TRUE(std::isfinite(f->densityGrid().value(c)));
+    for (size_t c = 0; c < f->n; ++c)
+        ASSERT_TRUE(std::isfinite(f->densityGrid().value(c)));
 }
 
 TEST(SolverStep, TwoDimensionalFluidStepsAndKeepsItsThirdComponent) {
@@ -280,17 +299,23 @@ TEST(SolverStep, TracingFollowsTheMidpointRule) {
             fillBlobAndSwirl(*f);
             TvelocityGrid& v = f->velocityGrid();
             srand48(4);
-            for (size_t c = 0; c < v.gridW().n; ++c) v.gridW().array()[c] = float(drand48() - 0.5);
+            for (size_t c = 0; c < v.gridW().n; ++c)
+                v.gridW().array()[c] = float(drand48() - 0.5);
             const TgridInterpolator& in = *f->interpolator();
             const double dt = -0.3;
             const float* scale = v.velocityScale;
             for (int t = 0; t < 20; ++t) {
-                const float px = float(drand48() * 8 - 4), py = float(drand48() * 8 - 4), pz = float(drand48() * 6 - 3);
+                const float px = float(drand48() * 8 - 4), py = float(drand48() * 8 - 4),
+                            pz = float(drand48() * 6 - 3);
                 if (is2d) {
                     const T2dFltPoint p(px, py);
                     auto vel = [&](const T2dFltPoint& q, double o[2]) {
-                        o[0] = double(in.interpVectorComponent(*f, nullptr, q, T2dFltVector(0, 0), v.gridU(), nullptr)) * scale[0];
-                        o[1] = double(in.interpVectorComponent(*f, nullptr, q, T2dFltVector(0, 0), v.gridV(), nullptr)) * scale[1];
+                        o[0] = double(in.interpVectorComponent(*f, nullptr, q, T2dFltVector(0, 0), v.gridU(),
+                                                               nullptr)) *
+                               scale[0];
+                        o[1] = double(in.interpVectorComponent(*f, nullptr, q, T2dFltVector(0, 0), v.gridV(),
+                                                               nullptr)) *
+                               scale[1];
                     };
                     double a[2], b[2];
                     vel(p, a);
@@ -302,9 +327,12 @@ TEST(SolverStep, TracingFollowsTheMidpointRule) {
                     const T3dFltPoint p(px, py, pz);
                     const T3dFltVector fr(0, 0, 0);
                     auto vel = [&](const T3dFltPoint& q, double o[3]) {
-                        o[0] = double(in.interpVectorComponent(*f, nullptr, q, fr, v.gridU(), nullptr)) * scale[0];
-                        o[1] = double(in.interpVectorComponent(*f, nullptr, q, fr, v.gridV(), nullptr)) * scale[1];
-                        o[2] = double(in.interpVectorComponent(*f, nullptr, q, fr, v.gridW(), nullptr)) * scale[2];
+                        o[0] = double(in.interpVectorComponent(*f, nullptr, q, fr, v.gridU(), nullptr)) *
+                               scale[0];
+                        o[1] = double(in.interpVectorComponent(*f, nullptr, q, fr, v.gridV(), nullptr)) *
+                               scale[1];
+                        o[2] = double(in.interpVectorComponent(*f, nullptr, q, fr, v.gridW(), nullptr)) *
+                               scale[2];
                     };
                     double a[3], b[3];
                     vel(p, a);

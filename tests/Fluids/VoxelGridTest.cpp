@@ -37,7 +37,7 @@ TEST(VoxelGrid, BadIndexReadsZeroAndWritesAreIgnored) {
     EXPECT_EQ(g.value(2u, 0u, 0u), 0.0f);
     g.setValue(size_t(99), 7.0f);
     g.addValue(size_t(8), 7.0f);
-    g[100] = 5.0f;  // lands in a dummy
+    g[100] = 5.0f; // lands in a dummy
     EXPECT_DOUBLE_EQ(g.calcSum(), 24.0);
     EXPECT_DOUBLE_EQ(g.sum(), 24.0);
     // An unallocated grid reads 0 everywhere.
@@ -97,21 +97,23 @@ TEST(BuffGrid, SwapKeepsBothArraysAndClearZeroesBoth) {
 TEST(BuffGrid, WorkBlockOnlyGrowsAndKeepsContent) {
     float* a = TbuffFloatFluidGrid::work(16);
     a[3] = 42.0f;
-    float* b = TbuffFloatFluidGrid::work(8);  // smaller: same block, content kept
+    float* b = TbuffFloatFluidGrid::work(8); // smaller: same block, content kept
     EXPECT_EQ(a, b);
     EXPECT_EQ(b[3], 42.0f);
     float* c = TbuffFloatFluidGrid::work(1 << 20);
-    EXPECT_EQ(c[3], 0.0f);  // grown, hence zeroed
+    EXPECT_EQ(c[3], 0.0f); // grown, hence zeroed
 }
 
 TEST(BuffGrid, ResampleInterpolatesAtNewCentres) {
     // A linear ramp stays a ramp at double resolution (interior cells).
     TbuffFloatFluidGrid g;
     g.create(4, 1, 1, 4, 1, 1);
-    for (unsigned i = 0; i < 4; ++i) g.setValue(size_t(i), float(i));
+    for (unsigned i = 0; i < 4; ++i)
+        g.setValue(size_t(i), float(i));
     g.resample(nullptr, 8, 1, 1);
     ASSERT_EQ(g.n, 8u);
     // New centre x' = (i+0.5)*0.5 - 2; old grid space = x' + 2 - 0.5.
-    for (unsigned i = 1; i < 7; ++i) EXPECT_NEAR(g.value(size_t(i)), (i + 0.5) * 0.5 - 0.5, 1e-6) << i;
-    EXPECT_FLOAT_EQ(g.value(size_t(0)), 0.0f);  // clamped at the border
+    for (unsigned i = 1; i < 7; ++i)
+        EXPECT_NEAR(g.value(size_t(i)), (i + 0.5) * 0.5 - 0.5, 1e-6) << i;
+    EXPECT_FLOAT_EQ(g.value(size_t(0)), 0.0f); // clamped at the border
 }
