@@ -322,7 +322,7 @@ bool TscriptEvaluator::hasCallable(const std::string& name) const {
 }
 
 int TscriptEvaluator::indexValue(const TscriptExpr& idx, const std::string& varName) {
-    TscriptValue tmp;
+    TscriptTemp tmp;
     const TscriptValue& v = evalRef(idx, tmp);
     if (v.type() == TscriptType::Int && v.intRef() >= 0) return v.intRef();
     if (!v.isNumber())
@@ -498,11 +498,10 @@ TscriptEvaluator::Flow TscriptEvaluator::execNode(const TscriptStmt& s) {
 
 // ---------------------------------------------------------------- expressions
 
-const TscriptValue& TscriptEvaluator::evalRef(const TscriptExpr& e, TscriptValue& tmp) {
+const TscriptValue& TscriptEvaluator::evalRef(const TscriptExpr& e, TscriptTemp& tmp) {
     if (e.kind == TscriptExprKind::Var) return variable(e);
     if (e.kind == TscriptExprKind::Literal) return e.value;
-    tmp = eval(e);
-    return tmp;
+    return tmp.emplace(eval(e));
 }
 
 TscriptValue TscriptEvaluator::eval(const TscriptExpr& e) {
@@ -526,7 +525,7 @@ TscriptValue TscriptEvaluator::evalNode(const TscriptExpr& e) {
     case TscriptExprKind::Component:
         return evalComponent(e);
     case TscriptExprKind::Unary: {
-        TscriptValue tmp;
+        TscriptTemp tmp;
         const TscriptValue& a = evalRef(*e.kids[0], tmp);
         try {
             return scriptUnary(e.opCode, a);
@@ -536,11 +535,11 @@ TscriptValue TscriptEvaluator::evalNode(const TscriptExpr& e) {
     }
     case TscriptExprKind::Binary: {
         const TscriptExpr& rhs = *e.kids[1];
-        TscriptValue ta, tb;
+        TscriptTemp ta, tb;
         // A right side that runs code may change a variable on the left, so
         // the left is copied then; otherwise it is read in place.
         bool pure = rhs.kind == TscriptExprKind::Literal || rhs.kind == TscriptExprKind::Var;
-        const TscriptValue& a = pure ? evalRef(*e.kids[0], ta) : (ta = eval(*e.kids[0]));
+        const TscriptValue& a = pure ? evalRef(*e.kids[0], ta) : ta.emplace(eval(*e.kids[0]));
         const TscriptValue& b = evalRef(rhs, tb);
         try {
             return scriptBinary(e.opCode, a, b);
@@ -566,7 +565,7 @@ TscriptValue TscriptEvaluator::evalNode(const TscriptExpr& e) {
     case TscriptExprKind::VectorLit: {
         TscriptVector v{0, 0, 0};
         for (int i = 0; i < 3; ++i) {
-            TscriptValue tmp;
+            TscriptTemp tmp;
             const TscriptValue& c = evalRef(*e.kids[i], tmp);
             if (!c.isNumber())
                 fail(e.line, "a vector component must be a number, not " + scriptTypeArticle(c.type()));
@@ -577,7 +576,7 @@ TscriptValue TscriptEvaluator::evalNode(const TscriptExpr& e) {
     case TscriptExprKind::ArrayLit:
         return evalArrayLiteral(e);
     case TscriptExprKind::Cast: {
-        TscriptValue tmp;
+        TscriptTemp tmp;
         const TscriptValue& a = evalRef(*e.kids[0], tmp);
         if (a.isArray() || a.isNone())
             fail(e.line, std::string(scriptTypeName(e.castType)) + "(): cannot convert " +
@@ -589,7 +588,7 @@ TscriptValue TscriptEvaluator::evalNode(const TscriptExpr& e) {
 }
 
 bool TscriptEvaluator::scriptTruthAt(const TscriptExpr& e) {
-    TscriptValue tmp;
+    TscriptTemp tmp;
     const TscriptValue& v = evalRef(e, tmp);
     try {
         return scriptTruth(v);
@@ -599,7 +598,7 @@ bool TscriptEvaluator::scriptTruthAt(const TscriptExpr& e) {
 }
 
 TscriptValue TscriptEvaluator::evalIndex(const TscriptExpr& e) {
-    TscriptValue tmp;
+    TscriptTemp tmp;
     const TscriptValue& base = evalRef(*e.kids[0], tmp);
     if (!base.isArray())
         fail(e.line, "cannot index " + scriptTypeArticle(base.type()) + describeVar(*e.kids[0]));
@@ -613,9 +612,8 @@ TscriptValue TscriptEvaluator::evalIndex(const TscriptExpr& e) {
 }
 
 TscriptValue TscriptEvaluator::evalComponent(const TscriptExpr& e) {
-    TscriptValue tmp;
-    const TscriptValue& base =
-        e.kids[0]->kind == TscriptExprKind::Var ? variable(*e.kids[0]) : (tmp = eval(*e.kids[0]));
+    TscriptTemp tmp;
+    const TscriptValue& base = evalRef(*e.kids[0], tmp);
     if (base.type() != TscriptType::Vector)
         fail(e.line, "'." + e.name + "' needs a vector, not " + scriptTypeArticle(base.type()) +
                          describeVar(*e.kids[0]));
@@ -688,7 +686,7 @@ TscriptValue TscriptEvaluator::evalAssign(const TscriptExpr& e, bool wantResult)
         v = eval(*e.kids[1]);
     } else if (target.kind == TscriptExprKind::Var) {
         // The right side first, then the variable is read in place.
-        TscriptValue tmp;
+        TscriptTemp tmp;
         const TscriptValue& rhs = evalRef(*e.kids[1], tmp);
         TscriptValue& slot = variable(target);
         if (e.opCode == TscriptOp::Add && slot.type() == TscriptType::String && !rhs.isArray() &&
@@ -810,11 +808,11 @@ TscriptValue TscriptEvaluator::callBuiltin(const TscriptBuiltin& builtin, const 
     // in a node map.
     constexpr size_t kInline = 4;
     const size_t n = e.args.size();
-    TscriptValue inlineTemps[kInline];
+    TscriptTemp inlineTemps[kInline];
     const TscriptValue* inlineArgs[kInline];
-    std::vector<TscriptValue> heapTemps;
+    std::vector<TscriptTemp> heapTemps;
     std::vector<const TscriptValue*> heapArgs;
-    TscriptValue* temps = inlineTemps;
+    TscriptTemp* temps = inlineTemps;
     const TscriptValue** args = inlineArgs;
     if (n > kInline) {
         heapTemps.resize(n);

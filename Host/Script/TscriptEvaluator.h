@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -20,6 +21,10 @@ struct TscriptFault {
 };
 
 class TscriptEvaluator;
+
+// Room for a value worked out on the way; empty (and free to destroy) when
+// the value could be read in place.
+using TscriptTemp = std::optional<TscriptValue>;
 
 // What a built-in sees of its call.
 struct TscriptBuiltinCall {
@@ -146,7 +151,7 @@ private:
     TscriptValue evalNode(const TscriptExpr& e);
     // A reference to a variable's storage when `e` is a variable, otherwise
     // the value computed into `tmp`: reads of arrays copy nothing.
-    const TscriptValue& evalRef(const TscriptExpr& e, TscriptValue& tmp);
+    const TscriptValue& evalRef(const TscriptExpr& e, TscriptTemp& tmp);
     TscriptValue evalIndex(const TscriptExpr& e);
     TscriptValue evalComponent(const TscriptExpr& e);
     TscriptValue evalAssign(const TscriptExpr& e, bool wantResult);
