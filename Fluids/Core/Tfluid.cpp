@@ -487,7 +487,8 @@ float Tfluid::scalarAtPoint(const TbuffFloatFluidGrid& g, int method, float scal
     }
     if (!fluidUsesGrid(method) || !g.allocated()) return 0.0f;
     const double offset = (zeroCentered_ && &g == &density_) ? 0.5 : 0.0;
-    if (cell) return float(double(g.value(*cell)) * scale + offset);
+    // Read straight from the array: the source terms call this once per cell.
+    if (cell) return *cell < g.n ? float(double(g.array()[*cell]) * scale + offset) : float(offset);
     if (!renderInterp_) return 0.0f;
     const float v = is2d_ ? renderInterp_->interpScalar(g, nullptr, T2dFltPoint(p.x, p.y), g.array())
                           : renderInterp_->interpScalar(g, nullptr, p, g.array());

@@ -85,6 +85,7 @@ void Tfluid::addBuoyancy(bool temperature) {
     if (k >= -1e-4 && k <= 1e-4) return;
     const unsigned char* occ = occupation();
     const unsigned fx = force_.nx, fy = force_.ny, fz = force_.nz;
+    float* lift = force_.arrayV();
     for (unsigned kk = 0; kk < fz; ++kk) {
         const double z = is2d_ ? 0.0 : cornerPosition(kk, nz, depth);
         for (unsigned j = 0; j < fy; ++j) {
@@ -95,7 +96,7 @@ void Tfluid::addBuoyancy(bool temperature) {
                 const T3dFltPoint p(float(cornerPosition(i, nx, width)), float(y), float(z));
                 const double v = temperature ? getTemperatureAtPoint(p, &c) : getDensityAtPoint(p, &c);
                 const double b = v * k;
-                if (std::fabs(b) > 1e-4) force_.addValue(c, 0.0f, float(b), 0.0f);
+                if (std::fabs(b) > 1e-4) lift[c] = float(lift[c] + b);
             }
         }
     }
