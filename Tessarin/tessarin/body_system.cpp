@@ -348,6 +348,7 @@ void BodySystem::contact_pass(Overlap& o)
     // Nothing moved: the witness and its contacts stand.
     if (!checking_only)
       for (Contact* c : sep->contacts) c->seen = true;
+    if (sep->last_distance <= sep->tolerance) worst_separation = std::min(worst_separation, sep->last_distance);
     return;
   }
   ++separators_tested.step;
@@ -376,6 +377,7 @@ void BodySystem::contact_pass(Overlap& o)
     return;
   }
   if (sep->listed()) forget_interpenetration(sep->shape1, sep->shape2);
+  sep->last_distance = d;
   sep->stamp1 = sep->shape1->body->keystamp;
   sep->stamp2 = sep->shape2->body->keystamp;
   if (!clear) worst_separation = std::min(worst_separation, d);

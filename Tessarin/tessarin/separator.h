@@ -42,6 +42,7 @@ class Separator : public Obstacle {
   Shape* shape2;
   bool valid = false;
   int stamp1 = 0, stamp2 = 0;
+  double last_distance = 0;  // at the last fit, for passes that skip the pair
   std::vector<Contact*> contacts;
 
   bool listed() const;  // the pair is in the interpenetration table

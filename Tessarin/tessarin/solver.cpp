@@ -47,15 +47,19 @@ struct Work {
   }
 } work;
 
-// The basis inverse left by the last solve, with what it was built from. When
-// the next warm start brings the same matrix and the same basis (bodies at
-// rest), the inverse is taken as it stands instead of being rebuilt.
+// Basis inverses left by recent solves, with what they were built from, one
+// per island size (a pile has many islands). When a warm start brings the same
+// rows and basis, the inverse is taken as it stands (same matrix: bodies at
+// rest) or refined against the new matrix (bodies that moved a little).
 struct BasisCache {
   bool valid = false;
   int n = -1;
-  std::vector<double> A, mu;
+  long used = 0;
+  std::vector<double> A, mu, binv;
   std::vector<int> type, basis, sig;
-} cache;
+};
+BasisCache caches[4];
+long cache_clock = 0;
 
 // The pivoting solve proper. One instance per call; all memory is in 'work'.
 class Inductive {
@@ -83,7 +87,7 @@ class Inductive {
   void compute_a();
   double max_step(int d);
   bool attempt_warm();
-  bool cache_matches() const;
+  bool cache_matches();
   bool cache_exact() const;
   void rebuild_basis();
   bool refine(const double* rhs);
@@ -100,6 +104,7 @@ class Inductive {
   double T_;
   double eps_ = 0;
   bool exact_ = true;  // the basis inverse belongs to this matrix
+  BasisCache* hit_ = nullptr;
 };
 
 int Inductive::coupling(int j) const
@@ -186,18 +191,17 @@ bool Inductive::add_to_basis(int i)
     r[p] = colc(bp, i);
   }
   double d = colc(i, i);
-  for (int p = 0; p < k; ++p) {
-    const double* br = binv_row(p);
-    double su = 0;
-    for (int q = 0; q < k; ++q) su += br[q] * c[q];
-    u[p] = su;
-  }
+  // u = B^-1 c and w = r B^-1 in one pass over the inverse.
   for (int q = 0; q < k; ++q) w[q] = 0;
   for (int p = 0; p < k; ++p) {
     const double* br = binv_row(p);
-    double rp = r[p];
-    if (rp == 0) continue;
-    for (int q = 0; q < k; ++q) w[q] += rp * br[q];
+    const double rp = r[p];
+    double su = 0;
+    for (int q = 0; q < k; ++q) {
+      su += br[q] * c[q];
+      w[q] += rp * br[q];
+    }
+    u[p] = su;
   }
   double piv = d;
   for (int p = 0; p < k; ++p) piv -= r[p] * u[p];
@@ -449,26 +453,32 @@ double Inductive::max_step(int d)
   return s;
 }
 
-// Same rows, coupling and basis as the cached inverse; the matrix may differ.
-bool Inductive::cache_matches() const
+// Same rows, coupling and basis as a cached inverse; the matrix may differ.
+bool Inductive::cache_matches()
 {
-  if (!cache.valid || cache.n != n_) return false;
-  if (std::memcmp(cache.mu.data(), s_.mu, sizeof(double) * size_t(n_)) != 0) return false;
-  if (std::memcmp(cache.type.data(), s_.type, sizeof(int) * size_t(n_)) != 0) return false;
   int in_basis = 0;
   for (int i = 0; i < n_; ++i)
     if (st_[i] == ST_BASIS) ++in_basis;
-  if (in_basis != int(cache.basis.size())) return false;
-  for (size_t p = 0; p < cache.basis.size(); ++p) {
-    int i = cache.basis[p];
-    if (st_[i] != ST_BASIS || coupling(i) != cache.sig[p]) return false;
+  for (BasisCache& c : caches) {
+    if (!c.valid || c.n != n_ || in_basis != int(c.basis.size())) continue;
+    if (std::memcmp(c.mu.data(), s_.mu, sizeof(double) * size_t(n_)) != 0) continue;
+    if (std::memcmp(c.type.data(), s_.type, sizeof(int) * size_t(n_)) != 0) continue;
+    bool same = true;
+    for (size_t p = 0; p < c.basis.size() && same; ++p) {
+      int i = c.basis[p];
+      same = st_[i] == ST_BASIS && coupling(i) == c.sig[p];
+    }
+    if (!same) continue;
+    hit_ = &c;
+    c.used = ++cache_clock;
+    return true;
   }
-  return true;
+  return false;
 }
 
 bool Inductive::cache_exact() const
 {
-  return std::memcmp(cache.A.data(), s_.A, sizeof(double) * size_t(n_) * size_t(n_)) == 0;
+  return std::memcmp(hit_->A.data(), s_.A, sizeof(double) * size_t(n_) * size_t(n_)) == 0;
 }
 
 void Inductive::rebuild_basis()
@@ -516,25 +526,32 @@ bool Inductive::refine(const double* rhs)
 void Inductive::remember()
 {
   for (int p = 0; p < int(work.basis.size()); ++p)
-    if (st_[work.basis[size_t(p)]] != ST_BASIS) {
-      cache.valid = false;
-      return;
-    }
+    if (st_[work.basis[size_t(p)]] != ST_BASIS) return;
   int in_basis = 0;
   for (int i = 0; i < n_; ++i)
     if (st_[i] == ST_BASIS) ++in_basis;
-  if (in_basis != int(work.basis.size())) {
-    cache.valid = false;
-    return;
+  if (in_basis != int(work.basis.size())) return;
+  // The entry of this size, else the least recently used.
+  BasisCache* c = nullptr;
+  for (BasisCache& e : caches)
+    if (e.valid && e.n == n_) c = &e;
+  if (!c) {
+    c = &caches[0];
+    for (BasisCache& e : caches)
+      if (!e.valid || e.used < c->used) c = &e;
   }
-  cache.valid = true;
-  cache.n = n_;
-  cache.A.assign(s_.A, s_.A + size_t(n_) * size_t(n_));
-  cache.mu.assign(s_.mu, s_.mu + n_);
-  cache.type.assign(s_.type, s_.type + n_);
-  cache.basis = work.basis;
-  cache.sig.resize(work.basis.size());
-  for (size_t p = 0; p < work.basis.size(); ++p) cache.sig[p] = coupling(work.basis[p]);
+  c->valid = true;
+  c->n = n_;
+  c->used = ++cache_clock;
+  c->A.assign(s_.A, s_.A + size_t(n_) * size_t(n_));
+  c->mu.assign(s_.mu, s_.mu + n_);
+  c->type.assign(s_.type, s_.type + n_);
+  c->basis = work.basis;
+  const size_t k = work.basis.size();
+  c->sig.resize(k);
+  for (size_t p = 0; p < k; ++p) c->sig[p] = coupling(work.basis[p]);
+  c->binv.resize(k * k);
+  for (size_t p = 0; p < k; ++p) std::copy(binv_row(int(p)), binv_row(int(p)) + k, c->binv.data() + p * k);
 }
 
 bool Inductive::attempt_warm()
@@ -544,10 +561,12 @@ bool Inductive::attempt_warm()
   bool adopted = false;
   if (cache_matches()) {
     // Bodies that moved little: the last inverse, refined, still solves the basis.
-    work.basis = cache.basis;
-    for (size_t p = 0; p < work.basis.size(); ++p) {
+    work.basis = hit_->basis;
+    const size_t k = work.basis.size();
+    for (size_t p = 0; p < k; ++p) {
       work.pos[size_t(work.basis[p])] = int(p);
-      work.sig[size_t(work.basis[p])] = cache.sig[p];
+      work.sig[size_t(work.basis[p])] = hit_->sig[p];
+      std::copy(hit_->binv.data() + p * k, hit_->binv.data() + (p + 1) * k, binv_row(int(p)));
     }
     adopted = true;
     exact_ = cache_exact();
@@ -737,7 +756,6 @@ bool Inductive::run(bool warm)
   work.size_to(n_);
   eps_ = 0.25 * T_;
   bool from_warm = false;
-  cache.valid = cache.valid && cache.n == n_;
   if (warm && st_[0] != ST_FAILED) {
     ++totals.warm_tried;
     if (attempt_warm()) {
@@ -752,7 +770,6 @@ bool Inductive::run(bool warm)
     if (!exact_) rebuild_basis();
     from_warm = !work.basis.empty();
   }
-  cache.valid = false;
   if (!pivot_loop(from_warm)) return false;
   rebasis();
   remember();
