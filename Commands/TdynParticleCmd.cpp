@@ -202,6 +202,7 @@ protected:
         getFlagArg(db, "n", "name", fName, set);
         getFlagArg(db, "c", "conserve", fConserve, fConserveSet);
         getFlagArg(db, "i", "inherit", fInherit, fInheritSet);
+        getFlagArg(db, "ch", "cache", fCache, fCacheSet);
         return 0;
     }
 
@@ -285,6 +286,7 @@ protected:
         writeNumber(shape, vs->startFrame, start);
         if (fConserveSet) writeNumber(shape, vs->conserve, fConserve);
         if (fInheritSet) writeNumber(shape, vs->inheritFactor, fInherit);
+        if (fCacheSet) writeNumber(shape, vs->cacheData, fCache ? 1.0 : 0.0);
         if (fPoints.length() > 0) shape->addParticles(fPoints);
         shape->initializeDynamicState(true);
         fNodes = {xf, shape};
@@ -315,7 +317,7 @@ private:
     TargDatabase fDb;
     std::string fName;
     double fConserve = 1, fInherit = 0;
-    bool fConserveSet = false, fInheritSet = false;
+    bool fConserveSet = false, fInheritSet = false, fCache = false, fCacheSet = false;
     T4dDblVectorArray fPoints;
     std::vector<TdependNode*> fNodes;
     std::vector<std::unique_ptr<TdependNode>> fDetached;

@@ -93,6 +93,7 @@ public:
     void postConstructor() override;
     void doPreDraw() override;
     void setDirty(TmsgDirty& msg) override;
+    bool shouldBeWritten(const Tplug& plug) const override;
     // Host time events: a unit change moves startTime, a range change the cache width.
     void timeUnitChanged();
     void timeRangeChanged();

@@ -151,7 +151,8 @@ bool TdynParticleShape::computeCount(TdataBlock& block) {
         block.inputValue(vs->executeCreationExpression);
         computeDynamics(block);
         block.inputValue(vs->death);
-        bool needWorldVelocity = false;
+        const int renderType = block.inputValue(vs->particleRenderType).asInt();
+        bool needWorldVelocity = renderType == 1 || renderType == 6 || renderType == 9;
         for (auto& [key, dst] : outputConnections())
             if (key.attr == vs->worldVelocityInObjectSpace->index()) needWorldVelocity = true;
         if (needWorldVelocity) computeWorldVelocityInObjectSpace(block);

@@ -151,7 +151,7 @@ int TdynParticleShape::addRuntimeParticles(TdataArrayAttrs& batch, bool useMax, 
     c.set(static_cast<std::int32_t>(countNoCompute()));
     c.setClean();
     if (!countWasClean) block.markDirty(vs->count);
-    return k > 0 ? count : -1;
+    return count;
 }
 
 void TdynParticleShape::fillNewValues(Tattribute* a, TdataArrayAttrs& batch, TdataBlock& block, int n, int k,
@@ -291,6 +291,8 @@ void TdynParticleShape::computeDeath(TdataBlock& block) {
                     if (lifespan <= (*ages)[i]) dead.addLast(static_cast<std::int32_t>(i));
             }
         } else if (ages) {
+            // lifespanPP changes dirty nothing here: take its values now.
+            if (mode == 3) computeFinalLifespanPP(block);
             Tdata fl = block.inputValue(vs->finalLifespanPP).data();
             if (const TdoubleArray* f = TdynStatic::dataDoubleArray(fl)) {
                 const unsigned n = std::min(f->length(), ages->length());

@@ -92,6 +92,18 @@ void TdynParticleShape::setDirty(TmsgDirty& msg) {
     }
 }
 
+bool TdynParticleShape::shouldBeWritten(const Tplug& plug) const {
+    auto* vs = sVsData();
+    const Tattribute* a = plug.attribute();
+    // The event table and the compiled expression strings are rebuilt, not saved.
+    for (const Tattribute* derived : std::initializer_list<const Tattribute*>{
+             vs->eventTarget, vs->eventName, vs->eventValid, vs->eventCount, vs->eventEmit, vs->eventSplit,
+             vs->eventDie, vs->eventRandom, vs->eventSpread, vs->eventProc, vs->internalRuntimeExpression,
+             vs->internalCreationExpression, vs->emission, vs->collisionRecords, vs->samplerPerParticleData})
+        if (a == derived) return false;
+    return TgeometryShape::shouldBeWritten(plug);
+}
+
 void TdynParticleShape::shiftInitialBirthTimes(double seconds) {
     auto* vs = sVsData();
     if (seconds == 0.0 || !doubleArrayReference(vs->birthTime0)) return;

@@ -378,3 +378,26 @@ TEST_F(ParticleMoreTest, EditingOneParticleUndoesAndNamesItsShape) {
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(ParticleMoreTest, PerParticleLifespansDecideInModeThree) {
+    ASSERT_TRUE(run("particle -n p -p 0 0 0 -p 1 0 0 -p 2 0 0; addPP -atr lifespanPP p; setAttr pShape.lifespanMode 3;"
+                    "setParticleAttr -at lifespanPP -fv 0.05 p.pt[0]; setParticleAttr -at lifespanPP -fv 10 p.pt[1];"));
+    TdynParticleShape* p = shape("pShape");
+    frame(2); // age 1/24 < 0.05
+    EXPECT_EQ(p->countNoCompute(), 3u);
+    frame(3); // age 2/24 >= 0.05: particle 0 goes, the last survivor takes its place
+    ASSERT_EQ(p->countNoCompute(), 2u);
+    EXPECT_EQ(num(p, "particleId", 0), 2);
+    EXPECT_EQ(num(p, "finalLifespanPP", 1), 10);
+    // Particle 2 kept the lifespan of its birth: never dies.
+    EXPECT_EQ(num(p, "finalLifespanPP", 0), 3.4028234663852886e+38);
+    // Derived tables are not written to scene files.
+    auto* vs = TdynParticleShape::sVsData();
+    EXPECT_FALSE(p->shouldBeWritten(Tplug(p, vs->eventName, 0)));
+    EXPECT_FALSE(p->shouldBeWritten(Tplug(p, vs->count)));
+    EXPECT_TRUE(p->shouldBeWritten(Tplug(p, vs->position)));
+}
+
+} // namespace
