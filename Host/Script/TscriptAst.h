@@ -85,6 +85,7 @@ struct TscriptExpr {
     mutable std::uint64_t slotStamp = 0;
     mutable const void* callTarget = nullptr;
     mutable std::uint64_t callStamp = 0;
+    mutable std::uint64_t cacheOwner = 0; // id of the interpreter the caches belong to
 };
 
 enum class TscriptStmtKind {

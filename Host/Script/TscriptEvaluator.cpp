@@ -116,7 +116,13 @@ TscriptEvaluator::ScopeGuard::~ScopeGuard() {
 
 // ---------------------------------------------------------------- entry points
 
-TscriptEvaluator::TscriptEvaluator(TscriptHost& host) : fHost(host) {
+namespace {
+// Ids are never reused, so a tree cached by an interpreter since destroyed
+// cannot be mistaken for one cached by a new interpreter at the same address.
+std::atomic<std::uint64_t> gNextEvaluatorId{1};
+} // namespace
+
+TscriptEvaluator::TscriptEvaluator(TscriptHost& host) : fHost(host), fId(gNextEvaluatorId.fetch_add(1)) {
     seed(0);
 }
 
@@ -234,7 +240,8 @@ TscriptValue* TscriptEvaluator::lookup(const std::string& name) {
 }
 
 TscriptValue* TscriptEvaluator::lookupCached(const TscriptExpr& var) {
-    if (var.slotStamp != fStamp) {
+    if (var.slotStamp != fStamp || var.cacheOwner != fId) {
+        var.cacheOwner = fId;
         var.slot = lookup(var.name);
         var.slotStamp = fStamp;
     }
@@ -785,7 +792,7 @@ TscriptValue TscriptEvaluator::evalCall(const TscriptExpr& e) {
     // A name that resolved to a built-in stays one until a global proc is
     // defined (procs come first, and may take a built-in's name).
     const TscriptBuiltin* builtin = nullptr;
-    if (e.callStamp == fProcStamp && e.callTarget) {
+    if (e.callStamp == fProcStamp && e.callTarget && e.cacheOwner == fId) {
         builtin = static_cast<const TscriptBuiltin*>(e.callTarget);
     } else {
         // A copy of the reference keeps the proc's text alive through the
@@ -796,6 +803,7 @@ TscriptValue TscriptEvaluator::evalCall(const TscriptExpr& e) {
         builtin = findScriptBuiltin(e.name);
         e.callTarget = builtin;
         e.callStamp = fProcStamp;
+        e.cacheOwner = fId;
     }
     if (builtin) return callBuiltin(*builtin, e);
     if (fHost.hasCommand(e.name)) return callCommand(e);

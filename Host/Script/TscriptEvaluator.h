@@ -184,6 +184,7 @@ private:
     [[noreturn]] void fail(int line, const std::string& message) const;
 
     TscriptHost& fHost;
+    const std::uint64_t fId;
     std::unordered_map<std::string, TscriptValue> fGlobals;
     std::deque<LocalVar> fLocals;
     std::vector<Frame> fFrames;

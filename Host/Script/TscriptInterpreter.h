@@ -14,7 +14,7 @@ class TscriptEvaluator;
 struct TscriptUnit;
 
 // A text parsed once, to be run many times (event procedures, expressions
-// run each step). Holds no state of a run.
+// run each step) by the interpreter that compiled it. Holds no state of a run.
 class TscriptCompiled {
 public:
     explicit TscriptCompiled(std::shared_ptr<TscriptUnit> unit) : fUnit(std::move(unit)) {}

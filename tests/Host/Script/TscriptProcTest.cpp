@@ -120,3 +120,16 @@ TEST_F(ScriptTest, SameTextSameOutputInAFreshInterpreter) {
     EXPECT_EQ(otherHost.out, first);
     EXPECT_GT(first.size(), 1000u);
 }
+
+TEST_F(ScriptTest, ACompiledTextRunsInAnotherInterpreterWithItsVariables) {
+    // Variable and call caches in the tree belong to one interpreter; another
+    // one running the same tree must find its own variables.
+    auto code = interp.compile("$v * 2;", {"expr", 1});
+    interp.setGlobal("v", 3);
+    EXPECT_EQ(interp.execute(*code), TscriptValue(6));
+    FakeScriptHost otherHost;
+    TscriptInterpreter other(otherHost);
+    other.setGlobal("v", 10);
+    EXPECT_EQ(other.execute(*code), TscriptValue(20));
+    EXPECT_EQ(interp.execute(*code), TscriptValue(6));
+}
