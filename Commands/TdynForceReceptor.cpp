@@ -1,0 +1,3 @@
+#include "Commands/TdynForceReceptor.h"
+
+TdynForceReceptor::~TdynForceReceptor() = default;

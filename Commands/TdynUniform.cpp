@@ -1,0 +1,51 @@
+#include "Commands/TdynUniform.h"
+
+#include <cmath>
+
+TDEFINE_NODE(TdynUniform, TdnVSTdynUniform, TdynField, "uniformField", "YUNI")
+
+namespace {
+const char* const kDirNames[] = {"directionX", "directionY", "directionZ"};
+const char* const kDirShort[] = {"dx", "dy", "dz"};
+} // namespace
+
+TdnVSTdynUniform::TdnVSTdynUniform()
+    : direction("direction", "d", makeIffTag("DIRN"), kDirNames, kDirShort),
+      inheritFactor("inheritFactor", "inh", makeIffTag("UINH")) {}
+
+void TdnVSTdynUniform::appendAttributes(TattributeList& list) {
+    TdnVSTdynField::appendAttributes(list);
+    list.addAttribute(&direction);
+    list.addAttribute(&inheritFactor);
+}
+
+bool TdynUniform::apply(TdynPointReceptor& r, int, bool) {
+    TdynFieldFrame f;
+    if (!prepareFrame(f)) return false;
+    const T4dDblVector dir = lawBlock().inputValue(&sVsData()->direction).asVector();
+    if (dir.length() < 1e-10) return false;
+    const T4dDblVector base = dir.normal() * f.magnitude;
+    const T4dDblVector* src = f.sources.data();
+    const int ns = static_cast<int>(f.sources.length());
+    const double a = f.attenuation, R = f.maxDistance, R2 = f.reachSquared();
+    return dispatchFieldLoop(f.useMaxDistance, a > 0, [&]<bool kUseMax, bool kAtten>() {
+        for (int i = static_cast<int>(r.count()) - 1; i >= 0; --i) {
+            const T4dDblVector p = r.position(i);
+            if (!f.inVolume(p)) continue;
+            double W = 0;
+            for (int s = ns - 1; s >= 0; --s) {
+                const T4dDblVector rel = p - src[s];
+                if constexpr (kAtten) {
+                    const double d = rel.length();
+                    if (kUseMax && d > R) continue;
+                    W += 1.0 / std::pow(1.0 + d, a);
+                } else {
+                    if (kUseMax && rel.lengthSquared() > R2) continue;
+                    W += 1.0;
+                }
+            }
+            if (W > 0) r.addForce(i, base * W);
+        }
+        return true;
+    });
+}
