@@ -190,7 +190,6 @@ TscriptToken TscriptLexer::scanString(size_t begin, int line, bool space) {
             // Unknown escapes keep their backslash, so Windows-style paths survive.
             text += '\\';
             text += e;
-            if (e == '\n') ++fLine;
             break;
         }
     }

@@ -35,6 +35,8 @@ TEST_F(ScriptTest, StringEscapes) {
     EXPECT_EQ(printed(R"(print "a\tb\nc\"d\\e";)"), "a\tb\nc\"d\\e");
     // Unknown escapes keep their backslash, so paths like C:\data survive.
     EXPECT_EQ(printed(R"(print "C:\data";)"), "C:\\data");
+    // A backslash ending a line joins the next line to the string.
+    EXPECT_EQ(printed("print \"ab\\\ncd\";"), "abcd");
     // A string may run over lines; the line count goes on after it.
     EXPECT_EQ(failure("print \"a\nb\";\nbogus;"), "test.tsc:3: unknown command or procedure 'bogus'");
 }
