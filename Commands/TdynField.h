@@ -76,6 +76,8 @@ public:
     void connectionMade(const Tplug& plug, const Tplug& other, bool asSource) override;
     void connectionBroken(const Tplug& plug, const Tplug& other, bool asSource) override;
     void destroyNode() override;
+    // A client's new input element also dirties the output element of the same index, which may not exist yet.
+    void setDependentsDirty(TmsgDirty& msg) override;
 
     // The force law: adds to the receptor's forces. `elementIndex` is the output element being computed.
     // Without `useReceptorDeltaTime` a law that needs a step reads apiDeltaTime().

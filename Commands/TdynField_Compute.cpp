@@ -17,6 +17,16 @@ void TdynField::destroyNode() {
 
 bool TdynField::apply(TdynPointReceptor&, int, bool) { return false; }
 
+void TdynField::setDependentsDirty(TmsgDirty& msg) {
+    TdynAuxiliary::setDependentsDirty(msg);
+    auto* vs = fieldVs();
+    const Tplug& p = msg.plug();
+    const Tattribute* a = p.attribute();
+    if (p.multiIndex() < 0 || !TdependGraph::hasCurrent()) return;
+    if (a == &vs->inputData || a->parent() == &vs->inputData || a == &vs->inputForce)
+        TdependGraph::current().queueDirty(Tplug(this, &vs->outputForce, p.multiIndex()));
+}
+
 bool TdynField::computePlug(const Tplug& plug, TdataBlock& block) {
     auto* vs = fieldVs();
     if (plug.attribute() != &vs->outputForce) return TdynAuxiliary::computePlug(plug, block);

@@ -64,6 +64,9 @@ T4dDblVector TdynVolumePrimitive::localDirectionToWorld(const T4dDblVector& loca
 
 void TdynVolumeSwept::setSweep(double degrees) {
     if (!std::isfinite(degrees)) degrees = 360;
+    // A full turn stored as radians to a few decimals (the field's 6.28319) lands a hair above 360 degrees:
+    // it still means the whole solid, not a sliver.
+    if (degrees > 360 && degrees < 360 + 1e-3) degrees = 360;
     while (degrees > 360) degrees -= 360;
     while (degrees < 0) degrees += 360;
     fSweep = degrees;

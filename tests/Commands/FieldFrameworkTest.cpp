@@ -1,0 +1,215 @@
+// The field pipeline: output elements per client through the graph, chained
+// inputs, the query path's failures, source points from owners, and volumes.
+
+#include "Commands/TdynGravity.h"
+#include "Commands/TdynRadial.h"
+#include "Commands/TdynUniform.h"
+#include "Host/Graph/TdependGraph.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+class FieldFrameworkTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        fPrevious = TdependGraph::hasCurrent() ? &TdependGraph::current() : nullptr;
+        TdependGraph::setCurrent(&graph);
+    }
+    void TearDown() override {
+        graph.clear();
+        TdependGraph::setCurrent(fPrevious);
+    }
+    TdynUniform* uniform(const T4dDblVector& dir = {0, 1, 0}, double mag = 2) {
+        auto* f = TdynUniform::cast(graph.createNode("uniformField"));
+        for (int k = 0; k < 3; ++k) f->setNumber(TdynUniform::saDirection()->children()[k], dir[k]);
+        f->setMagnitude(mag);
+        return f;
+    }
+    // A client's element as a particle object would hand it over.
+    static void feed(TdynField* f, int element, T4dDblVectorArray p, T4dDblVectorArray v, TdoubleArray m,
+                     double dt = 1.0 / 24) {
+        auto* vs = f->fieldVs();
+        auto put = [&](Tattribute* a, Tdata d) {
+            TstandaloneValue value(a);
+            value.handle().set(d);
+            f->setCachedValue(Tplug(f, a, element), value.handle(), TdgContext::fsNormal);
+        };
+        put(&vs->inputPositions, makeData<TdataVectorArray>(std::move(p)));
+        put(&vs->inputVelocities, makeData<TdataVectorArray>(std::move(v)));
+        put(&vs->inputMass, makeData<TdataDoubleArray>(std::move(m)));
+        TstandaloneValue t(&vs->deltaTime);
+        t.handle().set(TanimTime(dt, kSeconds));
+        f->setCachedValue(Tplug(f, &vs->deltaTime, element), t.handle(), TdgContext::fsNormal);
+    }
+    static const T4dDblVectorArray* output(TdynField* f, int element, Tdata& keep) {
+        if (!f->getAttributeValue(&f->fieldVs()->outputForce, keep, element)) return nullptr;
+        auto* l = keep.as<TdataVectorArray>();
+        return l ? &l->array() : nullptr;
+    }
+    TmeshShape* meshWith(const std::vector<T4dDblVector>& points) {
+        auto* m = TmeshShape::cast(graph.createNode("mesh"));
+        TpolyMesh poly;
+        for (const T4dDblVector& p : points) poly.addPoint(p);
+        m->setMesh(poly);
+        return m;
+    }
+
+    TdependGraph graph;
+    TdependGraph* fPrevious = nullptr;
+};
+
+TEST_F(FieldFrameworkTest, EachClientElementGetsItsOwnOutput) {
+    TdynUniform* f = uniform();
+    feed(f, 0, {{0, 0, 0}, {1, 1, 1}}, {{}, {}}, {1, 1});
+    feed(f, 3, {{5, 0, 0}}, {{}}, {1});
+    Tdata a, b, c;
+    const T4dDblVectorArray* out0 = output(f, 0, a);
+    const T4dDblVectorArray* out3 = output(f, 3, b);
+    ASSERT_TRUE(out0 && out3);
+    ASSERT_EQ(out0->length(), 2u);
+    ASSERT_EQ(out3->length(), 1u);
+    EXPECT_EQ((*out0)[1], (T4dDblVector{0, 2, 0}));
+    EXPECT_EQ((*out3)[0], (T4dDblVector{0, 2, 0}));
+    // No input element 1: no output for it.
+    EXPECT_EQ(output(f, 1, c), nullptr);
+}
+
+TEST_F(FieldFrameworkTest, BadInputLeavesTheOldOutputAndZeroPointsGiveAnEmptyOne) {
+    TdynUniform* f = uniform();
+    feed(f, 0, {{0, 0, 0}}, {{}}, {1});
+    Tdata a;
+    ASSERT_NE(output(f, 0, a), nullptr);
+    // Unequal lengths: the earlier result stands.
+    feed(f, 0, {{0, 0, 0}, {1, 0, 0}}, {{}}, {1, 1});
+    Tdata b;
+    const T4dDblVectorArray* kept = output(f, 0, b);
+    ASSERT_NE(kept, nullptr);
+    EXPECT_EQ(kept->length(), 1u);
+    feed(f, 0, {}, {}, {});
+    Tdata c;
+    const T4dDblVectorArray* empty = output(f, 0, c);
+    ASSERT_NE(empty, nullptr);
+    EXPECT_EQ(empty->length(), 0u);
+}
+
+TEST_F(FieldFrameworkTest, TwoChainedFieldsAddAndAShortChainCountsAsZero) {
+    TdynUniform* first = uniform({1, 0, 0}, 1);
+    TdynUniform* second = uniform({0, 0, 1}, 3);
+    feed(first, 0, {{0, 0, 0}}, {{}}, {1});
+    feed(second, 0, {{0, 0, 0}, {2, 0, 0}}, {{}, {}}, {1, 1});
+    graph.connect(Tplug(first, &first->fieldVs()->outputForce, 0), Tplug(second, &second->fieldVs()->inputForce, 0));
+    Tdata keep;
+    const T4dDblVectorArray* out = output(second, 0, keep);
+    ASSERT_NE(out, nullptr);
+    ASSERT_EQ(out->length(), 2u);
+    EXPECT_EQ((*out)[0], (T4dDblVector{1, 0, 3}));
+    // The first field saw one point: the second point starts from zero.
+    EXPECT_EQ((*out)[1], (T4dDblVector{0, 0, 3}));
+}
+
+TEST_F(FieldFrameworkTest, QueryPathRefusesBadLengthsAndReplacesAForceArrayOfTheWrongLength) {
+    TdynUniform* f = uniform();
+    T4dDblVectorArray out;
+    EXPECT_EQ(f->getForceAtPoint({}, {}, {}, out, 0.1), -1);
+    EXPECT_EQ(f->getForceAtPoint({{0, 0, 0}, {1, 0, 0}}, {{0, 0, 0}}, {}, out, 0.1), -1);
+    // Right length: added to.
+    out = T4dDblVectorArray{{1, 1, 1}, {2, 2, 2}};
+    EXPECT_EQ(f->getForceAtPoint({{0, 0, 0}, {1, 0, 0}}, {}, {}, out, 0.1), 0);
+    EXPECT_EQ(out[0], (T4dDblVector{1, 3, 1}));
+    EXPECT_EQ(out[1], (T4dDblVector{2, 4, 2}));
+    // Wrong length: replaced.
+    out = T4dDblVectorArray{{7, 7, 7}};
+    EXPECT_EQ(f->getForceAtPoint({{0, 0, 0}, {1, 0, 0}}, {}, {}, out, 0.1), 0);
+    ASSERT_EQ(out.length(), 2u);
+    EXPECT_EQ(out[0], (T4dDblVector{0, 2, 0}));
+    EXPECT_DOUBLE_EQ(f->apiDeltaTime(), 0.1);
+
+    TdynPointReceptor r;
+    EXPECT_TRUE(TdynField::sForceFunction(&r, nullptr));
+    EXPECT_TRUE(TdynField::sForceFunction(nullptr, f));
+}
+
+TEST_F(FieldFrameworkTest, OwnersActFromEveryPointOrFromTheirCentroid) {
+    TmeshShape* mesh = meshWith({{0, 0, 0}, {2, 0, 0}, {4, 0, 0}});
+    TdynUniform* f = uniform();
+    std::string why;
+    ASSERT_TRUE(f->setOwner(mesh, why)) << why;
+    EXPECT_EQ(f->ownerShape(), mesh);
+    EXPECT_TRUE(TdynField::isFieldOwner(mesh));
+    // Per vertex: three sources, three times the push.
+    f->setApplyPerVertex(true);
+    T4dDblVectorArray out;
+    f->getForceAtPoint({{10, 0, 0}}, {}, {}, out, 0.1);
+    EXPECT_EQ(out[0], (T4dDblVector{0, 6, 0}));
+    // With a reach of 7 only the sources at 4 and (squared) within 7 of x = 10 count: 4 only.
+    f->setUseMaxDistance(true);
+    f->setMaxDistance(7);
+    out.clear();
+    f->getForceAtPoint({{10, 0, 0}}, {}, {}, out, 0.1);
+    EXPECT_EQ(out[0], (T4dDblVector{0, 2, 0}));
+
+    // From the centroid (2, 0, 0): a radial field pushes along p - centroid.
+    auto* radial = TdynRadial::cast(graph.createNode("radialField"));
+    radial->setMagnitude(1);
+    ASSERT_TRUE(radial->setOwner(mesh, why));
+    out.clear();
+    radial->getForceAtPoint({{2, 5, 0}}, {}, {}, out, 0.1);
+    EXPECT_EQ(out[0], (T4dDblVector{0, 5, 0}));
+
+    // An owner with no points and per-vertex on: no sources, no force.
+    TmeshShape* empty = meshWith({});
+    TdynUniform* g = uniform();
+    ASSERT_TRUE(g->setOwner(empty, why));
+    g->setApplyPerVertex(true);
+    out.clear();
+    g->getForceAtPoint({{0, 0, 0}}, {}, {}, out, 0.1);
+    EXPECT_EQ(out[0], T4dDblVector());
+
+    // Only shapes can own a field.
+    EXPECT_FALSE(g->setOwner(g, why));
+    EXPECT_NE(why.find("cannot own"), std::string::npos);
+}
+
+TEST_F(FieldFrameworkTest, VolumesGateThePointsWithExclusionAndOffset) {
+    auto* f = TdynGravity::cast(graph.createNode("gravityField"));
+    for (int k = 0; k < 3; ++k) f->setNumber(TdynGravity::saDirection()->children()[k], k == 1 ? -1 : 0);
+    const T4dDblVectorArray pts{{0.5, 0, 0}, {3, 0, 0}};
+    auto run = [&] {
+        T4dDblVectorArray out;
+        f->getForceAtPoint(pts, {}, {}, out, 0.1);
+        return std::pair<double, double>{out[0].y, out[1].y};
+    };
+    // Shape 0 with exclusion on: no test, every point.
+    f->setNumber(TdynField::saVolumeExclusion(), 1);
+    EXPECT_EQ(run(), (std::pair<double, double>{-1, -1}));
+    f->setVolumeShape(2);
+    EXPECT_EQ(run(), (std::pair<double, double>{0, -1}));
+    f->setNumber(TdynField::saVolumeExclusion(), 0);
+    EXPECT_EQ(run(), (std::pair<double, double>{-1, 0}));
+    // The offset moves the sphere in the field's own space, which is scaled by 2 here: centre at x = 6.
+    f->setNumber(f->attribute("scaleX"), 2);
+    f->setNumber(f->attribute("scaleY"), 2);
+    f->setNumber(f->attribute("scaleZ"), 2);
+    f->setNumber(f->attribute("volumeOffsetX"), 1.5);
+    EXPECT_EQ(run(), (std::pair<double, double>{0, -1}));
+    EXPECT_TRUE(f->applyVolumeField({3, 1.9, 0}));
+    EXPECT_FALSE(f->applyVolumeField({3, 2.1, 0}));
+    // The box covers the moved, scaled sphere.
+    const TboundingBox box = f->boundingBox();
+    EXPECT_NEAR(box.max.x, 5.02, 1e-9);
+    EXPECT_NEAR(box.min.y, -2.02, 1e-9);
+    // A torus takes the tube radius; the primitive is kept per shape.
+    f->setVolumeShape(5);
+    f->setNumber(TdynField::saSectionRadius(), 0.25);
+    auto* torus = dynamic_cast<TdynVolumeTorus*>(f->volumePrimitive());
+    ASSERT_NE(torus, nullptr);
+    EXPECT_EQ(torus->sectionRadius(), 0.25);
+    // The default sweep, 6.28319 rad, is a whole turn, not the 0.0003 degrees past it.
+    EXPECT_EQ(torus->sweep(), 360);
+    EXPECT_TRUE(f->applyVolumeField({3, 0.2, 2})); // local (0, 0.1, 1), on the ring
+    f->setNumber(TdynField::saVolumeSweep(), 3.14159265358979);
+    EXPECT_NEAR(dynamic_cast<TdynVolumeTorus*>(f->volumePrimitive())->sweep(), 180, 1e-9);
+}
+
+} // namespace
