@@ -11,10 +11,13 @@
 
 namespace {
 
+// range(1): forces in world space (the default), which brings each force
+// through the inverse world matrix.
 void BM_ParticleStep(benchmark::State& state) {
     const unsigned n = static_cast<unsigned>(state.range(0));
     Tsession session;
-    session.runText("particle -n p; setAttr pShape.forcesInWorld 0;", "bench", false);
+    session.runText(state.range(1) ? "particle -n p;" : "particle -n p; setAttr pShape.forcesInWorld 0;", "bench",
+                    false);
     auto* p = TdynParticleShape::cast(session.graph().findNode("pShape"));
     T4dDblVectorArray points(n);
     for (unsigned i = 0; i < n; ++i) points[i] = {double(i % 100), double(i / 100 % 100), double(i / 10000)};
@@ -70,6 +73,11 @@ void BM_PlainSoAStep(benchmark::State& state) {
 
 } // namespace
 
-BENCHMARK(BM_ParticleStep)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ParticleStep)
+    ->Args({100'000, 0})
+    ->Args({1'000'000, 0})
+    ->Args({100'000, 1})
+    ->Args({1'000'000, 1})
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_PlainSoAStep)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::kMillisecond);
 BENCHMARK_MAIN();

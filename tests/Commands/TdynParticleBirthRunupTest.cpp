@@ -401,3 +401,25 @@ TEST_F(ParticleMoreTest, PerParticleLifespansDecideInModeThree) {
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(ParticleMoreTest, SavedStatesKeepTheirAgesAtTheStart) {
+    ASSERT_TRUE(run("particle -n p -p 0 0 0; currentTime 5; saveInitialState p; currentTime 6; currentTime 1;"));
+    TdynParticleShape* p = shape("pShape");
+    // Born at frame 1 and saved at frame 5: four frames old at the start.
+    const double fourFrames = TanimTime(5.0, kCurrentFrameUnit).seconds() - TanimTime(1.0, kCurrentFrameUnit).seconds();
+    EXPECT_NEAR(num(p, "age", 0), fourFrames, 1e-15);
+}
+
+TEST_F(ParticleMoreTest, DeletedObjectsLeaveTimeAloneAndComeBackWithUndo) {
+    ASSERT_TRUE(run("particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv 24 0 0 p; currentTime 3;"
+                    "delete p; currentTime 4; currentUnit -time pal; currentUnit -time film; undo; undo; undo;"));
+    TdynParticleShape* p = shape("pShape");
+    ASSERT_NE(p, nullptr);
+    frame(5);
+    // The object steps on from where it stood when it was deleted.
+    EXPECT_EQ(vec(p, "position", 0).x, 4.0);
+}
+
+} // namespace
