@@ -362,6 +362,8 @@ void TdynParticleShape::evaluateEuler(T4dDblVectorArray& position, T4dDblVectorA
 
     T4dDblMatrix M;
     if (forcesInWorld) M = TdynStatic::matrixWithoutTranslation(worldMatrix).inverse();
+    // An object without rotation or scale needs no product per particle.
+    if (forcesInWorld && M.isIdentity(0.0)) forcesInWorld = false;
 
     const T4dDblVector* f = force.data();
     T4dDblVectorArray padded;
