@@ -268,9 +268,12 @@ protected:
         }
         TdependGraph& g = TdependGraph::current();
         if (!fNodes.empty()) {
-            // Redo after undo: the same nodes come back.
-            for (auto& n : fDetached) g.reattachNode(std::move(n));
+            // Redo after undo: the same nodes come back, parented and following time again.
+            for (auto it = fDetached.rbegin(); it != fDetached.rend(); ++it) g.reattachNode(std::move(*it));
             fDetached.clear();
+            auto* shape = TdynParticleShape::cast(fNodes[1]);
+            shape->setParentObject(TdagObject::cast(fNodes[0]));
+            connectTime(shape);
             return 0;
         }
         TdynGlobals::activeGlobalsNode(true);
@@ -281,7 +284,7 @@ protected:
         auto* shape = TdynParticleShape::cast(g.createNode("particle", shapeName));
         shape->setParentObject(xf);
         auto* vs = TdynParticleShape::sVsData();
-        g.connect(g.timeNode()->outTimePlug(), Tplug(shape, vs->currentTime));
+        connectTime(shape);
         const double start = TanimInfo::currAnimInfo().startTime().valueInThisUnit(kCurrentFrameUnit);
         writeNumber(shape, vs->startFrame, start);
         if (fConserveSet) writeNumber(shape, vs->conserve, fConserve);
@@ -302,6 +305,13 @@ protected:
         TdependGraph& g = TdependGraph::current();
         for (auto it = fNodes.rbegin(); it != fNodes.rend(); ++it) fDetached.push_back(g.detachNode(*it));
         return 0;
+    }
+
+    static void connectTime(TdynParticleShape* shape) {
+        TdependGraph& g = TdependGraph::current();
+        auto* vs = TdynParticleShape::sVsData();
+        if (shape->inputSource(vs->currentTime, -1).isNull())
+            g.connect(g.timeNode()->outTimePlug(), Tplug(shape, vs->currentTime));
     }
 
     static void writeNumber(TdependNode* node, const Tattribute* a, double v) {

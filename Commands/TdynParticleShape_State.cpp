@@ -4,6 +4,7 @@
 #include "Commands/TdynParticleShape.h"
 
 #include "Host/Command/TcommandEngine.h"
+#include "Host/Graph/TdnTime.h"
 #include "Host/Time/TanimInfo.h"
 #include "Host/Time/TtimeEvents.h"
 
@@ -38,6 +39,13 @@ TdynParticleShape::~TdynParticleShape() {
 
 void TdynParticleShape::postConstructor() {
     initializePrivateData();
+    // Simulations follow the scene's time from the moment they are made.
+    if (TdependGraph::hasCurrent() && isInGraph()) {
+        TdependGraph& g = TdependGraph::current();
+        const Tplug timePlug(this, sVsData()->currentTime);
+        if (TdnTime* t = g.timeNode(); t && t != static_cast<TdependNode*>(this) && inputSource(sVsData()->currentTime, -1).isNull())
+            g.connect(t->outTimePlug(), timePlug);
+    }
     TtimeEvents::timeChanged().addClient(&fTimeChangeClient);
     TtimeEvents::timeUnitChanged().addClient(&fUnitClient);
     TtimeEvents::rangeChanged().addClient(&fRangeClient);

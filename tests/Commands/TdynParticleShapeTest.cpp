@@ -129,6 +129,15 @@ TEST_F(ParticleTest, ParticleCommandMakesObjectsFromPointsGridsAndJitter) {
     EXPECT_EQ(shape("jShape"), nullptr);
     ASSERT_TRUE(run("redo;"));
     EXPECT_EQ(shape("jShape"), j);
+    // ... under its transform, still following time.
+    EXPECT_EQ(TdagObject::cast(j)->parentObject(), TdagObject::cast(session.graph().findNode("j")));
+    ASSERT_TRUE(run("setParticleAttr -at velocity -vv 24 0 0 j;"));
+    const double x = pos(j, 0).x;
+    frame(2);
+    EXPECT_EQ(pos(j, 0).x, x + 1);
+    // A particle node made by hand follows time too.
+    ASSERT_TRUE(run("createNode particle -n loose;"));
+    EXPECT_FALSE(shape("loose")->inputSource(TdynParticleShape::sVsData()->currentTime, -1).isNull());
 }
 
 // ---- the integrator ----
