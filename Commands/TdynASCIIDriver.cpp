@@ -1,4 +1,5 @@
 #include "Commands/TdynExportDriver.h"
+#include "Host/Command/TcommandEngine.h"
 
 #include <charconv>
 #include <cmath>
@@ -89,10 +90,10 @@ int TdynASCIIDriver::writeFrame(std::ostream& file, const TdynExportFrame& frame
         if (text.size() > (1u << 16)) { // write in blocks, not the whole file at once
             file.write(text.data(), static_cast<std::streamsize>(text.size()));
             text.clear();
-            if (!file) return fail("writing the data failed at particle " + std::to_string(i));
+            if (!file) return fail(TmessageTable::text(4716) + "at particle " + std::to_string(i));
         }
     }
     file.write(text.data(), static_cast<std::streamsize>(text.size()));
-    if (!file) return fail("writing the data failed");
+    if (!file) return fail(TmessageTable::text(4716) + "at the end of the file");
     return 0;
 }

@@ -2,6 +2,7 @@
 
 #include "Commands/TdynPDCDriver.h"
 #include "Commands/TdynParticleShape.h"
+#include "Host/Command/TcommandEngine.h"
 #include "Host/Graph/TdependGraph.h"
 
 #include <algorithm>
@@ -55,7 +56,7 @@ int TdynExportDriver::writeAttributes(std::ostream& file, TdynParticleShape& obj
                                       const std::vector<Tstring>& names) {
     TdynExportFrame frame;
     Tstring why;
-    if (!frame.gather(object, names, why)) return fail(why);
+    if (!frame.gather(object, names, why)) return fail(TmessageTable::text(4715) + why);
     return writeFrame(file, frame);
 }
 

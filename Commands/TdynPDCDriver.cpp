@@ -1,5 +1,7 @@
 #include "Commands/TdynPDCDriver.h"
 
+#include "Host/Command/TcommandEngine.h"
+
 #include <bit>
 #include <cstring>
 #include <ostream>
@@ -132,8 +134,8 @@ int TdynPDCDriver::writeFrame(std::ostream& file, const TdynExportFrame& frame) 
             sink->doubles(reinterpret_cast<const double*>(c.vectors), c.length * 3, n * 3);
             break;
         }
-        if (!sink->good()) return fail("writing failed at record '" + c.name + "'");
+        if (!sink->good()) return fail(TmessageTable::text(4716) + "at record '" + c.name + "'");
     }
-    if (!sink->flush()) return fail("writing failed at the end of the file");
+    if (!sink->flush()) return fail(TmessageTable::text(4716) + "at the end of the file");
     return 0;
 }

@@ -1,4 +1,5 @@
 #include "Commands/TdynExportDriver.h"
+#include "Host/Command/TcommandEngine.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -98,8 +99,8 @@ int TdynZPDDriver::writeFrame(std::ostream& file, const TdynExportFrame& frame) 
             }
         }
         file.write(out.data(), static_cast<std::streamsize>(out.size()));
-        if (!file) return fail("writing the data failed at '" + c->name + "'");
+        if (!file) return fail(TmessageTable::text(4716) + "at '" + c->name + "'");
     }
-    if (!file) return fail("writing the data failed");
+    if (!file) return fail(TmessageTable::text(4716) + "at the end of the file");
     return 0;
 }
