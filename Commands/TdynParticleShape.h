@@ -169,6 +169,15 @@ public:
     void copyParticleAttribute(const Tattribute* from, TdataBlock& blockFrom, const Tattribute* to,
                                TdataBlock& blockTo);
     void clampParticleAttribute(const Tattribute* attr, unsigned n, TdataBlock& block);
+    void shiftDoubleAttributeValues(const Tattribute* attr, double amount);
+    void shiftVectorAttributeValues(const Tattribute* attr, const T4dDblVector& amount);
+    // mass0 and mass, birthTime0 and birthTime, brought to the initial count with their defaults.
+    void allocateMassAttribute(TdataBlock& block);
+    void allocateBirthTimeAttribute(TdataBlock& block);
+    // Appends a scene object's points (world space) to the initial state; false if it has none.
+    bool addFromDagObject(TdagObject* object);
+    // Moving one particle by hand is not offered: the arrays are the interface.
+    void moveParticle(unsigned, const T4dDblVector&) {}
     void allocateAndFillDouble(const Tattribute* attr, unsigned n, double value, TdataBlock& block);
     void allocateAndFillVector(const Tattribute* attr, unsigned n, const T4dDblVector& value, TdataBlock& block);
     bool hasNonExprInputConnection(const Tattribute* attr) const;

@@ -4,6 +4,7 @@
 #include "Commands/TdynParticleShape.h"
 
 #include "Host/Command/TcommandEngine.h"
+#include "Host/Data/TdataGeometry.h"
 
 #include <cfloat>
 #include <cmath>
@@ -144,6 +145,61 @@ void TdynParticleShape::clampParticleAttribute(const Tattribute* attr, unsigned 
         return;
     }
     h.set(d);
+}
+
+void TdynParticleShape::shiftDoubleAttributeValues(const Tattribute* attr, double amount) {
+    TdataHandle h = normalBlock().outputValue(attr);
+    Tdata d = std::move(h.data());
+    if (d.as<TdataDoubleArray>()) {
+        d.makeWriter();
+        for (double& x : d.as<TdataDoubleArray>()->array()) x += amount;
+    }
+    normalBlock().outputValue(attr).set(d);
+}
+
+void TdynParticleShape::shiftVectorAttributeValues(const Tattribute* attr, const T4dDblVector& amount) {
+    TdataHandle h = normalBlock().outputValue(attr);
+    Tdata d = std::move(h.data());
+    if (d.as<TdataVectorArray>()) {
+        d.makeWriter();
+        for (T4dDblVector& x : d.as<TdataVectorArray>()->array()) x += amount;
+    }
+    normalBlock().outputValue(attr).set(d);
+}
+
+void TdynParticleShape::allocateMassAttribute(TdataBlock& block) {
+    auto* vs = sVsData();
+    const unsigned n = initialCount();
+    TdoubleArray* m0 = doubleArrayReference(vs->mass0);
+    if (!m0 || m0->length() != n) clampParticleAttribute(vs->mass0, n, block);
+    TdoubleArray* m = doubleArrayReference(vs->mass);
+    if ((!m || m->length() != n) && !hasNonExprInputConnection(vs->mass)) clampParticleAttribute(vs->mass, n, block);
+}
+
+void TdynParticleShape::allocateBirthTimeAttribute(TdataBlock& block) {
+    auto* vs = sVsData();
+    const unsigned n = initialCount();
+    TdoubleArray* b0 = doubleArrayReference(vs->birthTime0);
+    if (!b0 || b0->length() != n) clampParticleAttribute(vs->birthTime0, n, block);
+    TdoubleArray* b = doubleArrayReference(vs->birthTime);
+    if (!b || b->length() != n) clampParticleAttribute(vs->birthTime, n, block);
+}
+
+bool TdynParticleShape::addFromDagObject(TdagObject* object) {
+    if (!object) return false;
+    T4dDblVectorArray points;
+    for (TdagObject* s : TdynStatic::getShapes(object)) {
+        Tdata g;
+        if (auto* mesh = TmeshShape::cast(s)) mesh->getAttributeValue(&TmeshShape::sVsData()->worldMesh, g);
+        else if (auto* curve = TcurveShape::cast(s)) curve->getAttributeValue(&TcurveShape::sVsData()->worldSpace, g);
+        if (auto* geo = g.as<TdataGeometry>())
+            for (TgeometryIterator it = geo->iterator(); !it.isDone(); it.next()) points.addLast(it.point());
+    }
+    if (points.length() == 0) return false;
+    // World points into this object's space.
+    TdynStatic::transformVectorArrayByMatrix(points, worldMatrix().inverse(), true);
+    addParticles(points);
+    return true;
 }
 
 Tattribute* TdynParticleShape::perParticleAttribute(const Tstring& name) const {

@@ -423,3 +423,34 @@ TEST_F(ParticleMoreTest, DeletedObjectsLeaveTimeAloneAndComeBackWithUndo) {
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(ParticleMoreTest, InitialStateHelpers) {
+    ASSERT_TRUE(run("particle -n p; setAttr p.translate 0 10 0; polyPlane -n plane -w 2 -h 2 -sx 1 -sy 1;"
+                    "setAttr plane.translate 5 0 0;"));
+    TdynParticleShape* p = shape("pShape");
+    auto* vs = TdynParticleShape::sVsData();
+    ASSERT_TRUE(p->addFromDagObject(TdagObject::cast(session.graph().findNode("plane"))));
+    ASSERT_EQ(p->initialCount(), 4u);
+    // The plane's world points, seen from an object 10 units up.
+    for (unsigned i = 0; i < 4; ++i) {
+        EXPECT_NEAR(std::fabs(vec(p, "position0", i).x - 5), 1, 1e-12);
+        EXPECT_EQ(vec(p, "position0", i).y, -10);
+    }
+    EXPECT_FALSE(p->addFromDagObject(TdagObject::cast(session.graph().findNode("p"))));
+    p->shiftVectorAttributeValues(vs->position0, {0, 10, 0});
+    EXPECT_EQ(vec(p, "position0", 0).y, 0);
+    p->shiftDoubleAttributeValues(vs->mass0, 2);
+    EXPECT_EQ(num(p, "mass0", 3), 3);
+    // A short mass array is brought back to the count with the default.
+    setData<TdataDoubleArray>(p, vs->mass0, TdoubleArray{5});
+    p->allocateMassAttribute(p->normalBlock());
+    EXPECT_EQ(num(p, "mass0", 0), 5);
+    EXPECT_EQ(num(p, "mass0", 3), 1);
+    setData<TdataDoubleArray>(p, vs->birthTime0, TdoubleArray{});
+    p->allocateBirthTimeAttribute(p->normalBlock());
+    EXPECT_EQ(num(p, "birthTime0", 2), TanimTime(1.0, kCurrentFrameUnit).seconds());
+}
+
+} // namespace
