@@ -454,3 +454,45 @@ TEST_F(ParticleMoreTest, InitialStateHelpers) {
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(ParticleMoreTest, ATimeWarpOnCurrentTimeBendsTheSimulation) {
+    // currentTime driven at half speed: frame 25 of the scene is frame 13 of the simulation.
+    ASSERT_TRUE(run("particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv 24 0 0 p;"
+                    "createNode transform -n warp;"
+                    "setKeyframe -t 1 -v (1.0 / 24) -itt linear -ott linear warp.translateX;"
+                    "setKeyframe -t 25 -v (13.0 / 24) -itt linear -ott linear warp.translateX;"
+                    "connectAttr -f warp.translateX pShape.currentTime;"));
+    TdynParticleShape* p = shape("pShape");
+    for (int f = 2; f <= 25; ++f) frame(f);
+    // Twelve frames of simulated time at 24 units a second; each step is half a frame.
+    EXPECT_NEAR(vec(p, "position", 0).x, 12.0, 1e-9);
+}
+
+TEST_F(ParticleMoreTest, MoreBadInputLeavesEverythingAsItWas) {
+    ASSERT_TRUE(run("particle -n p -p 0 0 0; createNode transform -n t;"));
+    TdynParticleShape* p = shape("pShape");
+    struct Case {
+        const char* script;
+        const char* says;
+    } cases[] = {{"emit -object p;", "give at least one -position"},
+                 {"emit -object p -pos 1 1 1 -at mass;", "-attribute mass needs 1 -floatValue"},
+                 {"emit -object p -pos 1 1 1 -at nothere -fv 1;", "'nothere' is not a per-particle attribute"},
+                 {"addPP -atr \"a b\" p;", "is not a valid attribute name"},
+                 {"addPP -atr opacityPP t;", "'t' is not a particle object"},
+                 {"saveInitialState -atr bogus p;", "'bogus' is not a per-particle attribute"},
+                 {"getParticleAttr -at position p.pt[x];", "is not a particle or particle component"},
+                 {"getParticleAttr p;", "give the attribute with -attribute"},
+                 {"setParticleAttr -at mass p;", "give a value with -floatValue or -vectorValue"}};
+    for (const Case& c : cases) {
+        errors.str("");
+        EXPECT_FALSE(run(c.script)) << c.script;
+        EXPECT_NE(errors.str().find(c.says), std::string::npos) << c.script << "\n" << errors.str();
+    }
+    EXPECT_EQ(p->countNoCompute(), 1u);
+    EXPECT_EQ(p->attribute("opacityPP"), nullptr);
+    EXPECT_EQ(num(p, "mass", 0), 1.0);
+}
+
+} // namespace
