@@ -84,6 +84,8 @@ class BodySystem {
   // zero. At 1/s a creep below the sliding threshold would sit inside the
   // solver's dead zone for ever; one nominal step (1/0.03 s) removes it.
   double tangential_gain = 1 / 0.03;
+  // Time (s) over which a resting contact's depth is brought back to zero.
+  double stabiliser_time = 0.3;
   llist<void> link_trees;
 
   // Interpenetrating pairs seen at their first meeting, by atomic shape pair

@@ -196,7 +196,12 @@ void Contact::rhs(double* r)
       if (!frictionless) r[1] = r[2] = 0;
       break;
     default: {
-      double b = vn >= 0.1 * T ? 0 : -(2 * vn + distance) * stabilising;
+      // Critically damped return to the surface over the system's
+      // stabiliser time: at one second the solver's dead zone (a quarter of
+      // the band per second squared) would let a loaded corner rest 5 mm deep,
+      // and a tall stack lean by that much at its base.
+      const double tau = system->stabiliser_time;
+      double b = vn >= 0.1 * T ? 0 : -(2 * vn / tau + distance / (tau * tau)) * stabilising;
       r[0] = (b - velocity_product(normal)) * s;
       if (!frictionless) {
         const double g = stabilising * system->tangential_gain;

@@ -683,7 +683,7 @@ bool Inductive::pivot_loop(bool from_warm)
   compute_a();
 
   int d = next_violated(-1);
-  int driving = -1, count = 0;
+  int driving = -1, count = 0, total = 0;
   while (d != -1) {
     if (s_.type[d] == ROW_BILATERAL) {
       internal_error("induction: can't work on BILATERAL constraint");
@@ -697,12 +697,14 @@ bool Inductive::pivot_loop(bool from_warm)
       st_[d] = c > 1e-4 ? ST_DRIVE : (c >= -1e-4 ? ST_EDGE : ST_OVER);
     }
     // The count is per driving row: a big island legitimately needs many
-    // pivots in all, but one row needing this many is cycling.
+    // pivots in all, but one row needing this many is cycling. Cycling among
+    // rows is caught by a bound on the whole: each row enters and leaves a
+    // couple of times at most in a healthy solve.
     if (d != driving) {
       driving = d;
       count = 0;
     }
-    if (++count > 200) return false;
+    if (++count > 200 || ++total > 2 * n_ + 200) return false;
     ++report.pivots;
     ++totals.pivots;
     rebasis();
@@ -862,7 +864,7 @@ void solve_constraint_force(BodySystem& sys, const matrix& Am, const mvector& r,
   states.resize(size_t(n));
   mu.resize(size_t(n));
   bneg.resize(size_t(n));
-  bool any_friction = false, all_satisfied = true, all_valid = true;
+  bool any_friction = false, all_satisfied = true, any_valid = false;
   for (int i = 0; i < n; ++i) {
     type[size_t(i)] = types ? types[i] : ROW_UNILATERAL;
     mu[size_t(i)] = mus ? mus[i] : 0;
@@ -871,17 +873,16 @@ void solve_constraint_force(BodySystem& sys, const matrix& Am, const mvector& r,
   if (list) {
     for (Constraint* c : *list) {
       const int dim = c->dimension();
-      if (!c->state_valid) all_valid = false;
+      // A constraint new to the island starts free; the others seed the warm start.
+      if (c->state_valid) any_valid = true;
       for (int k = 0; k < dim; ++k) {
         const int i = c->index + k;
         type[size_t(i)] = c->row_type(k);
         mu[size_t(i)] = c->row_mu(k);
-        states[size_t(i)] = c->states[size_t(k)];
-        x[i] = c->lambda[k];
+        states[size_t(i)] = c->state_valid ? c->states[size_t(k)] : int(ST_FREE);
+        x[i] = c->state_valid ? c->lambda[k] : 0;
       }
     }
-  } else {
-    all_valid = false;
   }
   for (int i = 0; i < n; ++i) {
     const int t = type[size_t(i)];
@@ -961,7 +962,7 @@ void solve_constraint_force(BodySystem& sys, const matrix& Am, const mvector& r,
         s.symmetric = false;
         break;
       }
-  const bool warm = all_valid && !no_store;
+  const bool warm = any_valid && !no_store;
   if (!warm)
     for (int i = 0; i < n; ++i) x[i] = 0;
   inductive_solve(sys, s, warm, x.data(), states.data());
