@@ -11,59 +11,64 @@
 namespace {
 
 // Runs frames of a scene that has settled for a second first.
-void run_frames(benchmark::State& state, const char* name, int count)
-{
-  auto scene = rigid_scenes::make_scene(name, count);
-  scene->advance_to(1.0);
-  int frame = 24;
-  long rows = 0;
-  for (auto _ : state) {
-    ++frame;
-    scene->advance_to(frame / 24.0);
-    rows += scene->sys->rows_solved.step;
-  }
-  state.counters["contacts"] = scene->sys->contacts.size();
-  state.counters["bodies"] = double(scene->movers.size());
-  state.counters["maxmove"] = scene->max_move();
+void run_frames(benchmark::State& state, const char* name, int count) {
+    auto scene = rigid_scenes::make_scene(name, count);
+    scene->advance_to(1.0);
+    int frame = 24;
+    long rows = 0;
+    for (auto _ : state) {
+        ++frame;
+        scene->advance_to(frame / 24.0);
+        rows += scene->sys->rows_solved.step;
+    }
+    state.counters["contacts"] = scene->sys->contacts.size();
+    state.counters["bodies"] = double(scene->movers.size());
+    state.counters["maxmove"] = scene->max_move();
 }
 
-void BM_pyramid_frame(benchmark::State& state) { run_frames(state, "pyramid", 10); }
-void BM_pile_frame(benchmark::State& state) { run_frames(state, "pile", int(state.range(0))); }
+void BM_pyramid_frame(benchmark::State& state) {
+    run_frames(state, "pyramid", 10);
+}
+void BM_pile_frame(benchmark::State& state) {
+    run_frames(state, "pile", int(state.range(0)));
+}
 
 // The plainest loop over the same arithmetic: Gaussian elimination of a dense
 // symmetric positive definite system of n rows (what one cold island solve
 // amounts to if every row were active).
-void BM_dense_solve(benchmark::State& state)
-{
-  const int n = int(state.range(0));
-  const size_t nn = static_cast<size_t>(n);
-  std::vector<double> A0(nn * nn), A(nn * nn), b0(nn), b(nn);
-  for (int i = 0; i < n; ++i) {
-    for (int j = 0; j < n; ++j) A0[size_t(i) * n + j] = (i == j ? 2.0 : 0.0) + 1.0 / (1 + std::abs(i - j));
-    b0[size_t(i)] = 1;
-  }
-  for (auto _ : state) {
-    A = A0;
-    b = b0;
-    for (int k = 0; k < n; ++k) {
-      const double* rk = &A[size_t(k) * n];
-      for (int i = k + 1; i < n; ++i) {
-        double* ri = &A[size_t(i) * n];
-        const double f = ri[k] / rk[k];
-        for (int j = k; j < n; ++j) ri[j] -= f * rk[j];
-        b[size_t(i)] -= f * b[size_t(k)];
-      }
+void BM_dense_solve(benchmark::State& state) {
+    const int n = int(state.range(0));
+    const size_t nn = static_cast<size_t>(n);
+    std::vector<double> A0(nn * nn), A(nn * nn), b0(nn), b(nn);
+    for (int i = 0; i < n; ++i) {
+        for (int j = 0; j < n; ++j)
+            A0[size_t(i) * n + j] = (i == j ? 2.0 : 0.0) + 1.0 / (1 + std::abs(i - j));
+        b0[size_t(i)] = 1;
     }
-    for (int k = n - 1; k >= 0; --k) {
-      double s = b[size_t(k)];
-      for (int j = k + 1; j < n; ++j) s -= A[size_t(k) * n + j] * b[size_t(j)];
-      b[size_t(k)] = s / A[size_t(k) * n + k];
+    for (auto _ : state) {
+        A = A0;
+        b = b0;
+        for (int k = 0; k < n; ++k) {
+            const double* rk = &A[size_t(k) * n];
+            for (int i = k + 1; i < n; ++i) {
+                double* ri = &A[size_t(i) * n];
+                const double f = ri[k] / rk[k];
+                for (int j = k; j < n; ++j)
+                    ri[j] -= f * rk[j];
+                b[size_t(i)] -= f * b[size_t(k)];
+            }
+        }
+        for (int k = n - 1; k >= 0; --k) {
+            double s = b[size_t(k)];
+            for (int j = k + 1; j < n; ++j)
+                s -= A[size_t(k) * n + j] * b[size_t(j)];
+            b[size_t(k)] = s / A[size_t(k) * n + k];
+        }
+        benchmark::DoNotOptimize(b.data());
     }
-    benchmark::DoNotOptimize(b.data());
-  }
 }
 
-}  // namespace
+} // namespace
 
 BENCHMARK(BM_pyramid_frame)->Unit(benchmark::kMillisecond)->Iterations(24);
 BENCHMARK(BM_pile_frame)->Arg(100)->Arg(300)->Unit(benchmark::kMillisecond)->Iterations(24);

@@ -5,8 +5,7 @@
 // p a q = l u with complete pivoting and early exit: at each stage the first
 // column whose best entry reaches the tolerance is used. Returns the numerical
 // rank. l, u, p, q may be null and are then sized here.
-int lu_decomp(const matrix& a, matrix& l, matrix& u, permutation& p, permutation& q,
-              double tolerance);
+int lu_decomp(const matrix& a, matrix& l, matrix& u, permutation& p, permutation& q, double tolerance);
 
 // q a p = r by Householder reflections with column pivoting (largest remaining
 // norm first). Returns the numerical rank; at a column below the tolerance the

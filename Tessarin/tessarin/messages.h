@@ -17,4 +17,4 @@ void warning(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
 void internal_error(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
 void user_error(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
 
-}  // namespace tessarin
+} // namespace tessarin

@@ -16,567 +16,544 @@ namespace {
 const double inf = std::numeric_limits<double>::infinity();
 
 // World centre, radius and local centre of a sphere or a point.
-void round_shape(const Shape* s, triple& world, double& r, triple& local)
-{
-  if (s->shape_type == SHAPE_SPHERE) {
-    const CSphere* c = static_cast<const CSphere*>(s);
-    world = c->world_centre;
-    r = c->radius;
-    local = c->centre;
-  } else {
-    const CorPoint* p = static_cast<const CorPoint*>(s);
-    world = p->world_point;
-    r = 0;
-    local = p->point;
-  }
+void round_shape(const Shape* s, triple& world, double& r, triple& local) {
+    if (s->shape_type == SHAPE_SPHERE) {
+        const CSphere* c = static_cast<const CSphere*>(s);
+        world = c->world_centre;
+        r = c->radius;
+        local = c->centre;
+    } else {
+        const CorPoint* p = static_cast<const CorPoint*>(s);
+        world = p->world_point;
+        r = 0;
+        local = p->point;
+    }
 }
 
-}  // namespace
+} // namespace
 
-Separator::Separator(BodySystem* sys, Shape* a, Shape* b) : Obstacle(sys), shape1(a), shape2(b)
-{
-  body1 = a->body;
-  body2 = b->body;
-  tolerance = sys->tolerance;
+Separator::Separator(BodySystem* sys, Shape* a, Shape* b) : Obstacle(sys), shape1(a), shape2(b) {
+    body1 = a->body;
+    body2 = b->body;
+    tolerance = sys->tolerance;
 }
 
-Separator::~Separator() { drop_contacts(); }
-
-void Separator::drop_contacts()
-{
-  for (Contact* c : contacts) {
-    c->owner = nullptr;
-    system->remove_contact(c);
-  }
-  contacts.clear();
+Separator::~Separator() {
+    drop_contacts();
 }
 
-bool Separator::listed() const { return system->overlap_table.find(shape1, shape2); }
-
-bool Separator::refit(bool& clear, double& distance)
-{
-  if (!valid) return false;
-  double d = evaluate_distance();
-  if (d > tolerance) {
-    clear = true;
-    distance = d;
-    return true;
-  }
-  return false;
+void Separator::drop_contacts() {
+    for (Contact* c : contacts) {
+        c->owner = nullptr;
+        system->remove_contact(c);
+    }
+    contacts.clear();
 }
 
-Contact* Separator::find_same(const triple& p1, const triple& p2, const triple& n) const
-{
-  for (Contact* c : contacts)
-    if (c->same_as(p1, p2, n)) return c;
-  return nullptr;
+bool Separator::listed() const {
+    return system->overlap_table.find(shape1, shape2);
 }
 
-void Separator::keep(Contact* c)
-{
-  c->seen = true;
-  if (c->owner == this) return;
-  c->owner = this;
-  contacts.push_back(c);
-  system->register_contact(c);
+bool Separator::refit(bool& clear, double& distance) {
+    if (!valid) return false;
+    double d = evaluate_distance();
+    if (d > tolerance) {
+        clear = true;
+        distance = d;
+        return true;
+    }
+    return false;
+}
+
+Contact* Separator::find_same(const triple& p1, const triple& p2, const triple& n) const {
+    for (Contact* c : contacts)
+        if (c->same_as(p1, p2, n)) return c;
+    return nullptr;
+}
+
+void Separator::keep(Contact* c) {
+    c->seen = true;
+    if (c->owner == this) return;
+    c->owner = this;
+    contacts.push_back(c);
+    system->register_contact(c);
 }
 
 // ---------------------------------------------------------------- spheres and points
 
-Separator* SphereSphereSeparator::clone() const
-{
-  auto* s = new SphereSphereSeparator(*this);
-  s->contacts.clear();
-  return s;
+Separator* SphereSphereSeparator::clone() const {
+    auto* s = new SphereSphereSeparator(*this);
+    s->contacts.clear();
+    return s;
 }
 
-Separator* PointSphereSeparator::clone() const
-{
-  auto* s = new PointSphereSeparator(*this);
-  s->contacts.clear();
-  return s;
+Separator* PointSphereSeparator::clone() const {
+    auto* s = new PointSphereSeparator(*this);
+    s->contacts.clear();
+    return s;
 }
 
-double SphereSphereSeparator::evaluate_distance()
-{
-  shape1->refresh();
-  shape2->refresh();
-  triple c1, c2, l;
-  double r1, r2;
-  round_shape(shape1, c1, r1, l);
-  round_shape(shape2, c2, r2, l);
-  return (c1 - c2).length() - (r1 + r2);
+double SphereSphereSeparator::evaluate_distance() {
+    shape1->refresh();
+    shape2->refresh();
+    triple c1, c2, l;
+    double r1, r2;
+    round_shape(shape1, c1, r1, l);
+    round_shape(shape2, c2, r2, l);
+    return (c1 - c2).length() - (r1 + r2);
 }
 
-bool SphereSphereSeparator::fit(bool& clear, double& distance)
-{
-  distance = evaluate_distance();
-  clear = distance > tolerance;
-  if (distance < -tolerance) return false;
-  valid = true;
-  return true;
+bool SphereSphereSeparator::fit(bool& clear, double& distance) {
+    distance = evaluate_distance();
+    clear = distance > tolerance;
+    if (distance < -tolerance) return false;
+    valid = true;
+    return true;
 }
 
-void SphereSphereSeparator::make_contact()
-{
-  triple c1, c2, l1, l2;
-  double r1, r2;
-  round_shape(shape1, c1, r1, l1);
-  round_shape(shape2, c2, r2, l2);
-  if (!contacts.empty()) {
-    keep(contacts.front());
-    return;
-  }
-  Contact* c = shape1->shape_type == SHAPE_POINT
-                   ? new PointSphereContact(system, body1, body2, l1, r1, l2, r2)
-                   : new SphereSphereContact(system, body1, body2, l1, r1, l2, r2);
-  keep(c);
+void SphereSphereSeparator::make_contact() {
+    triple c1, c2, l1, l2;
+    double r1, r2;
+    round_shape(shape1, c1, r1, l1);
+    round_shape(shape2, c2, r2, l2);
+    if (!contacts.empty()) {
+        keep(contacts.front());
+        return;
+    }
+    Contact* c = shape1->shape_type == SHAPE_POINT
+                     ? new PointSphereContact(system, body1, body2, l1, r1, l2, r2)
+                     : new SphereSphereContact(system, body1, body2, l1, r1, l2, r2);
+    keep(c);
 }
 
-Separator* PointPointSeparator::clone() const
-{
-  auto* s = new PointPointSeparator(*this);
-  s->contacts.clear();
-  return s;
+Separator* PointPointSeparator::clone() const {
+    auto* s = new PointPointSeparator(*this);
+    s->contacts.clear();
+    return s;
 }
 
-double PointPointSeparator::evaluate_distance()
-{
-  internal_error("PointPointSeparator::evaluate_distance: called");
-  return inf;
+double PointPointSeparator::evaluate_distance() {
+    internal_error("PointPointSeparator::evaluate_distance: called");
+    return inf;
 }
 
-bool PointPointSeparator::fit(bool& clear, double& distance)
-{
-  // Two points never touch.
-  distance = inf;
-  clear = true;
-  valid = true;
-  return true;
+bool PointPointSeparator::fit(bool& clear, double& distance) {
+    // Two points never touch.
+    distance = inf;
+    clear = true;
+    valid = true;
+    return true;
 }
 
 // ---------------------------------------------------------------- sphere and polyhedron
 
-Separator* SpherePoly3dSeparator::clone() const
-{
-  auto* s = new SpherePoly3dSeparator(*this);
-  s->contacts.clear();
-  return s;
+Separator* SpherePoly3dSeparator::clone() const {
+    auto* s = new SpherePoly3dSeparator(*this);
+    s->contacts.clear();
+    return s;
 }
 
-Separator* PointPoly3dSeparator::clone() const
-{
-  auto* s = new PointPoly3dSeparator(*this);
-  s->contacts.clear();
-  return s;
+Separator* PointPoly3dSeparator::clone() const {
+    auto* s = new PointPoly3dSeparator(*this);
+    s->contacts.clear();
+    return s;
 }
 
-double SpherePoly3dSeparator::closest(const triple& c, int& feat, int& index, triple& q) const
-{
-  const Poly3d* p = static_cast<const Poly3d*>(shape2);
-  const auto& faces = p->poly.faces;
-  int best_face = 0;
-  double best_plane = -inf;
-  for (int f = 0; f < int(faces.size()); ++f) {
-    double dp = p->world_normals[size_t(f)].dot(c) - p->world_offsets[size_t(f)];
-    if (dp > best_plane) {
-      best_plane = dp;
-      best_face = f;
-    }
-  }
-  if (best_plane <= 0) {
-    feat = 0;
-    index = best_face;
-    q = c - p->world_normals[size_t(best_face)] * best_plane;
-    return best_plane;
-  }
-  double best = inf;
-  for (int f = 0; f < int(faces.size()); ++f) {
-    const triple& n = p->world_normals[size_t(f)];
-    double dp = n.dot(c) - p->world_offsets[size_t(f)];
-    if (dp <= 0) continue;
-    triple proj = c - n * dp;
-    const auto& vs = faces[size_t(f)].verts;
-    bool inside = true;
-    for (size_t k = 0; k < vs.size() && inside; ++k) {
-      const triple& a = p->world_verts[size_t(vs[k])];
-      const triple& b = p->world_verts[size_t(vs[(k + 1) % vs.size()])];
-      if ((b - a).cross(proj - a).dot(n) < -1e-12) inside = false;
-    }
-    if (inside) {
-      if (dp < best) {
-        best = dp;
-        feat = 0;
-        index = f;
-        q = proj;
-      }
-      continue;
-    }
-    for (size_t k = 0; k < vs.size(); ++k) {
-      const triple& a = p->world_verts[size_t(vs[k])];
-      const triple& b = p->world_verts[size_t(vs[(k + 1) % vs.size()])];
-      triple ab = b - a;
-      double t = std::clamp((c - a).dot(ab) / std::max(ab.length2(), 1e-300), 0.0, 1.0);
-      triple cand = a + ab * t;
-      double d = (c - cand).length();
-      if (d < best) {
-        best = d;
-        q = cand;
-        if (t <= 0 || t >= 1) {
-          feat = 2;
-          index = t <= 0 ? vs[k] : vs[(k + 1) % vs.size()];
-        } else {
-          feat = 1;
-          if (k >= faces[size_t(f)].edges.size()) {
-            internal_error("partition(spherepoly3ds): edge in convex polyhedron without adjoining face");
-            index = 0;
-          } else {
-            index = faces[size_t(f)].edges[k];
-          }
+double SpherePoly3dSeparator::closest(const triple& c, int& feat, int& index, triple& q) const {
+    const Poly3d* p = static_cast<const Poly3d*>(shape2);
+    const auto& faces = p->poly.faces;
+    int best_face = 0;
+    double best_plane = -inf;
+    for (int f = 0; f < int(faces.size()); ++f) {
+        double dp = p->world_normals[size_t(f)].dot(c) - p->world_offsets[size_t(f)];
+        if (dp > best_plane) {
+            best_plane = dp;
+            best_face = f;
         }
-      }
     }
-  }
-  return best;
+    if (best_plane <= 0) {
+        feat = 0;
+        index = best_face;
+        q = c - p->world_normals[size_t(best_face)] * best_plane;
+        return best_plane;
+    }
+    double best = inf;
+    for (int f = 0; f < int(faces.size()); ++f) {
+        const triple& n = p->world_normals[size_t(f)];
+        double dp = n.dot(c) - p->world_offsets[size_t(f)];
+        if (dp <= 0) continue;
+        triple proj = c - n * dp;
+        const auto& vs = faces[size_t(f)].verts;
+        bool inside = true;
+        for (size_t k = 0; k < vs.size() && inside; ++k) {
+            const triple& a = p->world_verts[size_t(vs[k])];
+            const triple& b = p->world_verts[size_t(vs[(k + 1) % vs.size()])];
+            if ((b - a).cross(proj - a).dot(n) < -1e-12) inside = false;
+        }
+        if (inside) {
+            if (dp < best) {
+                best = dp;
+                feat = 0;
+                index = f;
+                q = proj;
+            }
+            continue;
+        }
+        for (size_t k = 0; k < vs.size(); ++k) {
+            const triple& a = p->world_verts[size_t(vs[k])];
+            const triple& b = p->world_verts[size_t(vs[(k + 1) % vs.size()])];
+            triple ab = b - a;
+            double t = std::clamp((c - a).dot(ab) / std::max(ab.length2(), 1e-300), 0.0, 1.0);
+            triple cand = a + ab * t;
+            double d = (c - cand).length();
+            if (d < best) {
+                best = d;
+                q = cand;
+                if (t <= 0 || t >= 1) {
+                    feat = 2;
+                    index = t <= 0 ? vs[k] : vs[(k + 1) % vs.size()];
+                } else {
+                    feat = 1;
+                    if (k >= faces[size_t(f)].edges.size()) {
+                        internal_error(
+                            "partition(spherepoly3ds): edge in convex polyhedron without adjoining face");
+                        index = 0;
+                    } else {
+                        index = faces[size_t(f)].edges[k];
+                    }
+                }
+            }
+        }
+    }
+    return best;
 }
 
-double SpherePoly3dSeparator::evaluate_distance()
-{
-  if (!valid) {
-    internal_error(shape1->shape_type == SHAPE_POINT
-                       ? "PointPoly3dSeparator:: evaluate_distance, but previously_defined == false"
-                       : "SpherePoly3dSeparator:: evaluate_distance, but previously_defined == false");
-    return inf;
-  }
-  shape1->refresh();
-  shape2->refresh();
-  triple c, l, q;
-  double r;
-  round_shape(shape1, c, r, l);
-  int f, i;
-  return closest(c, f, i, q) - r;
+double SpherePoly3dSeparator::evaluate_distance() {
+    if (!valid) {
+        internal_error(shape1->shape_type == SHAPE_POINT
+                           ? "PointPoly3dSeparator:: evaluate_distance, but previously_defined == false"
+                           : "SpherePoly3dSeparator:: evaluate_distance, but previously_defined == false");
+        return inf;
+    }
+    shape1->refresh();
+    shape2->refresh();
+    triple c, l, q;
+    double r;
+    round_shape(shape1, c, r, l);
+    int f, i;
+    return closest(c, f, i, q) - r;
 }
 
-bool SpherePoly3dSeparator::fit(bool& clear, double& distance)
-{
-  shape1->refresh();
-  shape2->refresh();
-  triple c, l, q;
-  double r;
-  round_shape(shape1, c, r, l);
-  distance = closest(c, feature, feature_index, q) - r;
-  clear = distance > tolerance;
-  if (distance < -tolerance) return false;
-  valid = true;
-  return true;
+bool SpherePoly3dSeparator::fit(bool& clear, double& distance) {
+    shape1->refresh();
+    shape2->refresh();
+    triple c, l, q;
+    double r;
+    round_shape(shape1, c, r, l);
+    distance = closest(c, feature, feature_index, q) - r;
+    clear = distance > tolerance;
+    if (distance < -tolerance) return false;
+    valid = true;
+    return true;
 }
 
-void SpherePoly3dSeparator::make_contact()
-{
-  triple c, l, q;
-  double r;
-  round_shape(shape1, c, r, l);
-  auto feat = SpherePoly3dContact::Feature(feature);
-  Poly3d* poly = static_cast<Poly3d*>(shape2);
-  if (!contacts.empty()) {
-    auto* k = static_cast<SpherePoly3dContact*>(contacts.front());
-    k->feature = feat;
-    k->feature_index = feature_index;
-    k->recompute_geometry();
+void SpherePoly3dSeparator::make_contact() {
+    triple c, l, q;
+    double r;
+    round_shape(shape1, c, r, l);
+    auto feat = SpherePoly3dContact::Feature(feature);
+    Poly3d* poly = static_cast<Poly3d*>(shape2);
+    if (!contacts.empty()) {
+        auto* k = static_cast<SpherePoly3dContact*>(contacts.front());
+        k->feature = feat;
+        k->feature_index = feature_index;
+        k->recompute_geometry();
+        keep(k);
+        return;
+    }
+    Contact* k = shape1->shape_type == SHAPE_POINT
+                     ? new PointPoly3dContact(system, body1, body2, l, r, poly, feat, feature_index)
+                     : new SpherePoly3dContact(system, body1, body2, l, r, poly, feat, feature_index);
     keep(k);
-    return;
-  }
-  Contact* k = shape1->shape_type == SHAPE_POINT
-                   ? new PointPoly3dContact(system, body1, body2, l, r, poly, feat, feature_index)
-                   : new SpherePoly3dContact(system, body1, body2, l, r, poly, feat, feature_index);
-  keep(k);
 }
 
 // ---------------------------------------------------------------- two polyhedra
 
-Separator* Poly3dPoly3dSeparator::clone() const
-{
-  auto* s = new Poly3dPoly3dSeparator(*this);
-  s->contacts.clear();
-  return s;
+Separator* Poly3dPoly3dSeparator::clone() const {
+    auto* s = new Poly3dPoly3dSeparator(*this);
+    s->contacts.clear();
+    return s;
 }
 
-double Poly3dPoly3dSeparator::face_distance(bool first_owns, int face, int& vertex) const
-{
-  const Poly3d* owner = static_cast<const Poly3d*>(first_owns ? shape1 : shape2);
-  const Poly3d* other = static_cast<const Poly3d*>(first_owns ? shape2 : shape1);
-  const triple& n = owner->world_normals[size_t(face)];
-  double off = owner->world_offsets[size_t(face)];
-  double best = inf;
-  for (int v = 0; v < int(other->world_verts.size()); ++v) {
-    double d = n.dot(other->world_verts[size_t(v)]) - off;
-    if (d < best) {
-      best = d;
-      vertex = v;
+double Poly3dPoly3dSeparator::face_distance(bool first_owns, int face, int& vertex) const {
+    const Poly3d* owner = static_cast<const Poly3d*>(first_owns ? shape1 : shape2);
+    const Poly3d* other = static_cast<const Poly3d*>(first_owns ? shape2 : shape1);
+    const triple& n = owner->world_normals[size_t(face)];
+    double off = owner->world_offsets[size_t(face)];
+    double best = inf;
+    for (int v = 0; v < int(other->world_verts.size()); ++v) {
+        double d = n.dot(other->world_verts[size_t(v)]) - off;
+        if (d < best) {
+            best = d;
+            vertex = v;
+        }
     }
-  }
-  return best;
+    return best;
 }
 
 namespace {
-void projection(const Poly3d* p, const triple& n, double& lo, double& hi)
-{
-  lo = inf;
-  hi = -inf;
-  for (const triple& v : p->world_verts) {
-    double d = n.dot(v);
-    lo = std::min(lo, d);
-    hi = std::max(hi, d);
-  }
+void projection(const Poly3d* p, const triple& n, double& lo, double& hi) {
+    lo = inf;
+    hi = -inf;
+    for (const triple& v : p->world_verts) {
+        double d = n.dot(v);
+        lo = std::min(lo, d);
+        hi = std::max(hi, d);
+    }
 }
 
-triple mean_vertex(const Poly3d* p)
-{
-  triple s;
-  for (const triple& v : p->world_verts) s += v;
-  return s / double(p->world_verts.size());
+triple mean_vertex(const Poly3d* p) {
+    triple s;
+    for (const triple& v : p->world_verts)
+        s += v;
+    return s / double(p->world_verts.size());
 }
-}  // namespace
+} // namespace
 
 // Separation along the cross product of two edges, oriented from shape1 to
 // shape2 (sgn gives the orientation used).
-double Poly3dPoly3dSeparator::edge_distance(int e1, int e2, double& sgn) const
-{
-  const Poly3d* a = static_cast<const Poly3d*>(shape1);
-  const Poly3d* b = static_cast<const Poly3d*>(shape2);
-  const Poly3dEdge& ea = a->poly.edges[size_t(e1)];
-  const Poly3dEdge& eb = b->poly.edges[size_t(e2)];
-  triple da = a->world_verts[size_t(ea.v[1])] - a->world_verts[size_t(ea.v[0])];
-  triple db = b->world_verts[size_t(eb.v[1])] - b->world_verts[size_t(eb.v[0])];
-  triple n = da.cross(db);
-  double len = n.length();
-  if (len < 1e-6 * da.length() * db.length()) return -inf;
-  n = n / len;
-  if (sgn == 0) sgn = n.dot(mean_vertex(b) - mean_vertex(a)) >= 0 ? 1 : -1;
-  n = n * sgn;
-  double alo, ahi, blo, bhi;
-  projection(a, n, alo, ahi);
-  projection(b, n, blo, bhi);
-  // Only edges on the facing supports witness this axis.
-  const double slack = 1e-9 * (1 + std::fabs(ahi) + std::fabs(blo));
-  if (n.dot(a->world_verts[size_t(ea.v[0])]) < ahi - slack || n.dot(b->world_verts[size_t(eb.v[0])]) > blo + slack)
-    return -inf;
-  return blo - ahi;
+double Poly3dPoly3dSeparator::edge_distance(int e1, int e2, double& sgn) const {
+    const Poly3d* a = static_cast<const Poly3d*>(shape1);
+    const Poly3d* b = static_cast<const Poly3d*>(shape2);
+    const Poly3dEdge& ea = a->poly.edges[size_t(e1)];
+    const Poly3dEdge& eb = b->poly.edges[size_t(e2)];
+    triple da = a->world_verts[size_t(ea.v[1])] - a->world_verts[size_t(ea.v[0])];
+    triple db = b->world_verts[size_t(eb.v[1])] - b->world_verts[size_t(eb.v[0])];
+    triple n = da.cross(db);
+    double len = n.length();
+    if (len < 1e-6 * da.length() * db.length()) return -inf;
+    n = n / len;
+    if (sgn == 0) sgn = n.dot(mean_vertex(b) - mean_vertex(a)) >= 0 ? 1 : -1;
+    n = n * sgn;
+    double alo, ahi, blo, bhi;
+    projection(a, n, alo, ahi);
+    projection(b, n, blo, bhi);
+    // Only edges on the facing supports witness this axis.
+    const double slack = 1e-9 * (1 + std::fabs(ahi) + std::fabs(blo));
+    if (n.dot(a->world_verts[size_t(ea.v[0])]) < ahi - slack ||
+        n.dot(b->world_verts[size_t(eb.v[0])]) > blo + slack)
+        return -inf;
+    return blo - ahi;
 }
 
-double Poly3dPoly3dSeparator::evaluate_distance()
-{
-  if (!valid) {
-    internal_error("Poly3dPoly3dSeparator:: evaluate_distance, but previously_defined == false");
-    return inf;
-  }
-  shape1->refresh();
-  shape2->refresh();
-  if (kind == 2) {
-    double s = side;
-    return edge_distance(feature1, feature2, s);
-  }
-  int v = 0;
-  double d = face_on_first ? face_distance(true, feature1, v) : face_distance(false, feature2, v);
-  return outside ? d : -d;
+double Poly3dPoly3dSeparator::evaluate_distance() {
+    if (!valid) {
+        internal_error("Poly3dPoly3dSeparator:: evaluate_distance, but previously_defined == false");
+        return inf;
+    }
+    shape1->refresh();
+    shape2->refresh();
+    if (kind == 2) {
+        double s = side;
+        return edge_distance(feature1, feature2, s);
+    }
+    int v = 0;
+    double d = face_on_first ? face_distance(true, feature1, v) : face_distance(false, feature2, v);
+    return outside ? d : -d;
 }
 
-bool Poly3dPoly3dSeparator::refit(bool& clear, double& distance)
-{
-  if (!valid) return false;
-  double d = evaluate_distance();
-  if (d > tolerance) {
-    clear = true;
-    distance = d;
-    return true;
-  }
-  return false;
+bool Poly3dPoly3dSeparator::refit(bool& clear, double& distance) {
+    if (!valid) return false;
+    double d = evaluate_distance();
+    if (d > tolerance) {
+        clear = true;
+        distance = d;
+        return true;
+    }
+    return false;
 }
 
 // The axis of largest separation among the faces of both and the edge pairs.
 // Faces are preferred: an edge pair must beat them by a tenth of the band.
-bool Poly3dPoly3dSeparator::fit(bool& clear, double& distance)
-{
-  shape1->refresh();
-  shape2->refresh();
-  const Poly3d* a = static_cast<const Poly3d*>(shape1);
-  const Poly3d* b = static_cast<const Poly3d*>(shape2);
-  double best = -inf;
-  int v = 0;
-  // A witness that fails still measures (negatively) once the pair has been fitted.
-  auto done = [&](double d) {
-    distance = d;
-    clear = d > tolerance;
-    outside = true;
-    if (d < -tolerance) return false;
-    valid = true;
-    return true;
-  };
-  for (int f = 0; f < int(a->poly.faces.size()); ++f) {
-    double d = face_distance(true, f, v);
-    if (d > best) {
-      best = d;
-      kind = 1;
-      face_on_first = true;
-      feature1 = f;
-      feature2 = v;
-      if (d > tolerance) return done(d);
+bool Poly3dPoly3dSeparator::fit(bool& clear, double& distance) {
+    shape1->refresh();
+    shape2->refresh();
+    const Poly3d* a = static_cast<const Poly3d*>(shape1);
+    const Poly3d* b = static_cast<const Poly3d*>(shape2);
+    double best = -inf;
+    int v = 0;
+    // A witness that fails still measures (negatively) once the pair has been fitted.
+    auto done = [&](double d) {
+        distance = d;
+        clear = d > tolerance;
+        outside = true;
+        if (d < -tolerance) return false;
+        valid = true;
+        return true;
+    };
+    for (int f = 0; f < int(a->poly.faces.size()); ++f) {
+        double d = face_distance(true, f, v);
+        if (d > best) {
+            best = d;
+            kind = 1;
+            face_on_first = true;
+            feature1 = f;
+            feature2 = v;
+            if (d > tolerance) return done(d);
+        }
     }
-  }
-  for (int f = 0; f < int(b->poly.faces.size()); ++f) {
-    double d = face_distance(false, f, v);
-    if (d > best) {
-      best = d;
-      kind = 1;
-      face_on_first = false;
-      feature2 = f;
-      feature1 = v;
-      if (d > tolerance) return done(d);
+    for (int f = 0; f < int(b->poly.faces.size()); ++f) {
+        double d = face_distance(false, f, v);
+        if (d > best) {
+            best = d;
+            kind = 1;
+            face_on_first = false;
+            feature2 = f;
+            feature1 = v;
+            if (d > tolerance) return done(d);
+        }
     }
-  }
-  double face_best = best;
-  for (int i = 0; i < int(a->poly.edges.size()); ++i)
-    for (int j = 0; j < int(b->poly.edges.size()); ++j) {
-      double s = 0;
-      double d = edge_distance(i, j, s);
-      if (d > best && d > face_best + 0.1 * tolerance) {
-        best = d;
-        kind = 2;
-        feature1 = i;
-        feature2 = j;
-        side = s;
-        if (d > tolerance) return done(d);
-      }
-    }
-  return done(best);
+    double face_best = best;
+    for (int i = 0; i < int(a->poly.edges.size()); ++i)
+        for (int j = 0; j < int(b->poly.edges.size()); ++j) {
+            double s = 0;
+            double d = edge_distance(i, j, s);
+            if (d > best && d > face_best + 0.1 * tolerance) {
+                best = d;
+                kind = 2;
+                feature1 = i;
+                feature2 = j;
+                side = s;
+                if (d > tolerance) return done(d);
+            }
+        }
+    return done(best);
 }
 
-void Poly3dPoly3dSeparator::make_contact()
-{
-  const Poly3d* a = static_cast<const Poly3d*>(shape1);
-  const Poly3d* b = static_cast<const Poly3d*>(shape2);
-  const RigidBody* r1 = static_cast<const RigidBody*>(body1);
-  const RigidBody* r2 = static_cast<const RigidBody*>(body2);
-  const double T = tolerance;
+void Poly3dPoly3dSeparator::make_contact() {
+    const Poly3d* a = static_cast<const Poly3d*>(shape1);
+    const Poly3d* b = static_cast<const Poly3d*>(shape2);
+    const RigidBody* r1 = static_cast<const RigidBody*>(body1);
+    const RigidBody* r2 = static_cast<const RigidBody*>(body2);
+    const double T = tolerance;
 
-  if (kind == 2) {
-    const Poly3dEdge& ea = a->poly.edges[size_t(feature1)];
-    const Poly3dEdge& eb = b->poly.edges[size_t(feature2)];
-    triple a0 = a->world_verts[size_t(ea.v[0])], a1 = a->world_verts[size_t(ea.v[1])];
-    triple b0 = b->world_verts[size_t(eb.v[0])], b1 = b->world_verts[size_t(eb.v[1])];
-    triple da = a1 - a0, db = b1 - b0, w0 = a0 - b0;
-    double aa = da.dot(da), ab = da.dot(db), bb = db.dot(db), d = da.dot(w0), e = db.dot(w0);
-    double den = aa * bb - ab * ab;
-    if (den < 1e-12) return;
-    double s = (ab * e - bb * d) / den, t = (aa * e - ab * d) / den;
-    // The crossing must lie within both edges.
-    if (s < -1e-12 || s > 1 + 1e-12 || t < -1e-12 || t > 1 + 1e-12) return;
-    triple p1 = a0 + da * s, p2 = b0 + db * t;
-    triple n = da.cross(db).normalised() * -side;
-    Contact* c = find_same(p1, p2, n);
-    auto* k = c ? static_cast<Poly3dPoly3dContact*>(c) : new Poly3dPoly3dContact(system, body1, body2);
-    k->edge_mode = true;
-    k->e1a = a->poly.vertices[size_t(ea.v[0])].p;
-    k->e1b = a->poly.vertices[size_t(ea.v[1])].p;
-    k->e2a = b->poly.vertices[size_t(eb.v[0])].p;
-    k->e2b = b->poly.vertices[size_t(eb.v[1])].p;
-    k->edge_sign = -side;
-    k->recompute_geometry();
-    keep(k);
-    return;
-  }
-
-  // Face and vertex: clip the other body's most opposed face against the
-  // reference face's sides; every clipped point within the band is a contact.
-  const Poly3d* owner = face_on_first ? a : b;
-  const Poly3d* other = face_on_first ? b : a;
-  const RigidBody* other_body = face_on_first ? r2 : r1;
-  const int face = face_on_first ? feature1 : feature2;
-  const Poly3dFace& ref = owner->poly.faces[size_t(face)];
-  const triple nf = owner->world_normals[size_t(face)];
-  const double off = owner->world_offsets[size_t(face)];
-
-  int inc = 0;
-  double most = inf;
-  for (int f = 0; f < int(other->poly.faces.size()); ++f) {
-    double d = other->world_normals[size_t(f)].dot(nf);
-    if (d < most) {
-      most = d;
-      inc = f;
+    if (kind == 2) {
+        const Poly3dEdge& ea = a->poly.edges[size_t(feature1)];
+        const Poly3dEdge& eb = b->poly.edges[size_t(feature2)];
+        triple a0 = a->world_verts[size_t(ea.v[0])], a1 = a->world_verts[size_t(ea.v[1])];
+        triple b0 = b->world_verts[size_t(eb.v[0])], b1 = b->world_verts[size_t(eb.v[1])];
+        triple da = a1 - a0, db = b1 - b0, w0 = a0 - b0;
+        double aa = da.dot(da), ab = da.dot(db), bb = db.dot(db), d = da.dot(w0), e = db.dot(w0);
+        double den = aa * bb - ab * ab;
+        if (den < 1e-12) return;
+        double s = (ab * e - bb * d) / den, t = (aa * e - ab * d) / den;
+        // The crossing must lie within both edges.
+        if (s < -1e-12 || s > 1 + 1e-12 || t < -1e-12 || t > 1 + 1e-12) return;
+        triple p1 = a0 + da * s, p2 = b0 + db * t;
+        triple n = da.cross(db).normalised() * -side;
+        Contact* c = find_same(p1, p2, n);
+        auto* k = c ? static_cast<Poly3dPoly3dContact*>(c) : new Poly3dPoly3dContact(system, body1, body2);
+        k->edge_mode = true;
+        k->e1a = a->poly.vertices[size_t(ea.v[0])].p;
+        k->e1b = a->poly.vertices[size_t(ea.v[1])].p;
+        k->e2a = b->poly.vertices[size_t(eb.v[0])].p;
+        k->e2b = b->poly.vertices[size_t(eb.v[1])].p;
+        k->edge_sign = -side;
+        k->recompute_geometry();
+        keep(k);
+        return;
     }
-  }
-  triple poly_buf[2][64];
-  int count = 0;
-  for (int vi : other->poly.faces[size_t(inc)].verts)
-    if (count < 64) poly_buf[0][count++] = other->world_verts[size_t(vi)];
-  int cur = 0;
-  const auto& rv = ref.verts;
-  for (size_t k = 0; k < rv.size() && count > 0; ++k) {
-    const triple& pa = owner->world_verts[size_t(rv[k])];
-    const triple& pb = owner->world_verts[size_t(rv[(k + 1) % rv.size()])];
-    triple side_n = (pb - pa).cross(nf);
-    int out = 0;
+
+    // Face and vertex: clip the other body's most opposed face against the
+    // reference face's sides; every clipped point within the band is a contact.
+    const Poly3d* owner = face_on_first ? a : b;
+    const Poly3d* other = face_on_first ? b : a;
+    const RigidBody* other_body = face_on_first ? r2 : r1;
+    const int face = face_on_first ? feature1 : feature2;
+    const Poly3dFace& ref = owner->poly.faces[size_t(face)];
+    const triple nf = owner->world_normals[size_t(face)];
+    const double off = owner->world_offsets[size_t(face)];
+
+    int inc = 0;
+    double most = inf;
+    for (int f = 0; f < int(other->poly.faces.size()); ++f) {
+        double d = other->world_normals[size_t(f)].dot(nf);
+        if (d < most) {
+            most = d;
+            inc = f;
+        }
+    }
+    triple poly_buf[2][64];
+    int count = 0;
+    for (int vi : other->poly.faces[size_t(inc)].verts)
+        if (count < 64) poly_buf[0][count++] = other->world_verts[size_t(vi)];
+    int cur = 0;
+    const auto& rv = ref.verts;
+    for (size_t k = 0; k < rv.size() && count > 0; ++k) {
+        const triple& pa = owner->world_verts[size_t(rv[k])];
+        const triple& pb = owner->world_verts[size_t(rv[(k + 1) % rv.size()])];
+        triple side_n = (pb - pa).cross(nf);
+        int out = 0;
+        for (int i = 0; i < count; ++i) {
+            const triple& p = poly_buf[cur][i];
+            const triple& q = poly_buf[cur][(i + 1) % count];
+            double dp = side_n.dot(p - pa), dq = side_n.dot(q - pa);
+            if (dp <= 0 && out < 64) poly_buf[1 - cur][out++] = p;
+            if ((dp < 0 && dq > 0) || (dp > 0 && dq < 0)) {
+                double t = dp / (dp - dq);
+                if (out < 64) poly_buf[1 - cur][out++] = p + (q - p) * t;
+            }
+        }
+        cur = 1 - cur;
+        count = out;
+    }
+    const RigidBody* owner_body = face_on_first ? r1 : r2;
     for (int i = 0; i < count; ++i) {
-      const triple& p = poly_buf[cur][i];
-      const triple& q = poly_buf[cur][(i + 1) % count];
-      double dp = side_n.dot(p - pa), dq = side_n.dot(q - pa);
-      if (dp <= 0 && out < 64) poly_buf[1 - cur][out++] = p;
-      if ((dp < 0 && dq > 0) || (dp > 0 && dq < 0)) {
-        double t = dp / (dp - dq);
-        if (out < 64) poly_buf[1 - cur][out++] = p + (q - p) * t;
-      }
+        const triple& p = poly_buf[cur][i];
+        double depth = nf.dot(p) - off;
+        if (depth > T) continue;
+        triple proj = p - nf * depth;
+        triple n = face_on_first ? -nf : nf;
+        triple p1 = face_on_first ? proj : p, p2 = face_on_first ? p : proj;
+        Contact* c = find_same(p1, p2, n);
+        auto* k = c ? static_cast<Poly3dPoly3dContact*>(c) : new Poly3dPoly3dContact(system, body1, body2);
+        k->edge_mode = false;
+        k->face_on_body1 = face_on_first;
+        k->face_normal_local = ref.normal;
+        k->face_offset_local = ref.offset;
+        k->local_point = other_body->to_local_point(p);
+        (void)owner_body;
+        k->recompute_geometry();
+        keep(k);
     }
-    cur = 1 - cur;
-    count = out;
-  }
-  const RigidBody* owner_body = face_on_first ? r1 : r2;
-  for (int i = 0; i < count; ++i) {
-    const triple& p = poly_buf[cur][i];
-    double depth = nf.dot(p) - off;
-    if (depth > T) continue;
-    triple proj = p - nf * depth;
-    triple n = face_on_first ? -nf : nf;
-    triple p1 = face_on_first ? proj : p, p2 = face_on_first ? p : proj;
-    Contact* c = find_same(p1, p2, n);
-    auto* k = c ? static_cast<Poly3dPoly3dContact*>(c) : new Poly3dPoly3dContact(system, body1, body2);
-    k->edge_mode = false;
-    k->face_on_body1 = face_on_first;
-    k->face_normal_local = ref.normal;
-    k->face_offset_local = ref.offset;
-    k->local_point = other_body->to_local_point(p);
-    (void)owner_body;
-    k->recompute_geometry();
-    keep(k);
-  }
 }
 
 // ---------------------------------------------------------------- selection
 
-Separator* new_separator(BodySystem& sys, Shape* a, Shape* b)
-{
-  int ta = a->shape_type, tb = b->shape_type;
-  auto is = [&](int x, int y) { return (ta == x && tb == y) || (ta == y && tb == x); };
-  // Order the pair as the table has it.
-  auto first_is = [&](int x) {
-    if (ta != x) std::swap(a, b);
-  };
-  if (is(SHAPE_POLY3D, SHAPE_POLY3D)) return new Poly3dPoly3dSeparator(&sys, a, b);
-  if (is(SHAPE_SPHERE, SHAPE_POLY3D)) {
-    first_is(SHAPE_SPHERE);
-    return new SpherePoly3dSeparator(&sys, a, b);
-  }
-  if (is(SHAPE_POINT, SHAPE_POLY3D)) {
-    first_is(SHAPE_POINT);
-    return new PointPoly3dSeparator(&sys, a, b);
-  }
-  if (is(SHAPE_SPHERE, SHAPE_SPHERE)) return new SphereSphereSeparator(&sys, a, b);
-  if (is(SHAPE_POINT, SHAPE_SPHERE)) {
-    first_is(SHAPE_POINT);
-    return new PointSphereSeparator(&sys, a, b);
-  }
-  if (is(SHAPE_POINT, SHAPE_POINT)) return new PointPointSeparator(&sys, a, b);
-  internal_error("new_separator: bad types");
-  return nullptr;
+Separator* new_separator(BodySystem& sys, Shape* a, Shape* b) {
+    int ta = a->shape_type, tb = b->shape_type;
+    auto is = [&](int x, int y) { return (ta == x && tb == y) || (ta == y && tb == x); };
+    // Order the pair as the table has it.
+    auto first_is = [&](int x) {
+        if (ta != x) std::swap(a, b);
+    };
+    if (is(SHAPE_POLY3D, SHAPE_POLY3D)) return new Poly3dPoly3dSeparator(&sys, a, b);
+    if (is(SHAPE_SPHERE, SHAPE_POLY3D)) {
+        first_is(SHAPE_SPHERE);
+        return new SpherePoly3dSeparator(&sys, a, b);
+    }
+    if (is(SHAPE_POINT, SHAPE_POLY3D)) {
+        first_is(SHAPE_POINT);
+        return new PointPoly3dSeparator(&sys, a, b);
+    }
+    if (is(SHAPE_SPHERE, SHAPE_SPHERE)) return new SphereSphereSeparator(&sys, a, b);
+    if (is(SHAPE_POINT, SHAPE_SPHERE)) {
+        first_is(SHAPE_POINT);
+        return new PointSphereSeparator(&sys, a, b);
+    }
+    if (is(SHAPE_POINT, SHAPE_POINT)) return new PointPointSeparator(&sys, a, b);
+    internal_error("new_separator: bad types");
+    return nullptr;
 }
 
-}  // namespace tessarin
+} // namespace tessarin

@@ -11,46 +11,46 @@ class Constraint;
 
 // Row states of the pivoting solve; they are kept with a constraint between solves.
 enum RowState {
-  ST_BASIS = 1,
-  ST_BLOCKED = 2,
-  ST_UPPER = 3,  // friction at +mu of its normal force
-  ST_LOWER = 4,  // friction at -mu
-  ST_FREE = 5,
-  ST_OVER = 6,   // driving friction over the cone
-  ST_EDGE = 7,   // driving friction at the cone
-  ST_DRIVE = 8,
-  ST_GIVEN_UP = 9,
-  ST_FAILED = 10,
+    ST_BASIS = 1,
+    ST_BLOCKED = 2,
+    ST_UPPER = 3, // friction at +mu of its normal force
+    ST_LOWER = 4, // friction at -mu
+    ST_FREE = 5,
+    ST_OVER = 6, // driving friction over the cone
+    ST_EDGE = 7, // driving friction at the cone
+    ST_DRIVE = 8,
+    ST_GIVEN_UP = 9,
+    ST_FAILED = 10,
 };
 
 // One island's linear complementarity problem. A is n by n row-major; b is
 // minus the right-hand side, so a = A x + b is each row's acceleration.
 struct LcpSystem {
-  int n = 0;
-  const double* A = nullptr;
-  const double* b = nullptr;
-  const double* scale = nullptr;
-  const int* type = nullptr;
-  double* mu = nullptr;
-  bool symmetric = false;  // A equals its transpose
+    int n = 0;
+    const double* A = nullptr;
+    const double* b = nullptr;
+    const double* scale = nullptr;
+    const int* type = nullptr;
+    double* mu = nullptr;
+    bool symmetric = false; // A equals its transpose
 };
 
 // What the last solve did, for statistics and tests.
 struct SolveReport {
-  int path = 0;  // 1 one row, 2 two rows enumerated, 3 pivoting, 4 all satisfied, 5 too many rows
-  int pivots = 0;
-  int candidate = -1;    // two rows: 0 both, 1 row 0 alone, 2 row 1 alone, 3 neither
-  int refused = 0;       // rows add_to_basis turned down
-  bool warm_used = false;
-  bool failed = false;   // the 200-pivot fail path was taken
-  bool retried = false;  // ... and the frictionless retry ran
+    int path = 0; // 1 one row, 2 two rows enumerated, 3 pivoting, 4 all satisfied, 5 too many rows
+    int pivots = 0;
+    int candidate = -1; // two rows: 0 both, 1 row 0 alone, 2 row 1 alone, 3 neither
+    int refused = 0;    // rows add_to_basis turned down
+    bool warm_used = false;
+    bool failed = false;  // the 200-pivot fail path was taken
+    bool retried = false; // ... and the frictionless retry ran
 };
 
 SolveReport& last_solve();
 
 // Running totals over all solves, for statistics.
 struct SolverTotals {
-  long solves = 0, warm_tried = 0, warm_ok = 0, cache_hits = 0, pivots = 0, failures = 0, refused = 0;
+    long solves = 0, warm_tried = 0, warm_ok = 0, cache_hits = 0, pivots = 0, failures = 0, refused = 0;
 };
 SolverTotals& solver_totals();
 
@@ -65,4 +65,4 @@ void solve_constraint_force(BodySystem& sys, const matrix& A, const mvector& r, 
                             const std::vector<Constraint*>* list, mvector& x, const int* types = nullptr,
                             const double* mus = nullptr);
 
-}  // namespace tessarin
+} // namespace tessarin

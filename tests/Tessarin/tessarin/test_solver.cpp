@@ -14,232 +14,229 @@ namespace {
 
 // A bare system for the solver: tolerance 0.02, dynamics task, mid-step.
 struct Rig {
-  BodySystem sys;
-  Rig() { sys.task = TASK_DYNAMICS; }
-  SolveReport solve(const std::vector<double>& A, const std::vector<double>& r, const std::vector<int>& types,
-                    const std::vector<double>& mus, std::vector<double>& x)
-  {
-    const int n = int(r.size());
-    std::vector<double> a = A;
-    matrix M(n, n, a.data());
-    mvector rv(n), sc(n), xv(n);
-    for (int i = 0; i < n; ++i) {
-      rv[i] = r[size_t(i)];
-      sc[i] = 1;
+    BodySystem sys;
+    Rig() { sys.task = TASK_DYNAMICS; }
+    SolveReport solve(const std::vector<double>& A, const std::vector<double>& r,
+                      const std::vector<int>& types, const std::vector<double>& mus, std::vector<double>& x) {
+        const int n = int(r.size());
+        std::vector<double> a = A;
+        matrix M(n, n, a.data());
+        mvector rv(n), sc(n), xv(n);
+        for (int i = 0; i < n; ++i) {
+            rv[i] = r[size_t(i)];
+            sc[i] = 1;
+        }
+        solve_constraint_force(sys, M, rv, sc, nullptr, xv, types.data(), mus.data());
+        x.assign(xv.data(), xv.data() + n);
+        return last_solve();
     }
-    solve_constraint_force(sys, M, rv, sc, nullptr, xv, types.data(), mus.data());
-    x.assign(xv.data(), xv.data() + n);
-    return last_solve();
-  }
 };
 
-}  // namespace
+} // namespace
 
-TEST(SolverDirect, OneFrictionlessRow)
-{
-  Rig rig;
-  std::vector<double> x;
-  auto rep = rig.solve({2}, {3}, {ROW_UNILATERAL}, {0}, x);
-  EXPECT_EQ(rep.path, 1);
-  EXPECT_EQ(rep.pivots, 0);
-  EXPECT_DOUBLE_EQ(x[0], 1.5);
-  // A row that needs no push takes no force.
-  rep = rig.solve({2}, {-3}, {ROW_UNILATERAL}, {0}, x);
-  EXPECT_EQ(x[0], 0);
+TEST(SolverDirect, OneFrictionlessRow) {
+    Rig rig;
+    std::vector<double> x;
+    auto rep = rig.solve({2}, {3}, {ROW_UNILATERAL}, {0}, x);
+    EXPECT_EQ(rep.path, 1);
+    EXPECT_EQ(rep.pivots, 0);
+    EXPECT_DOUBLE_EQ(x[0], 1.5);
+    // A row that needs no push takes no force.
+    rep = rig.solve({2}, {-3}, {ROW_UNILATERAL}, {0}, x);
+    EXPECT_EQ(x[0], 0);
 }
 
-TEST(SolverDirect, TwoParallelRowsTakeTheSingleRowCandidate)
-{
-  Rig rig;
-  std::vector<double> x;
-  // Two contacts on parallel normals: A is singular (|det| below 1e-8); row 0
-  // alone carries the load and leaves row 1 satisfied.
-  auto rep = rig.solve({1, 1, 1, 1}, {2, 1}, {ROW_UNILATERAL, ROW_UNILATERAL}, {0, 0}, x);
-  EXPECT_EQ(rep.path, 2);
-  EXPECT_EQ(rep.candidate, 1);
-  EXPECT_DOUBLE_EQ(x[0], 2);
-  EXPECT_EQ(x[1], 0);
-  // With the larger need on row 1, row 0 alone would leave row 1 short: row 1 wins.
-  rep = rig.solve({1, 1, 1, 1}, {1, 2}, {ROW_UNILATERAL, ROW_UNILATERAL}, {0, 0}, x);
-  EXPECT_EQ(rep.candidate, 2);
-  EXPECT_DOUBLE_EQ(x[1], 2);
-  // Independent rows: both at once.
-  rep = rig.solve({2, 0, 0, 4}, {2, 2}, {ROW_UNILATERAL, ROW_UNILATERAL}, {0, 0}, x);
-  EXPECT_EQ(rep.candidate, 0);
-  EXPECT_DOUBLE_EQ(x[0], 1);
-  EXPECT_DOUBLE_EQ(x[1], 0.5);
+TEST(SolverDirect, TwoParallelRowsTakeTheSingleRowCandidate) {
+    Rig rig;
+    std::vector<double> x;
+    // Two contacts on parallel normals: A is singular (|det| below 1e-8); row 0
+    // alone carries the load and leaves row 1 satisfied.
+    auto rep = rig.solve({1, 1, 1, 1}, {2, 1}, {ROW_UNILATERAL, ROW_UNILATERAL}, {0, 0}, x);
+    EXPECT_EQ(rep.path, 2);
+    EXPECT_EQ(rep.candidate, 1);
+    EXPECT_DOUBLE_EQ(x[0], 2);
+    EXPECT_EQ(x[1], 0);
+    // With the larger need on row 1, row 0 alone would leave row 1 short: row 1 wins.
+    rep = rig.solve({1, 1, 1, 1}, {1, 2}, {ROW_UNILATERAL, ROW_UNILATERAL}, {0, 0}, x);
+    EXPECT_EQ(rep.candidate, 2);
+    EXPECT_DOUBLE_EQ(x[1], 2);
+    // Independent rows: both at once.
+    rep = rig.solve({2, 0, 0, 4}, {2, 2}, {ROW_UNILATERAL, ROW_UNILATERAL}, {0, 0}, x);
+    EXPECT_EQ(rep.candidate, 0);
+    EXPECT_DOUBLE_EQ(x[0], 1);
+    EXPECT_DOUBLE_EQ(x[1], 0.5);
 }
 
-TEST(SolverShortcuts, AllSatisfiedReturnsZeroWithoutPivoting)
-{
-  Rig rig;
-  std::vector<double> x;
-  std::vector<double> A(9, 0.0);
-  for (int i = 0; i < 3; ++i) A[size_t(i * 4)] = 1;
-  auto rep = rig.solve(A, {-1, 0, 5e-5}, {ROW_UNILATERAL, ROW_UNILATERAL, ROW_UNILATERAL}, {0, 0, 0}, x);
-  EXPECT_EQ(rep.path, 4);
-  EXPECT_EQ(rep.pivots, 0);
-  for (double v : x) EXPECT_EQ(v, 0);
+TEST(SolverShortcuts, AllSatisfiedReturnsZeroWithoutPivoting) {
+    Rig rig;
+    std::vector<double> x;
+    std::vector<double> A(9, 0.0);
+    for (int i = 0; i < 3; ++i)
+        A[size_t(i * 4)] = 1;
+    auto rep = rig.solve(A, {-1, 0, 5e-5}, {ROW_UNILATERAL, ROW_UNILATERAL, ROW_UNILATERAL}, {0, 0, 0}, x);
+    EXPECT_EQ(rep.path, 4);
+    EXPECT_EQ(rep.pivots, 0);
+    for (double v : x)
+        EXPECT_EQ(v, 0);
 }
 
-TEST(SolverShortcuts, TooManyRowsIsAUserErrorWithZeroForces)
-{
-  report_capture cap;
-  Rig rig;
-  const int n = 2049;
-  std::vector<double> A(size_t(n) * n, 0.0), r(size_t(n), 1.0), mus(size_t(n), 0.0), x;
-  for (int i = 0; i < n; ++i) A[size_t(i) * n + i] = 1;
-  std::vector<int> types(size_t(n), ROW_UNILATERAL);
-  rig.solve(A, r, types, mus, x);
-  EXPECT_EQ(report_capture::user.back(), "<user error> inductive_solve: too many constraints (2049)");
-  for (double v : x) ASSERT_EQ(v, 0);
+TEST(SolverShortcuts, TooManyRowsIsAUserErrorWithZeroForces) {
+    report_capture cap;
+    Rig rig;
+    const int n = 2049;
+    std::vector<double> A(size_t(n) * n, 0.0), r(size_t(n), 1.0), mus(size_t(n), 0.0), x;
+    for (int i = 0; i < n; ++i)
+        A[size_t(i) * n + i] = 1;
+    std::vector<int> types(size_t(n), ROW_UNILATERAL);
+    rig.solve(A, r, types, mus, x);
+    EXPECT_EQ(report_capture::user.back(), "<user error> inductive_solve: too many constraints (2049)");
+    for (double v : x)
+        ASSERT_EQ(v, 0);
 }
 
-TEST(SolverPivoting, ComplementarityOnACoupledSystem)
-{
-  Rig rig;
-  std::vector<double> x;
-  // Symmetric positive definite A; row 2 needs no push and is pulled away.
-  std::vector<double> A = {2, 0.5, 0.3, 0.5, 1.5, 0.4, 0.3, 0.4, 1};
-  std::vector<double> r = {1, 2, -3};
-  auto rep = rig.solve(A, r, {ROW_UNILATERAL, ROW_UNILATERAL, ROW_UNILATERAL}, {0, 0, 0}, x);
-  EXPECT_EQ(rep.path, 3);
-  // Rows 0 and 1 in the basis: [2 .5; .5 1.5] x = [1 2] -> x = (0.1818.., 1.2727..).
-  EXPECT_NEAR(x[0], 2.0 / 11, 1e-12);
-  EXPECT_NEAR(x[1], 14.0 / 11, 1e-12);
-  EXPECT_EQ(x[2], 0);
-  double a2 = A[6] * x[0] + A[7] * x[1] - r[2];
-  EXPECT_GT(a2, 0);
+TEST(SolverPivoting, ComplementarityOnACoupledSystem) {
+    Rig rig;
+    std::vector<double> x;
+    // Symmetric positive definite A; row 2 needs no push and is pulled away.
+    std::vector<double> A = {2, 0.5, 0.3, 0.5, 1.5, 0.4, 0.3, 0.4, 1};
+    std::vector<double> r = {1, 2, -3};
+    auto rep = rig.solve(A, r, {ROW_UNILATERAL, ROW_UNILATERAL, ROW_UNILATERAL}, {0, 0, 0}, x);
+    EXPECT_EQ(rep.path, 3);
+    // Rows 0 and 1 in the basis: [2 .5; .5 1.5] x = [1 2] -> x = (0.1818.., 1.2727..).
+    EXPECT_NEAR(x[0], 2.0 / 11, 1e-12);
+    EXPECT_NEAR(x[1], 14.0 / 11, 1e-12);
+    EXPECT_EQ(x[2], 0);
+    double a2 = A[6] * x[0] + A[7] * x[1] - r[2];
+    EXPECT_GT(a2, 0);
 }
 
-TEST(SolverPivoting, IdenticalRowsSecondIsRefused)
-{
-  Rig rig;
-  std::vector<double> x;
-  // Rows 0 and 1 are the same joint row twice; both are offered to the basis
-  // at the start and the second is dependent (pivot 0). Row 2 is a contact.
-  std::vector<double> A = {1, 1, 0, 1, 1, 0, 0, 0, 1};
-  auto rep = rig.solve(A, {1, 1, 1}, {ROW_BILATERAL, ROW_BILATERAL, ROW_UNILATERAL}, {0, 0, 0}, x);
-  EXPECT_EQ(rep.path, 3);
-  EXPECT_EQ(rep.refused, 1);
-  // The first of the equal rows keeps the load.
-  EXPECT_NEAR(x[0], 1, 1e-12);
-  EXPECT_EQ(x[1], 0);
-  EXPECT_NEAR(x[2], 1, 1e-12);
+TEST(SolverPivoting, IdenticalRowsSecondIsRefused) {
+    Rig rig;
+    std::vector<double> x;
+    // Rows 0 and 1 are the same joint row twice; both are offered to the basis
+    // at the start and the second is dependent (pivot 0). Row 2 is a contact.
+    std::vector<double> A = {1, 1, 0, 1, 1, 0, 0, 0, 1};
+    auto rep = rig.solve(A, {1, 1, 1}, {ROW_BILATERAL, ROW_BILATERAL, ROW_UNILATERAL}, {0, 0, 0}, x);
+    EXPECT_EQ(rep.path, 3);
+    EXPECT_EQ(rep.refused, 1);
+    // The first of the equal rows keeps the load.
+    EXPECT_NEAR(x[0], 1, 1e-12);
+    EXPECT_EQ(x[1], 0);
+    EXPECT_NEAR(x[2], 1, 1e-12);
 }
 
-TEST(SolverPivoting, FrictionStopsAtTheCone)
-{
-  Rig rig;
-  std::vector<double> x;
-  // One contact: normal row with a push of 1, a tangential push of 2, mu 0.5.
-  // Uncoupled unit rows: the normal force is 1 and friction is capped at 0.5.
-  std::vector<double> A = {1, 0, 0, 0, 1, 0, 0, 0, 1};
-  auto rep = rig.solve(A, {1, 2, 0}, {ROW_UNILATERAL, ROW_FRICTION1, ROW_FRICTION2}, {0, 0.5, 0.5}, x);
-  EXPECT_EQ(rep.path, 3);
-  EXPECT_NEAR(x[0], 1, 1e-9);
-  EXPECT_NEAR(x[1], 0.5, 1e-9);
-  EXPECT_NEAR(x[2], 0, 1e-9);
-  // Inside the cone friction takes what it needs.
-  rep = rig.solve(A, {1, 0.2, -0.1}, {ROW_UNILATERAL, ROW_FRICTION1, ROW_FRICTION2}, {0, 0.5, 0.5}, x);
-  EXPECT_NEAR(x[1], 0.2, 1e-9);
-  EXPECT_NEAR(x[2], -0.1, 1e-9);
+TEST(SolverPivoting, FrictionStopsAtTheCone) {
+    Rig rig;
+    std::vector<double> x;
+    // One contact: normal row with a push of 1, a tangential push of 2, mu 0.5.
+    // Uncoupled unit rows: the normal force is 1 and friction is capped at 0.5.
+    std::vector<double> A = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    auto rep = rig.solve(A, {1, 2, 0}, {ROW_UNILATERAL, ROW_FRICTION1, ROW_FRICTION2}, {0, 0.5, 0.5}, x);
+    EXPECT_EQ(rep.path, 3);
+    EXPECT_NEAR(x[0], 1, 1e-9);
+    EXPECT_NEAR(x[1], 0.5, 1e-9);
+    EXPECT_NEAR(x[2], 0, 1e-9);
+    // Inside the cone friction takes what it needs.
+    rep = rig.solve(A, {1, 0.2, -0.1}, {ROW_UNILATERAL, ROW_FRICTION1, ROW_FRICTION2}, {0, 0.5, 0.5}, x);
+    EXPECT_NEAR(x[1], 0.2, 1e-9);
+    EXPECT_NEAR(x[2], -0.1, 1e-9);
 }
 
 // A row whose driving blocks 250 others one at a time exceeds the 200 pivots a
 // row may take: friction is dropped for a cold retry, and all states become 10
 // so that the next solve does not warm-start from them.
-TEST(SolverPivoting, FailPathDropsFrictionAndMarksStates)
-{
-  Rig rig;
-  const int m = 250, n = m + 1 + 2;
-  std::vector<double> A(size_t(n) * n, 0.0), r(size_t(n), 0.0), mus(size_t(n), 0.0);
-  std::vector<int> types(size_t(n), ROW_UNILATERAL);
-  for (int i = 0; i < n; ++i) A[size_t(i) * n + i] = 1;
-  // Rows 1..m enter first (row 0's large scale makes its violation look
-  // small); driving row 0 afterwards pushes each of them out in turn, since
-  // they need forces 1..2.5 and give way at x0 = r_j / c.
-  const double c = 0.05;
-  for (int j = 1; j <= m; ++j) {
-    A[size_t(j)] = A[size_t(j) * n] = c;
-    r[size_t(j)] = 1 + 1.5 * j / m;
-  }
-  r[0] = 100;
-  // Row m gets two friction rows after it, as a contact would have.
-  types[size_t(m + 1)] = ROW_FRICTION1;
-  types[size_t(m + 2)] = ROW_FRICTION2;
-  mus[size_t(m + 1)] = mus[size_t(m + 2)] = 0.5;
-  r[size_t(m + 1)] = 0.3;
-  std::vector<double> a = A;
-  matrix M(n, n, a.data());
-  mvector rv(n), sc(n), xv(n);
-  for (int i = 0; i < n; ++i) {
-    rv[i] = r[size_t(i)];
-    sc[i] = 1;
-  }
-  sc[0] = 1000;
-  std::vector<int> states(size_t(n), ST_FREE);
-  std::vector<double> mu = mus;
-  std::vector<double> bneg(static_cast<size_t>(n), 0.0);
-  for (int i = 0; i < n; ++i) bneg[size_t(i)] = -r[size_t(i)];
-  LcpSystem s;
-  s.n = n;
-  s.A = a.data();
-  s.b = bneg.data();
-  s.scale = sc.data();
-  s.type = types.data();
-  s.mu = mu.data();
-  s.symmetric = true;
-  last_solve() = SolveReport();
-  bool ok = inductive_solve(rig.sys, s, false, xv.data(), states.data());
-  EXPECT_FALSE(ok);
-  EXPECT_TRUE(last_solve().failed);
-  EXPECT_TRUE(last_solve().retried);
-  EXPECT_EQ(mu[size_t(m + 1)], 0);  // friction dropped for the retry
-  for (int st : states) ASSERT_EQ(st, ST_FAILED);
-  // The next solve asked to warm-start may not: it pivots from cold.
-  last_solve() = SolveReport();
-  std::vector<double> small_a = {1, 0, 0, 1, 0, 0, 0, 0, 1};
-  std::vector<double> small_b = {-1, -1, -1}, small_s = {1, 1, 1}, small_mu = {0, 0, 0};
-  std::vector<int> small_t = {ROW_UNILATERAL, ROW_UNILATERAL, ROW_UNILATERAL};
-  std::vector<int> small_st = {ST_FAILED, ST_FAILED, ST_FAILED};
-  double small_x[3] = {0, 0, 0};
-  LcpSystem t;
-  t.n = 3;
-  t.A = small_a.data();
-  t.b = small_b.data();
-  t.scale = small_s.data();
-  t.type = small_t.data();
-  t.mu = small_mu.data();
-  EXPECT_TRUE(inductive_solve(rig.sys, t, true, small_x, small_st.data()));
-  EXPECT_FALSE(last_solve().warm_used);
-  EXPECT_NEAR(small_x[2], 1, 1e-12);
+TEST(SolverPivoting, FailPathDropsFrictionAndMarksStates) {
+    Rig rig;
+    const int m = 250, n = m + 1 + 2;
+    std::vector<double> A(size_t(n) * n, 0.0), r(size_t(n), 0.0), mus(size_t(n), 0.0);
+    std::vector<int> types(size_t(n), ROW_UNILATERAL);
+    for (int i = 0; i < n; ++i)
+        A[size_t(i) * n + i] = 1;
+    // Rows 1..m enter first (row 0's large scale makes its violation look
+    // small); driving row 0 afterwards pushes each of them out in turn, since
+    // they need forces 1..2.5 and give way at x0 = r_j / c.
+    const double c = 0.05;
+    for (int j = 1; j <= m; ++j) {
+        A[size_t(j)] = A[size_t(j) * n] = c;
+        r[size_t(j)] = 1 + 1.5 * j / m;
+    }
+    r[0] = 100;
+    // Row m gets two friction rows after it, as a contact would have.
+    types[size_t(m + 1)] = ROW_FRICTION1;
+    types[size_t(m + 2)] = ROW_FRICTION2;
+    mus[size_t(m + 1)] = mus[size_t(m + 2)] = 0.5;
+    r[size_t(m + 1)] = 0.3;
+    std::vector<double> a = A;
+    matrix M(n, n, a.data());
+    mvector rv(n), sc(n), xv(n);
+    for (int i = 0; i < n; ++i) {
+        rv[i] = r[size_t(i)];
+        sc[i] = 1;
+    }
+    sc[0] = 1000;
+    std::vector<int> states(size_t(n), ST_FREE);
+    std::vector<double> mu = mus;
+    std::vector<double> bneg(static_cast<size_t>(n), 0.0);
+    for (int i = 0; i < n; ++i)
+        bneg[size_t(i)] = -r[size_t(i)];
+    LcpSystem s;
+    s.n = n;
+    s.A = a.data();
+    s.b = bneg.data();
+    s.scale = sc.data();
+    s.type = types.data();
+    s.mu = mu.data();
+    s.symmetric = true;
+    last_solve() = SolveReport();
+    bool ok = inductive_solve(rig.sys, s, false, xv.data(), states.data());
+    EXPECT_FALSE(ok);
+    EXPECT_TRUE(last_solve().failed);
+    EXPECT_TRUE(last_solve().retried);
+    EXPECT_EQ(mu[size_t(m + 1)], 0); // friction dropped for the retry
+    for (int st : states)
+        ASSERT_EQ(st, ST_FAILED);
+    // The next solve asked to warm-start may not: it pivots from cold.
+    last_solve() = SolveReport();
+    std::vector<double> small_a = {1, 0, 0, 1, 0, 0, 0, 0, 1};
+    std::vector<double> small_b = {-1, -1, -1}, small_s = {1, 1, 1}, small_mu = {0, 0, 0};
+    std::vector<int> small_t = {ROW_UNILATERAL, ROW_UNILATERAL, ROW_UNILATERAL};
+    std::vector<int> small_st = {ST_FAILED, ST_FAILED, ST_FAILED};
+    double small_x[3] = {0, 0, 0};
+    LcpSystem t;
+    t.n = 3;
+    t.A = small_a.data();
+    t.b = small_b.data();
+    t.scale = small_s.data();
+    t.type = small_t.data();
+    t.mu = small_mu.data();
+    EXPECT_TRUE(inductive_solve(rig.sys, t, true, small_x, small_st.data()));
+    EXPECT_FALSE(last_solve().warm_used);
+    EXPECT_NEAR(small_x[2], 1, 1e-12);
 }
 
-TEST(SolverPivoting, WarmStartReusesTheLastAnswer)
-{
-  Rig rig;
-  std::vector<double> A = {2, 0.5, 0.3, 0.5, 1.5, 0.4, 0.3, 0.4, 1};
-  std::vector<double> b = {-1, -2, 3}, sc = {1, 1, 1}, mu = {0, 0, 0};
-  std::vector<int> ty = {ROW_UNILATERAL, ROW_UNILATERAL, ROW_UNILATERAL};
-  std::vector<int> st = {ST_FREE, ST_FREE, ST_FREE};
-  double x[3] = {0, 0, 0};
-  LcpSystem s;
-  s.n = 3;
-  s.A = A.data();
-  s.b = b.data();
-  s.scale = sc.data();
-  s.type = ty.data();
-  s.mu = mu.data();
-  s.symmetric = true;
-  ASSERT_TRUE(inductive_solve(rig.sys, s, false, x, st.data()));
-  EXPECT_EQ(st[0], ST_BASIS);
-  EXPECT_EQ(st[1], ST_BASIS);
-  // A slightly different push: the same active set solves it with no pivot.
-  b[0] = -1.1;
-  last_solve() = SolveReport();
-  ASSERT_TRUE(inductive_solve(rig.sys, s, true, x, st.data()));
-  EXPECT_TRUE(last_solve().warm_used);
-  EXPECT_EQ(last_solve().pivots, 0);
-  EXPECT_NEAR(2 * x[0] + 0.5 * x[1], 1.1, 1e-12);
+TEST(SolverPivoting, WarmStartReusesTheLastAnswer) {
+    Rig rig;
+    std::vector<double> A = {2, 0.5, 0.3, 0.5, 1.5, 0.4, 0.3, 0.4, 1};
+    std::vector<double> b = {-1, -2, 3}, sc = {1, 1, 1}, mu = {0, 0, 0};
+    std::vector<int> ty = {ROW_UNILATERAL, ROW_UNILATERAL, ROW_UNILATERAL};
+    std::vector<int> st = {ST_FREE, ST_FREE, ST_FREE};
+    double x[3] = {0, 0, 0};
+    LcpSystem s;
+    s.n = 3;
+    s.A = A.data();
+    s.b = b.data();
+    s.scale = sc.data();
+    s.type = ty.data();
+    s.mu = mu.data();
+    s.symmetric = true;
+    ASSERT_TRUE(inductive_solve(rig.sys, s, false, x, st.data()));
+    EXPECT_EQ(st[0], ST_BASIS);
+    EXPECT_EQ(st[1], ST_BASIS);
+    // A slightly different push: the same active set solves it with no pivot.
+    b[0] = -1.1;
+    last_solve() = SolveReport();
+    ASSERT_TRUE(inductive_solve(rig.sys, s, true, x, st.data()));
+    EXPECT_TRUE(last_solve().warm_used);
+    EXPECT_EQ(last_solve().pivots, 0);
+    EXPECT_NEAR(2 * x[0] + 0.5 * x[1], 1.1, 1e-12);
 }
