@@ -229,9 +229,9 @@ private:
     bool getGoalPositions(T4dDblVectorArray& out, unsigned n, TdataBlock& block);
     void getGoalWeights(TdoubleArray& out, TdataBlock& block);
     bool isGoalObjectValid(int element, TdataBlock& block);
+    // Appends the sampled values of one array for a batch already in object space.
     void fillNewValues(Tattribute* attr, TdataArrayAttrs& batch, TdataBlock& block, int n, int k, double interval,
-                       int firstId, double evalSeconds, double stepSeconds, bool alreadyInObjectSpace,
-                       bool emissionInWorld, const T4dDblMatrix& inverse, const T4dDblMatrix& rotInverse);
+                       int firstId, double evalSeconds, double stepSeconds);
     void dirtySpecialCurrentTimeDependents();
     double drawFrom(Tattribute3Int32* state, TdataBlock& block);
 

@@ -140,7 +140,7 @@ int TdynParticleShape::addRuntimeParticles(TdataArrayAttrs& batch, bool useMax, 
                 TdynStatic::transformVectorArrayByMatrix(*v, R, false);
         for (Tattribute* a : perParticleArrays(true)) {
             const bool wasClean = block.isClean(a);
-            fillNewValues(a, batch, block, n, k, interval, firstId, T, H, alreadyInObjectSpace, inWorld, I, R);
+            fillNewValues(a, batch, block, n, k, interval, firstId, T, H);
             if (!wasClean) block.markDirty(a);
         }
         TdataHandle nid = block.outputValue(vs->nextId);
@@ -155,20 +155,19 @@ int TdynParticleShape::addRuntimeParticles(TdataArrayAttrs& batch, bool useMax, 
 }
 
 void TdynParticleShape::fillNewValues(Tattribute* a, TdataArrayAttrs& batch, TdataBlock& block, int n, int k,
-                                      double interval, int firstId, double T, double H, bool, bool,
-                                      const T4dDblMatrix&, const T4dDblMatrix&) {
+                                      double interval, int firstId, double T, double H) {
     auto* vs = sVsData();
     const unsigned count = countNoCompute();
     const TletterClass* c = arrayClassOf(a);
     TdataHandle h = block.outputValue(a);
     Tdata d = std::move(h.data());
-    // An array that never existed starts at the present count with its default.
+    // Arrays shorter than the count (or new) are first brought to it with their default.
     auto samples = [&](auto&& each) {
         double x = 0.0;
         for (int j = 0; j < k && x < n; ++j, x += interval) each(static_cast<unsigned>(x));
     };
     if (c == &TdataDoubleArray::sClass) {
-        if (!d.as<TdataDoubleArray>()) d = makeData<TdataDoubleArray>(TdoubleArray(a == vs->position ? 0 : 0));
+        if (!d.as<TdataDoubleArray>()) d = makeData<TdataDoubleArray>();
         d.makeWriter();
         TdoubleArray& arr = d.as<TdataDoubleArray>()->array();
         const double def = defaultDoubleValue(a);
