@@ -1,5 +1,7 @@
 #include "Commands/TdynPDCDriver.h"
 
+#include "Commands/TdynBigEndian.h"
+
 #include "Host/Command/TcommandEngine.h"
 
 #include <bit>
@@ -33,14 +35,18 @@ public:
             n -= k;
         }
     }
-    // n doubles; missing ones (past `have`) are zeros.
+    // n doubles; missing ones (past `have`) are zeros. Whole blocks at a time.
     void doubles(const double* v, unsigned have, unsigned n) {
-        const unsigned m = std::min(have, n);
-        for (unsigned i = 0; i < m; ++i) {
+        std::size_t m = std::min(have, n);
+        while (m > 0) {
             reserve(8);
-            put64(std::bit_cast<std::uint64_t>(v[i]));
+            const std::size_t k = std::min(m, (kSize - fUsed) / 8);
+            TdynBigEndian::storeDoubles(reinterpret_cast<unsigned char*>(fBuffer + fUsed), v, k);
+            fUsed += k * 8;
+            v += k;
+            m -= k;
         }
-        zeros(std::size_t(n - m) * 8);
+        zeros(std::size_t(n - std::min(have, n)) * 8);
     }
     void ints(const std::int32_t* v, unsigned have, unsigned n) { // as doubles
         const unsigned m = std::min(have, n);

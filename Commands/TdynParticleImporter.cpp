@@ -1,5 +1,7 @@
 #include "Commands/TdynParticleImporter.h"
 
+#include "Commands/TdynBigEndian.h"
+
 #include "Host/Command/TworkspaceRoot.h"
 
 #include <bit>
@@ -79,21 +81,9 @@ std::uint64_t be64(const unsigned char* p) {
         u = (u << 8) | p[k];
     return u;
 }
-// Turns n big-endian doubles into native ones where they lie.
-void swapDoubles(double* values, std::size_t n) {
-    unsigned char* p = reinterpret_cast<unsigned char*>(values);
-    for (std::size_t i = 0; i < n; ++i, p += 8) {
-        const double d = std::bit_cast<double>(be64(p));
-        std::memcpy(p, &d, 8);
-    }
-}
-void swapInts(std::int32_t* values, std::size_t n) {
-    unsigned char* p = reinterpret_cast<unsigned char*>(values);
-    for (std::size_t i = 0; i < n; ++i, p += 4) {
-        const std::int32_t v = static_cast<std::int32_t>(be32(p));
-        std::memcpy(p, &v, 4);
-    }
-}
+// Turns n big-endian values into native ones where they lie.
+void swapDoubles(double* values, std::size_t n) { TdynBigEndian::swapWords64(values, n); }
+void swapInts(std::int32_t* values, std::size_t n) { TdynBigEndian::swapWords32(values, n); }
 static_assert(sizeof(T4dDblVector) == 24, "vectors are read as three packed doubles");
 } // namespace
 
