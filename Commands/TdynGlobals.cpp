@@ -28,9 +28,9 @@ TdnVSTdynGlobals::TdnVSTdynGlobals()
 
 void TdnVSTdynGlobals::appendAttributes(TattributeList& list) {
     TdependNodeVS::appendAttributes(list);
-    for (Tattribute* a : std::initializer_list<Tattribute*>{&overSamples, &internalOverSamples, &useParticleDiskCache,
-                                                          &cacheDirectory, &minFrameCached, &maxFrameCached,
-                                                          &confirmedPath, &confirmSceneName})
+    for (Tattribute* a : std::initializer_list<Tattribute*>{
+             &overSamples, &internalOverSamples, &useParticleDiskCache, &cacheDirectory, &minFrameCached,
+             &maxFrameCached, &confirmedPath, &confirmSceneName})
         list.addAttribute(a);
 }
 
@@ -40,7 +40,9 @@ bool TdnVSTdynGlobals::setupDependencies(TdependencyMatrix& m) {
     return true;
 }
 
-int TdynGlobals::convertOverSampling(int overSamples) { return std::max(1, overSamples); }
+int TdynGlobals::convertOverSampling(int overSamples) {
+    return std::max(1, overSamples);
+}
 
 bool TdynGlobals::computePlug(const Tplug& plug, TdataBlock& block) {
     auto* vs = sVsData();
@@ -79,7 +81,9 @@ void TdynGlobals::timeUnitChanged() {
     if (TdependGraph::hasCurrent()) TdependGraph::current().dirtyPlug(Tplug(this, &sVsData()->overSamples));
 }
 
-void TdynGlobals::forceOneActive() { activeGlobalsNode(false); }
+void TdynGlobals::forceOneActive() {
+    activeGlobalsNode(false);
+}
 
 TdynGlobals* TdynGlobals::activeGlobalsNode(bool create) {
     if (!TdependGraph::hasCurrent()) return nullptr;
@@ -94,21 +98,25 @@ TdynGlobals* TdynGlobals::activeGlobalsNode(bool create) {
 // ---- controller ----
 
 TdnVSTdynController::TdnVSTdynController()
-    : lastEvalTime("lastEvalTime", "let", makeIffTag("LEVT")), evalTime("evalTime", "evt", makeIffTag("EVLT")),
-      startTime("startTime", "stt", makeIffTag("STRT")), startFrame("startFrame", "stf", makeIffTag("STRF")),
-      currEvalTime("currEvalTime", "cet", makeIffTag("CEVT")), makeDirty("makeDirty", "md", makeIffTag("MKDY")),
-      output("output", "out", makeIffTag("OUTP")), traceDepth("traceDepth", "td", makeIffTag("TRCD")),
-      particleCache("particleCache", "pc", makeIffTag("PARC")), cacheTime("cacheTime", "ct", makeIffTag("CTIM")),
-      doRunup("doRunup", "dru", makeIffTag("DORU")), particlesOn("particlesOn", "pon", makeIffTag("PAON")),
-      allOn("allOn", "aon", makeIffTag("ALON")), rigidOn("rigidOn", "rgo", makeIffTag("RGON")),
-      particleLOD("particleLOD", "pld", makeIffTag("PLOD")), oversample("oversample", "os", makeIffTag("OVSM")),
-      seed("seed", "sd", makeIffTag("SEED")), autoCreate("autoCreate", "ac", makeIffTag("AUTO")),
-      firstEval("firstEval", "fev", makeIffTag("FEVL")), allOnWhenRun("allOnWhenRun", "awr", makeIffTag("ADWR")),
-      startRunup("startRunup", "str", makeIffTag("STRU")), breakRunup("breakRunup", "brr", makeIffTag("BKRU")) {
+    : lastEvalTime("lastEvalTime", "let", makeIffTag("LEVT")),
+      evalTime("evalTime", "evt", makeIffTag("EVLT")), startTime("startTime", "stt", makeIffTag("STRT")),
+      startFrame("startFrame", "stf", makeIffTag("STRF")),
+      currEvalTime("currEvalTime", "cet", makeIffTag("CEVT")),
+      makeDirty("makeDirty", "md", makeIffTag("MKDY")), output("output", "out", makeIffTag("OUTP")),
+      traceDepth("traceDepth", "td", makeIffTag("TRCD")),
+      particleCache("particleCache", "pc", makeIffTag("PARC")),
+      cacheTime("cacheTime", "ct", makeIffTag("CTIM")), doRunup("doRunup", "dru", makeIffTag("DORU")),
+      particlesOn("particlesOn", "pon", makeIffTag("PAON")), allOn("allOn", "aon", makeIffTag("ALON")),
+      rigidOn("rigidOn", "rgo", makeIffTag("RGON")), particleLOD("particleLOD", "pld", makeIffTag("PLOD")),
+      oversample("oversample", "os", makeIffTag("OVSM")), seed("seed", "sd", makeIffTag("SEED")),
+      autoCreate("autoCreate", "ac", makeIffTag("AUTO")), firstEval("firstEval", "fev", makeIffTag("FEVL")),
+      allOnWhenRun("allOnWhenRun", "awr", makeIffTag("ADWR")),
+      startRunup("startRunup", "str", makeIffTag("STRU")),
+      breakRunup("breakRunup", "brr", makeIffTag("BKRU")) {
     startFrame.setNativeDefaultData(1);
     traceDepth.setNativeDefaultData(10);
-    for (Tattribute* a : std::initializer_list<Tattribute*>{&doRunup, &particlesOn, &allOn, &rigidOn, &autoCreate,
-                                                          &firstEval, &allOnWhenRun})
+    for (Tattribute* a : std::initializer_list<Tattribute*>{&doRunup, &particlesOn, &allOn, &rigidOn,
+                                                            &autoCreate, &firstEval, &allOnWhenRun})
         a->setNativeDefaultData(1);
     particleLOD.setNativeDefaultData(1);
     particleLOD.setMinValue(0);
@@ -120,9 +128,10 @@ TdnVSTdynController::TdnVSTdynController()
 void TdnVSTdynController::appendAttributes(TattributeList& list) {
     TdependNodeVS::appendAttributes(list);
     for (Tattribute* a : std::initializer_list<Tattribute*>{
-             &lastEvalTime, &evalTime, &startTime, &startFrame, &currEvalTime, &makeDirty, &output, &traceDepth,
-             &particleCache, &cacheTime, &doRunup, &particlesOn, &allOn, &rigidOn, &particleLOD, &oversample, &seed,
-             &autoCreate, &firstEval, &allOnWhenRun, &startRunup, &breakRunup})
+             &lastEvalTime, &evalTime,     &startTime,     &startFrame, &currEvalTime, &makeDirty,
+             &output,       &traceDepth,   &particleCache, &cacheTime,  &doRunup,      &particlesOn,
+             &allOn,        &rigidOn,      &particleLOD,   &oversample, &seed,         &autoCreate,
+             &firstEval,    &allOnWhenRun, &startRunup,    &breakRunup})
         list.addAttribute(a);
 }
 
@@ -152,7 +161,8 @@ void TdynController::resetDefaultValues() {
 
 void TdynController::lockAllPlugs() {
     auto* vs = sVsData();
-    for (unsigned i = 0; i < vs->attributeCount(); ++i) lockPlug(vs->attribute(i));
+    for (unsigned i = 0; i < vs->attributeCount(); ++i)
+        lockPlug(vs->attribute(i));
 }
 
 void TdynController::lockPlug(const Tattribute* a) {

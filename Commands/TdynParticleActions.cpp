@@ -15,17 +15,24 @@
 namespace {
 using T = TargType;
 
-TcommandEngine& engine() { return TcommandEngine::current(); }
+TcommandEngine& engine() {
+    return TcommandEngine::current();
+}
 
 [[noreturn]] void fail(const TargDatabase& db, const std::string& text) {
     throw TargError(db.commandName() + ": " + text);
 }
 
-bool flag(const TargDatabase& db, const char* s, const char* l) { return db.isFlagSet(s) || db.isFlagSet(l); }
-const char* which(const TargDatabase& db, const char* s, const char* l) { return db.isFlagSet(l) ? l : s; }
+bool flag(const TargDatabase& db, const char* s, const char* l) {
+    return db.isFlagSet(s) || db.isFlagSet(l);
+}
+const char* which(const TargDatabase& db, const char* s, const char* l) {
+    return db.isFlagSet(l) ? l : s;
+}
 
 T4dDblVector vectorArg(const TargDatabase& db, const char* f, std::size_t use = 0) {
-    return {db.flagArgumentDouble(f, use, 0), db.flagArgumentDouble(f, use, 1), db.flagArgumentDouble(f, use, 2)};
+    return {db.flagArgumentDouble(f, use, 0), db.flagArgumentDouble(f, use, 1),
+            db.flagArgumentDouble(f, use, 2)};
 }
 
 struct Target {
@@ -36,7 +43,8 @@ struct Target {
 Target findTarget(const TargDatabase& db, const std::string& text) {
     Target t;
     std::string object;
-    if (!splitParticleComponent(text, object, t.index)) fail(db, "'" + text + "' is not a particle or particle component");
+    if (!splitParticleComponent(text, object, t.index))
+        fail(db, "'" + text + "' is not a particle or particle component");
     t.shape = particleShapeNamed(object);
     if (!t.shape) fail(db, "'" + object + "' is not a particle object");
     return t;
@@ -47,12 +55,15 @@ std::vector<Target> targets(const TargDatabase& db, const char* objectFlagShort 
     std::vector<Target> out;
     if (objectFlagShort && flag(db, objectFlagShort, objectFlagLong))
         out.push_back(findTarget(db, db.flagArgumentString(which(db, objectFlagShort, objectFlagLong))));
-    for (const std::string& o : db.objects()) out.push_back(findTarget(db, o));
+    for (const std::string& o : db.objects())
+        out.push_back(findTarget(db, o));
     if (out.empty()) fail(db, "name a particle object");
     return out;
 }
 
-bool isVectorAttr(const Tattribute* a) { return a->letterClasses().front() == &TdataVectorArray::sClass; }
+bool isVectorAttr(const Tattribute* a) {
+    return a->letterClasses().front() == &TdataVectorArray::sClass;
+}
 
 Tattribute* perParticle(const TargDatabase& db, TdynParticleShape* shape, const std::string& name) {
     Tattribute* a = shape->perParticleAttribute(name);
@@ -88,13 +99,16 @@ public:
             if (auto* v = d.as<TdataVectorArray>()) {
                 const unsigned end = check(v->length());
                 for (unsigned i = first; i < end; ++i)
-                    for (int k = 0; k < 3; ++k) out.push_back(v->array()[i][k]);
+                    for (int k = 0; k < 3; ++k)
+                        out.push_back(v->array()[i][k]);
             } else if (auto* x = d.as<TdataDoubleArray>()) {
                 const unsigned end = check(x->length());
-                for (unsigned i = first; i < end; ++i) out.push_back(x->array()[i]);
+                for (unsigned i = first; i < end; ++i)
+                    out.push_back(x->array()[i]);
             } else if (auto* n = d.as<TdataInt32Array>()) {
                 const unsigned end = check(n->length());
-                for (unsigned i = first; i < end; ++i) out.push_back(n->array()[i]);
+                for (unsigned i = first; i < end; ++i)
+                    out.push_back(n->array()[i]);
             }
         }
         engine().setResult(out);
@@ -129,13 +143,13 @@ public:
                 fail(db, t.shape->name() + "." + name + " holds vectors; use -vectorValue");
             if (!vec && (flag(db, "vv", "vectorValue") || flag(db, "rv", "randomVector")))
                 fail(db, t.shape->name() + "." + name + " holds numbers; use -floatValue");
-            if (!flag(db, "fv", "floatValue") && !flag(db, "vv", "vectorValue") && !flag(db, "rf", "randomFloat") &&
-                !flag(db, "rv", "randomVector"))
+            if (!flag(db, "fv", "floatValue") && !flag(db, "vv", "vectorValue") &&
+                !flag(db, "rf", "randomFloat") && !flag(db, "rv", "randomVector"))
                 fail(db, "give a value with -floatValue or -vectorValue");
             const unsigned n = t.shape->normalBlock().inputValue(TdynParticleShape::sVsData()->count).asInt();
             if (t.index >= 0 && static_cast<unsigned>(t.index) >= n)
-                fail(db, "particle " + std::to_string(t.index) + " is out of range; " + t.shape->name() + " has " +
-                             std::to_string(n));
+                fail(db, "particle " + std::to_string(t.index) + " is out of range; " + t.shape->name() +
+                             " has " + std::to_string(n));
         }
         for (const Target& t : ts) {
             Tattribute* a = t.shape->perParticleAttribute(name);
@@ -145,8 +159,9 @@ public:
             Tstring why;
             for (unsigned i = first; i < end; ++i) {
                 if (isVectorAttr(a)) {
-                    T4dDblVector v = flag(db, "vv", "vectorValue") ? vectorArg(db, which(db, "vv", "vectorValue"))
-                                                                  : T4dDblVector();
+                    T4dDblVector v = flag(db, "vv", "vectorValue")
+                                         ? vectorArg(db, which(db, "vv", "vectorValue"))
+                                         : T4dDblVector();
                     if (flag(db, "rv", "randomVector")) {
                         const T4dDblVector r = vectorArg(db, which(db, "rv", "randomVector"));
                         v += T4dDblVector{dynRandgen::uniform(-r.x, r.x), dynRandgen::uniform(-r.y, r.y),
@@ -156,7 +171,9 @@ public:
                     if (relative && t.shape->getAttribute(name, i, old)) v += old;
                     if (!t.shape->setAttribute(name, i, v, &why)) fail(db, why);
                 } else {
-                    double v = flag(db, "fv", "floatValue") ? db.flagArgumentDouble(which(db, "fv", "floatValue")) : 0;
+                    double v = flag(db, "fv", "floatValue")
+                                   ? db.flagArgumentDouble(which(db, "fv", "floatValue"))
+                                   : 0;
                     if (flag(db, "rf", "randomFloat")) {
                         const double r = db.flagArgumentDouble(which(db, "rf", "randomFloat"));
                         v += dynRandgen::uniform(-r, r);
@@ -202,13 +219,15 @@ public:
         TargDatabase db(s, args);
         if (!flag(db, "o", "object")) fail(db, "give the particle object with -object");
         TdynParticleShape* shape = particleShapeNamed(db.flagArgumentString(which(db, "o", "object")));
-        if (!shape) fail(db, "'" + db.flagArgumentString(which(db, "o", "object")) + "' is not a particle object");
+        if (!shape)
+            fail(db, "'" + db.flagArgumentString(which(db, "o", "object")) + "' is not a particle object");
         const char* posFlag = which(db, "pos", "position");
         const std::size_t n = db.flagUseCount(posFlag);
         if (n == 0) fail(db, "give at least one -position");
         TdataArrayAttrs batch;
         T4dDblVectorArray& p = batch.addVectorData("position");
-        for (std::size_t u = 0; u < n; ++u) p.addLast(vectorArg(db, posFlag, u));
+        for (std::size_t u = 0; u < n; ++u)
+            p.addLast(vectorArg(db, posFlag, u));
         // Values follow the attributes in order: n values for each -attribute.
         const char* atFlag = which(db, "at", "attribute");
         const char* fvFlag = which(db, "fv", "floatValue");
@@ -218,13 +237,17 @@ public:
             const std::string name = db.flagArgumentString(atFlag, k);
             Tattribute* a = perParticle(db, shape, name);
             if (isVectorAttr(a)) {
-                if (db.flagUseCount(vvFlag) < vv + n) fail(db, "-attribute " + name + " needs " + std::to_string(n) + " -vectorValue");
+                if (db.flagUseCount(vvFlag) < vv + n)
+                    fail(db, "-attribute " + name + " needs " + std::to_string(n) + " -vectorValue");
                 T4dDblVectorArray& arr = batch.addVectorData(name);
-                for (std::size_t i = 0; i < n; ++i) arr.addLast(vectorArg(db, vvFlag, vv++));
+                for (std::size_t i = 0; i < n; ++i)
+                    arr.addLast(vectorArg(db, vvFlag, vv++));
             } else {
-                if (db.flagUseCount(fvFlag) < fv + n) fail(db, "-attribute " + name + " needs " + std::to_string(n) + " -floatValue");
+                if (db.flagUseCount(fvFlag) < fv + n)
+                    fail(db, "-attribute " + name + " needs " + std::to_string(n) + " -floatValue");
                 TdoubleArray& arr = batch.addDoubleData(name);
-                for (std::size_t i = 0; i < n; ++i) arr.addLast(db.flagArgumentDouble(fvFlag, fv++));
+                for (std::size_t i = 0; i < n; ++i)
+                    arr.addLast(db.flagArgumentDouble(fvFlag, fv++));
             }
         }
         shape->normalBlock().inputValue(TdynParticleShape::sVsData()->count);
@@ -260,7 +283,8 @@ public:
                 const TletterClass& c = vec ? TdataVectorArray::sClass : TdataDoubleArray::sClass;
                 for (const std::string& n : {name, name + "0"}) {
                     auto a = std::make_unique<TattributeTyped>(n.c_str(), n.c_str(), makeIffTag("USER"), c);
-                    if (!t.shape->addAttribute(std::move(a))) fail(db, "could not add '" + n + "' to " + t.shape->name());
+                    if (!t.shape->addAttribute(std::move(a)))
+                        fail(db, "could not add '" + n + "' to " + t.shape->name());
                 }
             }
         }
@@ -280,15 +304,18 @@ public:
         TargDatabase db(s, args);
         std::vector<TdynParticleShape*> shapes;
         if (flag(db, "saveall", "all") || db.objects().empty()) {
-            for (TdependNode* n : TdynStatic::particleNodes()) shapes.push_back(TdynParticleShape::cast(n));
+            for (TdependNode* n : TdynStatic::particleNodes())
+                shapes.push_back(TdynParticleShape::cast(n));
         }
-        for (const std::string& o : db.objects()) shapes.push_back(findTarget(db, o).shape);
+        for (const std::string& o : db.objects())
+            shapes.push_back(findTarget(db, o).shape);
         if (shapes.empty()) fail(db, "no particle object to save");
         for (TdynParticleShape* p : shapes) {
             if (flag(db, "atr", "attribute")) {
                 const std::string name = db.flagArgumentString(which(db, "atr", "attribute"));
                 Tattribute* a = perParticle(db, p, name);
-                if (!p->saveInitialState(a)) fail(db, p->name() + "." + name + " has no initial-state attribute");
+                if (!p->saveInitialState(a))
+                    fail(db, p->name() + "." + name + " has no initial-state attribute");
             } else {
                 p->saveInitialState();
             }
@@ -356,7 +383,8 @@ public:
                 return 0;
             }
             int v = db.flagArgumentInt(which(db, p.s, p.l));
-            if (std::string(p.s) == "rf" && (v < 1 || v > 2)) fail(db, "-runupFrom takes 1 (start frame) or 2 (previous frame)");
+            if (std::string(p.s) == "rf" && (v < 1 || v > 2))
+                fail(db, "-runupFrom takes 1 (start frame) or 2 (previous frame)");
             ToptionVars::setInt(p.var, v);
         }
         return 0;
@@ -427,7 +455,8 @@ public:
                             {"pld", "particleLOD", &vs->particleLOD, T::Double},
                             {"oversample", "oversample", &vs->oversample, T::Int},
                             {"seed", "seed", &vs->seed, T::Int}};
-        for (const Row& r : rows) s.addFlag(r.s, r.l, {r.type});
+        for (const Row& r : rows)
+            s.addFlag(r.s, r.l, {r.type});
         TargDatabase db(s, args);
         TdynController* c = TdynController::controller(true);
         for (const Row& r : rows) {
@@ -435,12 +464,15 @@ public:
             if (db.isQuery()) {
                 double v = 0;
                 c->getAttributeValue(r.a, v);
-                if (r.type == T::Double) engine().setResult(v);
-                else engine().setResult(static_cast<int>(v));
+                if (r.type == T::Double)
+                    engine().setResult(v);
+                else
+                    engine().setResult(static_cast<int>(v));
                 return 0;
             }
             const double v = db.flagArgumentDouble(which(db, r.s, r.l));
-            if (r.a == &vs->particleLOD && (v < 0 || v > 1)) fail(db, "-particleLOD must lie between 0 and 1");
+            if (r.a == &vs->particleLOD && (v < 0 || v > 1))
+                fail(db, "-particleLOD must lie between 0 and 1");
             if (r.a == &vs->traceDepth && v < 0) fail(db, "-traceDepth cannot be negative");
             TstandaloneValue value(r.a);
             value.handle().set(v);

@@ -1,8 +1,8 @@
 // The particle command: makes a particle object with its initial particles,
 // queries its count and edits one particle.
 
-#include "Commands/TdynCmd.h"
 #include "Commands/TdynParticleCmd.h"
+#include "Commands/TdynCmd.h"
 #include "Commands/TdynParticleShape.h"
 
 #include "Host/Dag/Ttransform.h"
@@ -143,23 +143,27 @@ protected:
     }
 
     int parseNew(const TargDatabase& db) {
-        for (std::size_t u = 0; u < db.flagUseCount("p"); ++u) fPoints.addLast(vectorArg(db, "p", u));
+        for (std::size_t u = 0; u < db.flagUseCount("p"); ++u)
+            fPoints.addLast(vectorArg(db, "p", u));
         const bool ll = isFlagSet(db, "ll", "lowerLeft"), ur = isFlagSet(db, "ur", "upperRight"),
                    grs = isFlagSet(db, "grs", "gridSpacing");
         if (ll || ur || grs) {
             if (!(ll && ur && grs)) {
-                engine().displayError("particle: a grid needs -lowerLeft, -upperRight and -gridSpacing together");
+                engine().displayError(
+                    "particle: a grid needs -lowerLeft, -upperRight and -gridSpacing together");
                 return -1;
             }
             const T4dDblVector lo = vectorArg(db, "ll"), hi = vectorArg(db, "ur");
             const double step = db.flagArgumentDouble("grs");
             if (!(step > 0) || !std::isfinite(step)) {
-                engine().displayError("particle: -gridSpacing must be greater than 0, got " + std::to_string(step));
+                engine().displayError("particle: -gridSpacing must be greater than 0, got " +
+                                      std::to_string(step));
                 return -1;
             }
             for (int k = 0; k < 3; ++k)
                 if (hi[k] < lo[k]) {
-                    engine().displayError(std::string("particle: -upperRight is below -lowerLeft in ") + "xyz"[k]);
+                    engine().displayError(std::string("particle: -upperRight is below -lowerLeft in ") +
+                                          "xyz"[k]);
                     return -1;
                 }
             const long long nx = static_cast<long long>(std::floor((hi.x - lo.x) / step + 1e-9)) + 1;
@@ -216,7 +220,8 @@ protected:
         const int id = db.flagArgumentInt("id");
         Tattribute* a = fShape->perParticleAttribute(fAttr);
         if (!a) {
-            engine().displayError("particle: '" + fAttr + "' is not a per-particle attribute of " + fShape->name());
+            engine().displayError("particle: '" + fAttr + "' is not a per-particle attribute of " +
+                                  fShape->name());
             return -1;
         }
         // The identifier leads to the particle's index.
@@ -225,7 +230,8 @@ protected:
         for (unsigned i = 0; ids && i < ids->length(); ++i)
             if (static_cast<int>((*ids)[i]) == id) fIndex = static_cast<int>(i);
         if (fIndex < 0) {
-            engine().displayError("particle: " + fShape->name() + " has no particle with id " + std::to_string(id));
+            engine().displayError("particle: " + fShape->name() + " has no particle with id " +
+                                  std::to_string(id));
             return -1;
         }
         fIsVector = a->letterClasses().front() == &TdataVectorArray::sClass;
@@ -250,14 +256,19 @@ protected:
     void writeParticle(bool newValues) {
         if (fAttr.empty() || !fShape) return;
         const unsigned i = static_cast<unsigned>(fIndex);
-        if (fIsVector) fShape->setAttribute(fAttr, i, newValues ? fNewVector : fOldVector);
-        else fShape->setAttribute(fAttr, i, newValues ? fNewDouble : fOldDouble);
+        if (fIsVector)
+            fShape->setAttribute(fAttr, i, newValues ? fNewVector : fOldVector);
+        else
+            fShape->setAttribute(fAttr, i, newValues ? fNewDouble : fOldDouble);
         // At the start the initial state changes too, so that the edit survives a rewind.
         auto* vs = TdynParticleShape::sVsData();
         if (TdependGraph::current().time() <= fShape->normalBlock().inputValue(vs->startTime).asTime())
-            if (Tattribute* a0 = fShape->attribute(fAttr + "0"); a0 && fShape->perParticleAttribute(a0->name())) {
-                if (fIsVector) fShape->setAttribute(a0->name(), i, newValues ? fNewVector : fOldVector);
-                else fShape->setAttribute(a0->name(), i, newValues ? fNewDouble : fOldDouble);
+            if (Tattribute* a0 = fShape->attribute(fAttr + "0");
+                a0 && fShape->perParticleAttribute(a0->name())) {
+                if (fIsVector)
+                    fShape->setAttribute(a0->name(), i, newValues ? fNewVector : fOldVector);
+                else
+                    fShape->setAttribute(a0->name(), i, newValues ? fNewDouble : fOldDouble);
             }
     }
 
@@ -269,7 +280,8 @@ protected:
         TdependGraph& g = TdependGraph::current();
         if (!fNodes.empty()) {
             // Redo after undo: the same nodes come back, parented and following time again.
-            for (auto it = fDetached.rbegin(); it != fDetached.rend(); ++it) g.reattachNode(std::move(*it));
+            for (auto it = fDetached.rbegin(); it != fDetached.rend(); ++it)
+                g.reattachNode(std::move(*it));
             fDetached.clear();
             auto* shape = TdynParticleShape::cast(fNodes[1]);
             shape->setParentObject(TdagObject::cast(fNodes[0]));
@@ -303,7 +315,8 @@ protected:
             return 0;
         }
         TdependGraph& g = TdependGraph::current();
-        for (auto it = fNodes.rbegin(); it != fNodes.rend(); ++it) fDetached.push_back(g.detachNode(*it));
+        for (auto it = fNodes.rbegin(); it != fNodes.rend(); ++it)
+            fDetached.push_back(g.detachNode(*it));
         return 0;
     }
 

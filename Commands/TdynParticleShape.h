@@ -28,25 +28,30 @@ public:
     Tattribute *velocity, *rampVelocity, *lastVelocity, *acceleration, *rampAcceleration;
     Tattribute *force, *inputForce;
     Tattribute3Double *centroid, *worldCentroid, *cachedWorldCentroid;
-    Tattribute *lastWorldPosition, *worldVelocity, *worldVelocityInObjectSpace, *lastWorldVelocity, *lastWorldMatrix;
+    Tattribute *lastWorldPosition, *worldVelocity, *worldVelocityInObjectSpace, *lastWorldVelocity,
+        *lastWorldMatrix;
     // Initial state.
     Tattribute *position0, *velocity0, *acceleration0, *emitterId0;
     Tattribute *useStartupCache, *startupCachePath, *startupCacheFrame;
     // Cached generation: what force providers see.
-    Tattribute *cachedPosition, *lastCachedPosition, *cachedWorldPosition, *cachedVelocity, *cachedWorldVelocity;
+    Tattribute *cachedPosition, *lastCachedPosition, *cachedWorldPosition, *cachedVelocity,
+        *cachedWorldVelocity;
     Tattribute *count, *computingCount;
     Tattribute *mass, *mass0, *massCache;
     Tattribute *particleId, *idCache, *particleId0, *sortedId, *idIndex;
     TattributeCompound* idMapping;
     Tattribute *nextId, *nextId0;
     Tattribute *birthTime, *birthTime0, *birthTimeCache, *age, *age0, *ageCache;
-    Tattribute *emission, *emitterId, *dieOnEmissionVolumeExit, *isFull, *newParticles, *collisionEvents, *death;
+    Tattribute *emission, *emitterId, *dieOnEmissionVolumeExit, *isFull, *newParticles, *collisionEvents,
+        *death;
     Tattribute *lifespanMode, *lifespanRandom, *finalLifespanPP, *generalSeed;
     Tattribute3Int32* randState;
-    Tattribute *expressionsAfterDynamics, *executeCreationExpression, *executeRuntimeExpression, *input, *output;
+    Tattribute *expressionsAfterDynamics, *executeCreationExpression, *executeRuntimeExpression, *input,
+        *output;
     Tattribute *time, *frame, *internalRuntimeExpression, *internalCreationExpression, *currentParticle;
     Tattribute *diedLastTime, *netEmittedLastTime, *startEmittedIndex;
-    Tattribute *isDynamic, *dynamicsWeight, *forcesInWorld, *conserve, *emissionInWorld, *maxCount, *levelOfDetail;
+    Tattribute *isDynamic, *dynamicsWeight, *forcesInWorld, *conserve, *emissionInWorld, *maxCount,
+        *levelOfDetail;
     Tattribute *inheritFactor, *seed;
     Tattribute *fieldDataPosition, *fieldDataVelocity, *fieldDataMass, *fieldDataDeltaTime;
     TattributeCompound* fieldData;
@@ -66,7 +71,8 @@ public:
     Tattribute *eventRandom, *eventSpread, *eventProc;
     Tattribute *instanceData, *instanceAttributeMapping, *instancePointData, *debugDraw, *numberOfEvents;
     Tattribute *eventNameCount, *fieldConnections, *collisionConnections, *connectionsToMe, *auxiliariesOwned;
-    Tattribute *emitterConnections, *inheritColor, *shapeNameMsg, *doDynamics, *doEmission, *forceEmission, *doAge;
+    Tattribute *emitterConnections, *inheritColor, *shapeNameMsg, *doDynamics, *doEmission, *forceEmission,
+        *doAge;
     Tattribute *agesLastDone, *timeLastComputed, *parentMatrixDirty, *newFileFormat, *depthSort;
     Tattribute *particleRenderType, *disableCloudAxis, *normalizeVelocity, *samplerPerParticleData;
 
@@ -89,7 +95,8 @@ public:
     bool computePlug(const Tplug& plug, TdataBlock& block) override;
     bool setCachedValue(const Tplug& plug, const TdataHandle& handle, const TdgContext& context) override;
     bool addAttribute(std::unique_ptr<Tattribute> attr, TattrClass cls = TattrClass::kLocalDynamic) override;
-    std::unique_ptr<Tattribute> removeAttribute(Tattribute* attr, TattrClass cls = TattrClass::kLocalDynamic) override;
+    std::unique_ptr<Tattribute> removeAttribute(Tattribute* attr,
+                                                TattrClass cls = TattrClass::kLocalDynamic) override;
     void postConstructor() override;
     void doPreDraw() override;
     void setDirty(TmsgDirty& msg) override;
@@ -107,12 +114,12 @@ public:
     void computeGoalForces(T4dDblVectorArray& force, TdataBlock& block);
     // Semi-implicit Euler over plain arrays. Null out arrays mean in place.
     // `nameForWarnings` names the object in the zero-mass warning (null: no warning).
-    static void evaluateEuler(T4dDblVectorArray& position, T4dDblVectorArray& velocity,
-                              T4dDblVectorArray& acceleration, const T4dDblVectorArray& force,
-                              const TdoubleArray& mass, double dt, double conserve, double dynamicsWeight,
-                              bool forcesInWorld, const T4dDblMatrix& worldMatrix,
-                              T4dDblVectorArray* outPosition = nullptr, T4dDblVectorArray* outVelocity = nullptr,
-                              T4dDblVectorArray* outAcceleration = nullptr, const char* nameForWarnings = nullptr);
+    static void
+    evaluateEuler(T4dDblVectorArray& position, T4dDblVectorArray& velocity, T4dDblVectorArray& acceleration,
+                  const T4dDblVectorArray& force, const TdoubleArray& mass, double dt, double conserve,
+                  double dynamicsWeight, bool forcesInWorld, const T4dDblMatrix& worldMatrix,
+                  T4dDblVectorArray* outPosition = nullptr, T4dDblVectorArray* outVelocity = nullptr,
+                  T4dDblVectorArray* outAcceleration = nullptr, const char* nameForWarnings = nullptr);
     // Pulls the step at the current time (what run-up calls).
     void forceDynamics();
     bool restoreState(TdataBlock& block);
@@ -179,7 +186,8 @@ public:
     // Moving one particle by hand is not offered: the arrays are the interface.
     void moveParticle(unsigned, const T4dDblVector&) {}
     void allocateAndFillDouble(const Tattribute* attr, unsigned n, double value, TdataBlock& block);
-    void allocateAndFillVector(const Tattribute* attr, unsigned n, const T4dDblVector& value, TdataBlock& block);
+    void allocateAndFillVector(const Tattribute* attr, unsigned n, const T4dDblVector& value,
+                               TdataBlock& block);
     bool hasNonExprInputConnection(const Tattribute* attr) const;
     double defaultDoubleValue(const Tattribute* attr);
     T4dDblVector defaultVectorValue(const Tattribute* attr);
@@ -230,8 +238,8 @@ private:
     void getGoalWeights(TdoubleArray& out, TdataBlock& block);
     bool isGoalObjectValid(int element, TdataBlock& block);
     // Appends the sampled values of one array for a batch already in object space.
-    void fillNewValues(Tattribute* attr, TdataArrayAttrs& batch, TdataBlock& block, int n, int k, double interval,
-                       int firstId, double evalSeconds, double stepSeconds);
+    void fillNewValues(Tattribute* attr, TdataArrayAttrs& batch, TdataBlock& block, int n, int k,
+                       double interval, int firstId, double evalSeconds, double stepSeconds);
     void dirtySpecialCurrentTimeDependents();
     double drawFrom(Tattribute3Int32* state, TdataBlock& block);
 

@@ -21,7 +21,9 @@ template <class L> Tdata takeForWriting(TdataBlock& block, const Tattribute* att
     d.makeWriter();
     return d;
 }
-template <class L> typename L::ArrayType& arrayOf(Tdata& d) { return d.as<L>()->array(); }
+template <class L> typename L::ArrayType& arrayOf(Tdata& d) {
+    return d.as<L>()->array();
+}
 
 const T4dDblVectorArray& emptyVectors() {
     static const T4dDblVectorArray empty;
@@ -50,7 +52,8 @@ bool TdynParticleShape::computePlug(const Tplug& plug, TdataBlock& block) {
     if (a == vs->lastCachedPosition) return computeLastCachedPositionFromVelocity(block), true;
     if (a == vs->cachedWorldVelocity) return computeCachedWorldVelocity(block), true;
     if (isChildOf(a, vs->centroid)) return computeCentroid(block, vs->position, vs->centroid), true;
-    if (isChildOf(a, vs->worldCentroid)) return computeCentroid(block, vs->worldPosition, vs->worldCentroid), true;
+    if (isChildOf(a, vs->worldCentroid))
+        return computeCentroid(block, vs->worldPosition, vs->worldCentroid), true;
     if (isChildOf(a, vs->cachedWorldCentroid))
         return computeCentroid(block, vs->cachedWorldPosition, vs->cachedWorldCentroid), true;
     if (a == vs->force) return computeForces(block), true;
@@ -186,7 +189,8 @@ void TdynParticleShape::computeEvaluationTime(TdataBlock& block) {
     auto* vs = sVsData();
     const TanimTime t = block.context().time();
     const TanimTime start = block.inputValue(vs->startTime).asTime();
-    const TanimTime wanted = t < start ? start : TdynStatic::nextFrameBoundary(t, TdynStatic::activeGlobalsOverSampling());
+    const TanimTime wanted =
+        t < start ? start : TdynStatic::nextFrameBoundary(t, TdynStatic::activeGlobalsOverSampling());
     TanimTime value = wanted;
     const Tplug src = inputSource(vs->currentTime, -1);
     const bool plainTime = !src.isNull() && TdnTime::cast(src.node()) != nullptr;
@@ -221,10 +225,12 @@ void TdynParticleShape::computeAge(TdataBlock& block) {
     TdoubleArray& g = arrayOf<TdataDoubleArray>(ages);
     g.changeLogicalSizeTo(n);
     if (b && b->length() == n) {
-        for (unsigned i = 0; i < n; ++i) g[i] = te - (*b)[i];
+        for (unsigned i = 0; i < n; ++i)
+            g[i] = te - (*b)[i];
     } else {
         const double s = te - block.inputValue(vs->startTime).asTime().seconds();
-        for (unsigned i = 0; i < n; ++i) g[i] = s;
+        for (unsigned i = 0; i < n; ++i)
+            g[i] = s;
     }
     block.outputValue(vs->age).set(ages);
 }
@@ -287,7 +293,8 @@ void TdynParticleShape::computeDynamics(TdataBlock& block) {
                 massCopy = m ? *m : TdoubleArray();
                 const unsigned old = massCopy.length();
                 massCopy.changeLogicalSizeTo(p.length());
-                for (unsigned i = old; i < p.length(); ++i) massCopy[i] = 1.0;
+                for (unsigned i = old; i < p.length(); ++i)
+                    massCopy[i] = 1.0;
                 m = &massCopy;
             }
             const T4dDblVectorArray* f = TdynStatic::dataVectorArray(forceData);
@@ -307,7 +314,8 @@ void TdynParticleShape::computeDynamics(TdataBlock& block) {
         markClean();
     }
     if (block.isNormalContext()) {
-        for (const Tattribute* a : std::initializer_list<const Tattribute*>{vs->cachedTime, vs->lastTimeEvaluated}) {
+        for (const Tattribute* a :
+             std::initializer_list<const Tattribute*>{vs->cachedTime, vs->lastTimeEvaluated}) {
             TdataHandle h = block.outputValue(a);
             h.set(eval);
             h.setClean();
@@ -320,10 +328,11 @@ void TdynParticleShape::computeDynamics(TdataBlock& block) {
 
 void TdynParticleShape::evaluateEuler(T4dDblVectorArray& position, T4dDblVectorArray& velocity,
                                       T4dDblVectorArray& acceleration, const T4dDblVectorArray& force,
-                                      const TdoubleArray& mass, double dt, double conserve, double dynamicsWeight,
-                                      bool forcesInWorld, const T4dDblMatrix& worldMatrix,
-                                      T4dDblVectorArray* outPosition, T4dDblVectorArray* outVelocity,
-                                      T4dDblVectorArray* outAcceleration, const char* nameForWarnings) {
+                                      const TdoubleArray& mass, double dt, double conserve,
+                                      double dynamicsWeight, bool forcesInWorld,
+                                      const T4dDblMatrix& worldMatrix, T4dDblVectorArray* outPosition,
+                                      T4dDblVectorArray* outVelocity, T4dDblVectorArray* outAcceleration,
+                                      const char* nameForWarnings) {
     T4dDblVectorArray* P = &position;
     T4dDblVectorArray* V = &velocity;
     T4dDblVectorArray* A = &acceleration;
@@ -345,10 +354,12 @@ void TdynParticleShape::evaluateEuler(T4dDblVectorArray& position, T4dDblVectorA
     T4dDblVector* a = A->data();
 
     if (conserve != 1.0)
-        for (int i = static_cast<int>(V->length()) - 1; i >= 0; --i) v[i] *= conserve;
+        for (int i = static_cast<int>(V->length()) - 1; i >= 0; --i)
+            v[i] *= conserve;
 
     if (std::fabs(dynamicsWeight) <= kEps) {
-        for (int i = n - 1; i >= 0; --i) p[i] += v[i] * dt;
+        for (int i = n - 1; i >= 0; --i)
+            p[i] += v[i] * dt;
         return;
     }
 
@@ -386,8 +397,8 @@ void TdynParticleShape::evaluateEuler(T4dDblVectorArray& position, T4dDblVectorA
         double mi = m[i];
         if (!allMassive && std::fabs(mi) <= kEps) {
             if (nameForWarnings)
-                TcommandEngine::current().displayWarning(TmessageTable::text(4425) + std::to_string(i) + ", " +
-                                                         nameForWarnings + TmessageTable::text(4426));
+                TcommandEngine::current().displayWarning(TmessageTable::text(4425) + std::to_string(i) +
+                                                         ", " + nameForWarnings + TmessageTable::text(4426));
             mi = 1.0;
         }
         const double s = dynamicsWeight / mi;
@@ -421,11 +432,15 @@ void TdynParticleShape::computeForces(TdataBlock& block) {
         // Newcomers the field has not seen yet get its last value.
         const T4dDblVector last = fi[f->length() - 1];
         if (first) {
-            for (unsigned i = 0; i < m; ++i) fo[i] = fi[i];
-            for (unsigned i = m; i < n; ++i) fo[i] = last;
+            for (unsigned i = 0; i < m; ++i)
+                fo[i] = fi[i];
+            for (unsigned i = m; i < n; ++i)
+                fo[i] = last;
         } else {
-            for (unsigned i = 0; i < m; ++i) fo[i] += fi[i];
-            for (unsigned i = m; i < n; ++i) fo[i] += last;
+            for (unsigned i = 0; i < m; ++i)
+                fo[i] += fi[i];
+            for (unsigned i = m; i < n; ++i)
+                fo[i] += last;
         }
         first = false;
     }
@@ -457,7 +472,8 @@ void TdynParticleShape::getGoalWeights(TdoubleArray& out, TdataBlock& block) {
     for (int e : block.elementIndices(vs->goalGeometry)) {
         if (!isGoalObjectValid(e, block)) continue;
         double w = 1.0;
-        if (block.hasElement(vs->goalWeight, e)) w = std::clamp(block.inputValue(vs->goalWeight, e).asDouble(), 0.0, 1.0);
+        if (block.hasElement(vs->goalWeight, e))
+            w = std::clamp(block.inputValue(vs->goalWeight, e).asDouble(), 0.0, 1.0);
         out.addLast(w);
     }
 }
@@ -473,20 +489,25 @@ bool TdynParticleShape::getGoalPositions(T4dDblVectorArray& out, unsigned n, Tda
     for (unsigned k = 0; k < valid.size(); ++k) {
         Tdata d = block.inputValue(vs->goalGeometry, valid[k]).data();
         std::vector<T4dDblVector> pts;
-        if (auto* v = d.as<TdataVectorArray>()) pts.assign(v->array().begin(), v->array().end());
-        else if (auto* mtx = d.as<TdataMatrix>()) pts.push_back(mtx->matrix().getTranslation());
+        if (auto* v = d.as<TdataVectorArray>())
+            pts.assign(v->array().begin(), v->array().end());
+        else if (auto* mtx = d.as<TdataMatrix>())
+            pts.push_back(mtx->matrix().getTranslation());
         else if (auto* g = d.as<TdataGeometry>())
-            for (TgeometryIterator it = g->iterator(); !it.isDone(); it.next()) pts.push_back(it.point());
+            for (TgeometryIterator it = g->iterator(); !it.isDone(); it.next())
+                pts.push_back(it.point());
         if (pts.empty()) continue;
         // A goal with fewer points than particles wraps around.
         for (unsigned j = 0; j < pts.size(); ++j)
-            for (unsigned i = j; i < n; i += static_cast<unsigned>(pts.size())) out[i + n * k] = pts[j];
+            for (unsigned i = j; i < n; i += static_cast<unsigned>(pts.size()))
+                out[i + n * k] = pts[j];
     }
     if (Tattribute* off = attribute("goalOffset")) {
         Tdata od = block.inputValue(off).data();
         if (const T4dDblVectorArray* o = TdynStatic::dataVectorArray(od))
             for (unsigned k = 0; k < valid.size(); ++k)
-                for (unsigned i = 0; i < o->length() && i < n; ++i) out[i + n * k] += (*o)[i];
+                for (unsigned i = 0; i < o->length() && i < n; ++i)
+                    out[i + n * k] += (*o)[i];
     }
     return true;
 }
@@ -501,7 +522,8 @@ void TdynParticleShape::computeGoalForces(T4dDblVectorArray& force, TdataBlock& 
     const unsigned g = G.length() / n;
     if (g < 1 || weights.length() != g) return;
     const double s = block.inputValue(vs->goalSmoothness).asDouble();
-    for (double& w : weights) w = std::pow(w, s);
+    for (double& w : weights)
+        w = std::pow(w, s);
 
     Tdata posData = block.outputValue(vs->position).data();
     Tdata velData = block.outputValue(vs->velocity).data();
@@ -510,11 +532,13 @@ void TdynParticleShape::computeGoalForces(T4dDblVectorArray& force, TdataBlock& 
     const double conserve = block.inputValue(vs->conserve).asDouble();
     const double dw = block.inputValue(vs->dynamicsWeight).asDouble();
     if (std::fabs(dw) <= kEps) {
-        TcommandEngine::current().displayWarning(TmessageTable::text(4412) + name() + TmessageTable::text(4413), true);
+        TcommandEngine::current().displayWarning(
+            TmessageTable::text(4412) + name() + TmessageTable::text(4413), true);
         return;
     }
-    const double dt = (block.outputValue(vs->evaluationTime).asTime() - block.outputValue(vs->cachedTime).asTime())
-                          .seconds();
+    const double dt =
+        (block.outputValue(vs->evaluationTime).asTime() - block.outputValue(vs->cachedTime).asTime())
+            .seconds();
     if (!(dt >= 0 && std::fabs(dt) > kEps)) return;
     const T4dDblMatrix W = worldMatrix();
     const T4dDblMatrix Vinv = TdynStatic::matrixWithoutTranslation(W).inverse();
@@ -522,15 +546,19 @@ void TdynParticleShape::computeGoalForces(T4dDblVectorArray& force, TdataBlock& 
 
     const T4dDblVectorArray* pos = TdynStatic::dataVectorArray(posData);
     if (!pos || pos->length() < n) return;
-    T4dDblVectorArray vel = velData.as<TdataVectorArray>() ? velData.as<TdataVectorArray>()->array() : T4dDblVectorArray();
-    T4dDblVectorArray acc = accData.as<TdataVectorArray>() ? accData.as<TdataVectorArray>()->array() : T4dDblVectorArray();
+    T4dDblVectorArray vel =
+        velData.as<TdataVectorArray>() ? velData.as<TdataVectorArray>()->array() : T4dDblVectorArray();
+    T4dDblVectorArray acc =
+        accData.as<TdataVectorArray>() ? accData.as<TdataVectorArray>()->array() : T4dDblVectorArray();
     vel.changeLogicalSizeTo(n);
     acc.changeLogicalSizeTo(n);
-    TdoubleArray mass = massData.as<TdataDoubleArray>() ? massData.as<TdataDoubleArray>()->array() : TdoubleArray();
+    TdoubleArray mass =
+        massData.as<TdataDoubleArray>() ? massData.as<TdataDoubleArray>()->array() : TdoubleArray();
     {
         const unsigned old = mass.length();
         mass.changeLogicalSizeTo(n);
-        for (unsigned i = old; i < n; ++i) mass[i] = 1.0;
+        for (unsigned i = old; i < n; ++i)
+            mass[i] = 1.0;
     }
     // Predict where the particles would go without goals; the prediction is thrown away.
     T4dDblVectorArray P, PV, PA;
@@ -546,7 +574,8 @@ void TdynParticleShape::computeGoalForces(T4dDblVectorArray& force, TdataBlock& 
     }
     if (wmax == 0.0) return;
     TdoubleArray N(g);
-    for (unsigned k = 0; k < g; ++k) N[k] = (weights[k] / sum) * weights[k];
+    for (unsigned k = 0; k < g; ++k)
+        N[k] = (weights[k] / sum) * weights[k];
     wmax = std::min(wmax, 1.0);
 
     unsigned L = n;
@@ -560,18 +589,23 @@ void TdynParticleShape::computeGoalForces(T4dDblVectorArray& force, TdataBlock& 
     }
     if (gpp) {
         L = std::min(n, gpp->length());
-        for (unsigned i = 0; i < L; ++i) scale[i] = std::clamp(std::pow((*gpp)[i], s), 0.0, 1.0) * mass[i];
+        for (unsigned i = 0; i < L; ++i)
+            scale[i] = std::clamp(std::pow((*gpp)[i], s), 0.0, 1.0) * mass[i];
     } else {
-        for (unsigned i = 0; i < n; ++i) scale[i] = mass[i];
+        for (unsigned i = 0; i < n; ++i)
+            scale[i] = mass[i];
     }
     const double c = 1.0 / (dw * dt * dt);
     T4dDblVectorArray A(L);
-    for (unsigned i = 0; i < L; ++i) A[i] = ((*pos)[i] - P[i]) * (scale[i] * c * wmax);
+    for (unsigned i = 0; i < L; ++i)
+        A[i] = ((*pos)[i] - P[i]) * (scale[i] * c * wmax);
     for (unsigned k = 0; k < g; ++k)
-        for (unsigned i = 0; i < L; ++i) A[i] += (G[i + n * k] - (*pos)[i]) * (scale[i] * N[k] * c);
+        for (unsigned i = 0; i < L; ++i)
+            A[i] += (G[i + n * k] - (*pos)[i]) * (scale[i] * N[k] * c);
     if (!forcesInWorld) TdynStatic::transformVectorArrayByMatrix(A, Vinv, false);
     if (force.length() < L) force.changeLogicalSizeTo(L);
-    for (unsigned i = 0; i < L; ++i) force[i] += A[i];
+    for (unsigned i = 0; i < L; ++i)
+        force[i] += A[i];
 }
 
 void TdynParticleShape::clearAccelerations(TdataBlock& block) {
@@ -592,8 +626,10 @@ bool TdynParticleShape::updateFromRamp(const Tattribute* target, const Tattribut
     Tdata out = takeForWriting<TdataVectorArray>(block, target);
     T4dDblVectorArray& dst = arrayOf<TdataVectorArray>(out);
     const unsigned m = src ? std::min(src->length(), dst.length()) : 0;
-    for (unsigned i = 0; i < m; ++i) dst[i] = (*src)[i];
-    for (unsigned i = m; i < dst.length(); ++i) dst[i] = T4dDblVector();
+    for (unsigned i = 0; i < m; ++i)
+        dst[i] = (*src)[i];
+    for (unsigned i = m; i < dst.length(); ++i)
+        dst[i] = T4dDblVector();
     out.makeHolder();
     block.outputValue(target).set(out);
     return true;
@@ -602,7 +638,9 @@ bool TdynParticleShape::updateFromRamp(const Tattribute* target, const Tattribut
 // ---- derived arrays ----
 
 namespace {
-double stepSeconds(TdataBlock& block, const Tattribute* timeStep) { return block.inputValue(timeStep).asTime().seconds(); }
+double stepSeconds(TdataBlock& block, const Tattribute* timeStep) {
+    return block.inputValue(timeStep).asTime().seconds();
+}
 
 void storeVectors(TdataBlock& block, const Tattribute* attr, T4dDblVectorArray array) {
     block.outputValue(attr).set(makeData<TdataVectorArray>(std::move(array)));
@@ -629,7 +667,8 @@ void TdynParticleShape::computeLastPositionFromVelocity(TdataBlock& block) {
     const T4dDblVectorArray& p = vectorsOf(pd);
     const T4dDblVectorArray& v = vectorsOf(vd);
     T4dDblVectorArray out = p;
-    for (unsigned i = 0; i < v.length() && i < p.length(); ++i) out[i] = p[i] - v[i] * h;
+    for (unsigned i = 0; i < v.length() && i < p.length(); ++i)
+        out[i] = p[i] - v[i] * h;
     storeVectors(block, vs->lastPosition, std::move(out));
 }
 
@@ -653,7 +692,8 @@ void TdynParticleShape::computeWorldVelocity(TdataBlock& block) {
         const T4dDblVectorArray& b = vectorsOf(lwp);
         const unsigned n = std::min(a.length(), b.length());
         out.changeLogicalSizeTo(n);
-        for (unsigned i = 0; i < n; ++i) out[i] = (a[i] - b[i]) / h;
+        for (unsigned i = 0; i < n; ++i)
+            out[i] = (a[i] - b[i]) / h;
     } else {
         Tdata v = block.inputValue(vs->velocity).data();
         TdynStatic::transformCopyOfVectorArrayByMatrix(vectorsOf(v), worldMatrix(), out, false);
@@ -693,7 +733,8 @@ void TdynParticleShape::computeLastCachedPositionFromVelocity(TdataBlock& block)
     const T4dDblVectorArray& p = vectorsOf(cp);
     const T4dDblVectorArray& v = vectorsOf(cv);
     T4dDblVectorArray out = p;
-    for (unsigned i = 0; i < p.length() && i < v.length(); ++i) out[i] = p[i] - v[i] * h;
+    for (unsigned i = 0; i < p.length() && i < v.length(); ++i)
+        out[i] = p[i] - v[i] * h;
     storeVectors(block, vs->lastCachedPosition, std::move(out));
 }
 
@@ -718,16 +759,19 @@ void TdynParticleShape::computeCachedWorldVelocity(TdataBlock& block) {
         const T4dDblVectorArray& b = vectorsOf(lcp);
         const unsigned n = std::min(a.length(), b.length());
         out.changeLogicalSizeTo(n);
-        for (unsigned i = 0; i < n; ++i) out[i] = (w.transformPoint(a[i]) - lw.transformPoint(b[i])) / h;
+        for (unsigned i = 0; i < n; ++i)
+            out[i] = (w.transformPoint(a[i]) - lw.transformPoint(b[i])) / h;
     }
     storeVectors(block, vs->cachedWorldVelocity, std::move(out));
 }
 
-void TdynParticleShape::computeCentroid(TdataBlock& block, const Tattribute* source, Tattribute3Double* target) {
+void TdynParticleShape::computeCentroid(TdataBlock& block, const Tattribute* source,
+                                        Tattribute3Double* target) {
     Tdata d = block.inputValue(source).data();
     const T4dDblVectorArray& a = vectorsOf(d);
     T4dDblVector sum;
-    for (int i = static_cast<int>(a.length()) - 1; i >= 0; --i) sum += a[static_cast<unsigned>(i)];
+    for (int i = static_cast<int>(a.length()) - 1; i >= 0; --i)
+        sum += a[static_cast<unsigned>(i)];
     if (a.length() > 0) sum /= static_cast<double>(a.length());
     TdataHandle h = block.outputValue(target);
     h.set(sum);

@@ -192,13 +192,17 @@ void TdnVSTdynParticleShape::appendAttributes(TattributeList& list) {
     fieldDataMass = computed(dbl("fieldDataMass", "fdm", "FDMA"));
     fieldDataDeltaTime = computed(t("fieldDataDeltaTime", "fdt", "FDDT"));
     fieldData = make<TattributeCompound>("fieldData", "fd", makeIffTag("FDAT"));
-    for (Tattribute* c : std::initializer_list<Tattribute*>{fieldDataPosition, fieldDataVelocity, fieldDataMass, fieldDataDeltaTime}) c->setParent(fieldData);
+    for (Tattribute* c : std::initializer_list<Tattribute*>{fieldDataPosition, fieldDataVelocity,
+                                                            fieldDataMass, fieldDataDeltaTime})
+        c->setParent(fieldData);
     computed(add(fieldData));
     emitterDataPosition = computed(vec("emitterDataPosition", "edp", "EDPO"));
     emitterDataVelocity = computed(vec("emitterDataVelocity", "edv", "EDVE"));
     emitterDataDeltaTime = computed(t("emitterDataDeltaTime", "edt", "EDDT"));
     emitterData = make<TattributeCompound>("emitterData", "ed", makeIffTag("EDAT"));
-    for (Tattribute* c : std::initializer_list<Tattribute*>{emitterDataPosition, emitterDataVelocity, emitterDataDeltaTime}) c->setParent(emitterData);
+    for (Tattribute* c :
+         std::initializer_list<Tattribute*>{emitterDataPosition, emitterDataVelocity, emitterDataDeltaTime})
+        c->setParent(emitterData);
     computed(add(emitterData));
 
     forceDynamics = computed(b("forceDynamics", "fdy", "FDYN"));
@@ -255,7 +259,8 @@ void TdnVSTdynParticleShape::appendAttributes(TattributeList& list) {
     eventTest = computed(i32("eventTest", "evs", "EVTS"));
     lastTotalEventCount = computed(i32("lastTotalEventCount", "ltec", "LTEC"));
     eventSeed = i32("eventSeed", "esd", "ESED");
-    eventRandState = make<Tattribute3Int32>("eventRandState", "ers", makeIffTag("RAND")); // tag shared with randState
+    eventRandState =
+        make<Tattribute3Int32>("eventRandState", "ers", makeIffTag("RAND")); // tag shared with randState
     add(eventRandState);
     eventTarget = multi(str("eventTarget", "etg", "ETRG"));
     eventName = multi(str("eventName", "evn", "EVNM"));
@@ -268,8 +273,8 @@ void TdnVSTdynParticleShape::appendAttributes(TattributeList& list) {
     eventSpread = multi(d("eventSpread", "esr", "EVSR"));
     eventProc = multi(str("eventProc", "epr", "EVPR"));
     instanceData = attrs("instanceData", "idt", "INSD");
-    instanceAttributeMapping = add(make<TattributeTyped>("instanceAttributeMapping", "iam", makeIffTag("INAM"),
-                                                         TdataStringArray::sClass));
+    instanceAttributeMapping = add(make<TattributeTyped>("instanceAttributeMapping", "iam",
+                                                         makeIffTag("INAM"), TdataStringArray::sClass));
     instancePointData = computed(attrs("instancePointData", "ipd", "INPD"));
     debugDraw = b("debugDraw", "dbd", "DBDR");
     numberOfEvents = i32("numberOfEvents", "nev", "NEVT");
@@ -291,17 +296,19 @@ void TdnVSTdynParticleShape::appendAttributes(TattributeList& list) {
     newFileFormat = b("newFileFormat", "nff", "NFFM", true);
     depthSort = b("depthSort", "ds", "DSRT");
     auto* rt = make<TattributeEnum>("particleRenderType", "prt", makeIffTag("PRNT"));
-    const char* renderTypes[] = {"multiPoint", "multiStreak", "numeric", "points",  "spheres",
-                                 "sprites",    "streak",      "blobby",  "cloud",   "tube"};
-    for (int i = 0; i < 10; ++i) rt->addField(renderTypes[i], i);
+    const char* renderTypes[] = {"multiPoint", "multiStreak", "numeric", "points", "spheres",
+                                 "sprites",    "streak",      "blobby",  "cloud",  "tube"};
+    for (int i = 0; i < 10; ++i)
+        rt->addField(renderTypes[i], i);
     particleRenderType = num(rt, 3);
     disableCloudAxis = b("disableCloudAxis", "dca", "DCAX");
     normalizeVelocity = b("normalizeVelocity", "nvl", "NVEL");
     samplerPerParticleData = computed(attrs("samplerPerParticleData", "spd", "SPPD"));
 
     // The timed reads of currentTime and the compute-only outputs are never saved.
-    for (Tattribute* a : std::initializer_list<Tattribute*>{count, evaluationTime, currentSceneTime, lastTimeEvaluated, lastSceneTime, cachedTime,
-                          timeStepSize, sceneTimeStepSize})
+    for (Tattribute* a :
+         std::initializer_list<Tattribute*>{count, evaluationTime, currentSceneTime, lastTimeEvaluated,
+                                            lastSceneTime, cachedTime, timeStepSize, sceneTimeStepSize})
         a->setComputeModifies(true);
     fOwnCount = list.count() - before;
 }
@@ -309,16 +316,17 @@ void TdnVSTdynParticleShape::appendAttributes(TattributeList& list) {
 bool TdnVSTdynParticleShape::setupDependencies(TdependencyMatrix& m) {
     if (!TdnVSTgeometryShape::setupDependencies(m)) return false;
     auto affects = [&](std::initializer_list<const Tattribute*> from, const Tattribute* to) {
-        for (const Tattribute* f : from) m.attributeAffects(f, to);
+        for (const Tattribute* f : from)
+            m.attributeAffects(f, to);
     };
     const Tattribute* world[] = {&worldMatrix, &parentMatrix};
 
-    affects({inputForce, dynamicsWeight, acceleration, goalWeight, maxCount, velocity, enforceCountFromHistory,
-             goalActive, goalGeometry, forcesInWorld, age, force, input, output, currentTime, emissionInWorld, mass,
-             inputGeometry},
+    affects({inputForce, dynamicsWeight, acceleration, goalWeight, maxCount, velocity,
+             enforceCountFromHistory, goalActive, goalGeometry, forcesInWorld, age, force, input, output,
+             currentTime, emissionInWorld, mass, inputGeometry},
             position);
-    affects({inputForce, dynamicsWeight, acceleration, goalWeight, goalActive, conserve, goalGeometry, forcesInWorld,
-             force, currentTime, emissionInWorld, mass},
+    affects({inputForce, dynamicsWeight, acceleration, goalWeight, goalActive, conserve, goalGeometry,
+             forcesInWorld, force, currentTime, emissionInWorld, mass},
             velocity);
     affects({inputForce, dynamicsWeight, goalWeight, goalActive, goalGeometry, force, currentTime, mass},
             acceleration);
@@ -327,7 +335,8 @@ bool TdnVSTdynParticleShape::setupDependencies(TdependencyMatrix& m) {
     affects({birthTime, count, currentTime}, age);
     affects({birthTime, age, currentTime}, death);
     affects({newParticles, currentTime}, emission);
-    affects({collisionData, collisionFriction, collisionResilience, currentTime, collisionGeometry}, collisions);
+    affects({collisionData, collisionFriction, collisionResilience, currentTime, collisionGeometry},
+            collisions);
     affects({collisions, currentTime}, collisionEvents);
     affects({collisionEvents, currentTime}, eventTest);
     affects({time, internalCreationExpression, expressionsAfterDynamics, input, internalRuntimeExpression,
@@ -338,9 +347,10 @@ bool TdnVSTdynParticleShape::setupDependencies(TdependencyMatrix& m) {
     affects({maxCount, currentTime}, isFull);
     affects({lifespanRandom, lifespanMode}, finalLifespanPP);
     affects({lastTimeEvaluated, cachedTime, currentTime}, timeStepSize);
-    for (const Tattribute* a : std::initializer_list<const Tattribute*>{evaluationTime, sceneTimeStepSize, currentSceneTime, lastSceneTime, lastPosition,
-                                lastCachedPosition, forceDynamics, collisionRecords, fieldDataPosition,
-                                fieldDataVelocity, fieldDataMass})
+    for (const Tattribute* a : std::initializer_list<const Tattribute*>{
+             evaluationTime, sceneTimeStepSize, currentSceneTime, lastSceneTime, lastPosition,
+             lastCachedPosition, forceDynamics, collisionRecords, fieldDataPosition, fieldDataVelocity,
+             fieldDataMass})
         m.attributeAffects(currentTime, a);
     affects({timeStepSize, cachedTime, currentTime}, fieldDataDeltaTime);
     affects({lastTimeEvaluated, currentTime}, emitterDataPosition);
@@ -357,10 +367,11 @@ bool TdnVSTdynParticleShape::setupDependencies(TdependencyMatrix& m) {
     affects({cachedPosition, currentTime}, cachedWorldPosition);
     affects({cachedVelocity, currentTime}, cachedWorldVelocity);
     for (const Tattribute* target : std::initializer_list<const Tattribute*>{worldPosition, worldVelocity})
-        affects({goalWeight, velocity, goalActive, goalGeometry, forcesInWorld, currentTime, emissionInWorld}, target);
+        affects({goalWeight, velocity, goalActive, goalGeometry, forcesInWorld, currentTime, emissionInWorld},
+                target);
     m.attributeAffects(position, worldPosition);
-    affects({goalWeight, targetGeometryWorldMatrix, enforceCountFromHistory, goalActive, goalGeometry, currentTime,
-             position, inputGeometry, targetGeometrySpace},
+    affects({goalWeight, targetGeometryWorldMatrix, enforceCountFromHistory, goalActive, goalGeometry,
+             currentTime, position, inputGeometry, targetGeometrySpace},
             targetGeometry);
     m.attributeAffects(currentTime, samplerPerParticleData);
 

@@ -26,7 +26,8 @@ void padDoubles(TdoubleArray& a, const Tstring& name, unsigned n) {
     const double fill = name == "timeInStep" ? 1.0 : 0.0;
     const unsigned old = a.length();
     a.changeLogicalSizeTo(n);
-    for (unsigned i = old; i < n; ++i) a[i] = fill;
+    for (unsigned i = old; i < n; ++i)
+        a[i] = fill;
 }
 } // namespace
 
@@ -39,7 +40,8 @@ void TdynParticleShape::computeEmission(TdataBlock& block) {
     batch->clear();
 
     // The emitters run again even if nothing dirtied them.
-    for (int e : block.elementIndices(vs->newParticles)) block.markDirty(vs->newParticles, e);
+    for (int e : block.elementIndices(vs->newParticles))
+        block.markDirty(vs->newParticles, e);
     TmultiHandle multi = block.inputArrayValue(vs->newParticles);
     for (unsigned k = 0; k < multi.elementCount(); ++k) {
         multi.jumpToArrayElement(k);
@@ -50,7 +52,8 @@ void TdynParticleShape::computeEmission(TdataBlock& block) {
         T4dDblVectorArray* pos = in->getVectorData("position");
         if (!pos) continue;
         const unsigned m = pos->length();
-        const unsigned before = batch->getVectorData("position") ? batch->getVectorData("position")->length() : 0;
+        const unsigned before =
+            batch->getVectorData("position") ? batch->getVectorData("position")->length() : 0;
         // Merge array by array; arrays the batch lacks are padded by justify.
         for (unsigned i = 0; i < in->count(); ++i) {
             const Tstring& name = in->name(i);
@@ -76,7 +79,8 @@ void TdynParticleShape::computeEmission(TdataBlock& block) {
         TdoubleArray* ids = batch->getDoubleData("emitterId");
         if (!ids) ids = &batch->addDoubleData("emitterId");
         ids->changeLogicalSizeTo(before + m);
-        for (unsigned i = before; i < before + m; ++i) (*ids)[i] = e;
+        for (unsigned i = before; i < before + m; ++i)
+            (*ids)[i] = e;
     }
     if (batch->getVectorData("position") && batch->getVectorData("position")->length() > 0)
         addRuntimeParticles(*batch, true, true, false);
@@ -84,8 +88,8 @@ void TdynParticleShape::computeEmission(TdataBlock& block) {
     block.outputValue(vs->emission).set(em);
 }
 
-int TdynParticleShape::calculateCountAndInterval(int count, int n, int maxCount, double levelOfDetail, bool useMax,
-                                                 bool useDetail, double& interval) {
+int TdynParticleShape::calculateCountAndInterval(int count, int n, int maxCount, double levelOfDetail,
+                                                 bool useMax, bool useDetail, double& interval) {
     if (!useMax || maxCount < 0) maxCount = INT_MAX;
     const long long room = static_cast<long long>(maxCount) - count;
     if (room <= 0) return 0;
@@ -164,7 +168,8 @@ void TdynParticleShape::fillNewValues(Tattribute* a, TdataArrayAttrs& batch, Tda
     // Arrays shorter than the count (or new) are first brought to it with their default.
     auto samples = [&](auto&& each) {
         double x = 0.0;
-        for (int j = 0; j < k && x < n; ++j, x += interval) each(static_cast<unsigned>(x));
+        for (int j = 0; j < k && x < n; ++j, x += interval)
+            each(static_cast<unsigned>(x));
     };
     if (c == &TdataDoubleArray::sClass) {
         if (!d.as<TdataDoubleArray>()) d = makeData<TdataDoubleArray>();
@@ -174,7 +179,8 @@ void TdynParticleShape::fillNewValues(Tattribute* a, TdataArrayAttrs& batch, Tda
         if (arr.length() < count && a != vs->finalLifespanPP) {
             const unsigned old = arr.length();
             arr.changeLogicalSizeTo(count);
-            for (unsigned i = old; i < count; ++i) arr[i] = def;
+            for (unsigned i = old; i < count; ++i)
+                arr[i] = def;
         }
         const TdoubleArray* src = batch.getDoubleData(a->name());
         const TdoubleArray* inStep = batch.getDoubleData("timeInStep");
@@ -201,7 +207,8 @@ void TdynParticleShape::fillNewValues(Tattribute* a, TdataArrayAttrs& batch, Tda
         if (arr.length() < count && a != vs->position) {
             const unsigned old = arr.length();
             arr.changeLogicalSizeTo(count);
-            for (unsigned i = old; i < count; ++i) arr[i] = def;
+            for (unsigned i = old; i < count; ++i)
+                arr[i] = def;
         }
         if (const T4dDblVectorArray* src = batch.getVectorData(a->name())) {
             samples([&](unsigned i) { arr.addLast((*src)[i]); });
@@ -219,25 +226,31 @@ void TdynParticleShape::fillNewValues(Tattribute* a, TdataArrayAttrs& batch, Tda
     block.outputValue(a).set(d);
 }
 
-void TdynParticleShape::rearrangeParticles(TdoubleArray& array, const Tint32Array& dead, const Tint32Array& from,
-                                           unsigned newLength) {
+void TdynParticleShape::rearrangeParticles(TdoubleArray& array, const Tint32Array& dead,
+                                           const Tint32Array& from, unsigned newLength) {
     const unsigned len = array.length();
-    for (unsigned j = 0; j < dead.length() && j < from.length() && static_cast<unsigned>(dead[j]) < newLength; ++j)
-        if (static_cast<unsigned>(dead[j]) < len && static_cast<unsigned>(from[j]) < len) array[dead[j]] = array[from[j]];
+    for (unsigned j = 0; j < dead.length() && j < from.length() && static_cast<unsigned>(dead[j]) < newLength;
+         ++j)
+        if (static_cast<unsigned>(dead[j]) < len && static_cast<unsigned>(from[j]) < len)
+            array[dead[j]] = array[from[j]];
     if (len > newLength) array.changeLogicalSizeTo(newLength);
 }
-void TdynParticleShape::rearrangeParticles(T4dDblVectorArray& array, const Tint32Array& dead, const Tint32Array& from,
-                                           unsigned newLength) {
+void TdynParticleShape::rearrangeParticles(T4dDblVectorArray& array, const Tint32Array& dead,
+                                           const Tint32Array& from, unsigned newLength) {
     const unsigned len = array.length();
-    for (unsigned j = 0; j < dead.length() && j < from.length() && static_cast<unsigned>(dead[j]) < newLength; ++j)
-        if (static_cast<unsigned>(dead[j]) < len && static_cast<unsigned>(from[j]) < len) array[dead[j]] = array[from[j]];
+    for (unsigned j = 0; j < dead.length() && j < from.length() && static_cast<unsigned>(dead[j]) < newLength;
+         ++j)
+        if (static_cast<unsigned>(dead[j]) < len && static_cast<unsigned>(from[j]) < len)
+            array[dead[j]] = array[from[j]];
     if (len > newLength) array.changeLogicalSizeTo(newLength);
 }
-void TdynParticleShape::rearrangeParticles(Tint32Array& array, const Tint32Array& dead, const Tint32Array& from,
-                                           unsigned newLength) {
+void TdynParticleShape::rearrangeParticles(Tint32Array& array, const Tint32Array& dead,
+                                           const Tint32Array& from, unsigned newLength) {
     const unsigned len = array.length();
-    for (unsigned j = 0; j < dead.length() && j < from.length() && static_cast<unsigned>(dead[j]) < newLength; ++j)
-        if (static_cast<unsigned>(dead[j]) < len && static_cast<unsigned>(from[j]) < len) array[dead[j]] = array[from[j]];
+    for (unsigned j = 0; j < dead.length() && j < from.length() && static_cast<unsigned>(dead[j]) < newLength;
+         ++j)
+        if (static_cast<unsigned>(dead[j]) < len && static_cast<unsigned>(from[j]) < len)
+            array[dead[j]] = array[from[j]];
     if (len > newLength) array.changeLogicalSizeTo(newLength);
 }
 
@@ -251,7 +264,8 @@ void TdynParticleShape::removeDeadParticles(const Tint32Array& dead, TdataBlock&
     Tint32Array from;
     int j = static_cast<int>(d) - 1;
     for (int i = static_cast<int>(c) - 1; i >= 0 && from.length() < d; --i) {
-        while (j >= 0 && dead[static_cast<unsigned>(j)] > i) --j;
+        while (j >= 0 && dead[static_cast<unsigned>(j)] > i)
+            --j;
         if (j >= 0 && dead[static_cast<unsigned>(j)] == i) continue;
         from.addLast(i);
     }
@@ -261,9 +275,12 @@ void TdynParticleShape::removeDeadParticles(const Tint32Array& dead, TdataBlock&
         Tdata data = std::move(h.data());
         if (!data.isNULL()) {
             data.makeWriter();
-            if (auto* x = data.as<TdataDoubleArray>()) rearrangeParticles(x->array(), dead, from, c - d);
-            else if (auto* v = data.as<TdataVectorArray>()) rearrangeParticles(v->array(), dead, from, c - d);
-            else if (auto* k = data.as<TdataInt32Array>()) rearrangeParticles(k->array(), dead, from, c - d);
+            if (auto* x = data.as<TdataDoubleArray>())
+                rearrangeParticles(x->array(), dead, from, c - d);
+            else if (auto* v = data.as<TdataVectorArray>())
+                rearrangeParticles(v->array(), dead, from, c - d);
+            else if (auto* k = data.as<TdataInt32Array>())
+                rearrangeParticles(k->array(), dead, from, c - d);
             data.makeHolder();
         }
         block.outputValue(a).set(data);
@@ -306,24 +323,29 @@ void TdynParticleShape::computeDeath(TdataBlock& block) {
     h.setClean();
 }
 
-void TdynParticleShape::fillWithLifespanValues(TdoubleArray& array, unsigned first, unsigned n, TdataBlock& block) {
+void TdynParticleShape::fillWithLifespanValues(TdoubleArray& array, unsigned first, unsigned n,
+                                               TdataBlock& block) {
     auto* vs = sVsData();
     if (array.length() < first + n) array.changeLogicalSizeTo(first + n);
     const int mode = block.inputValue(vs->lifespanMode).asInt();
     if (mode == 1 || mode == 2) {
         Tattribute* life = attribute("lifespan");
-        if (!life || !life->isNumeric() || life->isArray()) return; // a per-particle "lifespan" is passed over
+        if (!life || !life->isNumeric() || life->isArray())
+            return; // a per-particle "lifespan" is passed over
         double lifespan = 0;
         getAttributeValue(life, lifespan);
         if (mode == 1) {
-            for (unsigned i = first; i < first + n; ++i) array[i] = lifespan;
+            for (unsigned i = first; i < first + n; ++i)
+                array[i] = lifespan;
         } else {
             const double r = block.inputValue(vs->lifespanRandom).asDouble();
-            for (unsigned i = first; i < first + n; ++i) array[i] = randgen(block) * r + (lifespan - 0.5 * r);
+            for (unsigned i = first; i < first + n; ++i)
+                array[i] = randgen(block) * r + (lifespan - 0.5 * r);
         }
         return;
     }
-    for (unsigned i = first; i < first + n; ++i) array[i] = kNeverDies;
+    for (unsigned i = first; i < first + n; ++i)
+        array[i] = kNeverDies;
 }
 
 void TdynParticleShape::computeFinalLifespanPP(TdataBlock& block) {
@@ -336,7 +358,8 @@ void TdynParticleShape::computeFinalLifespanPP(TdataBlock& block) {
         if (const TdoubleArray* s = TdynStatic::dataDoubleArray(src)) {
             TdoubleArray& f = out.as<TdataDoubleArray>()->array();
             const unsigned n = std::min(f.length(), s->length());
-            for (unsigned i = 0; i < n; ++i) f[i] = (*s)[i];
+            for (unsigned i = 0; i < n; ++i)
+                f[i] = (*s)[i];
         }
     }
     out.makeHolder();
@@ -358,7 +381,8 @@ void TdynParticleShape::computeNormalizedAge(TdataBlock& block) {
     TdoubleArray& o = out.as<TdataDoubleArray>()->array();
     o.changeLogicalSizeTo(n);
     const unsigned m = std::min({n, ages ? ages->length() : 0u, f ? f->length() : 0u});
-    for (unsigned i = 0; i < m; ++i) o[i] = (*ages)[i] / (*f)[i];
+    for (unsigned i = 0; i < m; ++i)
+        o[i] = (*ages)[i] / (*f)[i];
     out.makeHolder();
     block.outputValue(an).set(out);
 }
@@ -401,7 +425,8 @@ bool historyPoints(TdynParticleShape& shape, TdataBlock& block, T4dDblVectorArra
     out.clear();
     T4dDblMatrix m;
     if (auto* geo = g.as<TdataGeometry>()) {
-        for (TgeometryIterator it = geo->iterator(); !it.isDone(); it.next()) out.addLast(it.point());
+        for (TgeometryIterator it = geo->iterator(); !it.isDone(); it.next())
+            out.addLast(it.point());
         m = geo->matrix();
     } else if (auto* v = g.as<TdataVectorArray>()) {
         out = v->array();
@@ -424,7 +449,8 @@ void TdynParticleShape::addParticlesFromHistory(TdataBlock& block) {
     if (pts.length() > c) {
         TdataArrayAttrs batch;
         T4dDblVectorArray& p = batch.addVectorData("position");
-        for (unsigned i = c; i < pts.length(); ++i) p.addLast(pts[i]);
+        for (unsigned i = c; i < pts.length(); ++i)
+            p.addLast(pts[i]);
         addRuntimeParticles(batch, true, true, true);
     }
     moveParticlesFromHistory(block);
@@ -439,7 +465,8 @@ void TdynParticleShape::moveParticlesFromHistory(TdataBlock& block) {
     d.makeWriter();
     T4dDblVectorArray& p = d.as<TdataVectorArray>()->array();
     const unsigned n = std::min(p.length(), pts.length());
-    for (unsigned i = 0; i < n; ++i) p[i] = pts[i];
+    for (unsigned i = 0; i < n; ++i)
+        p[i] = pts[i];
     d.makeHolder();
     block.outputValue(vs->position).set(d);
 }
@@ -450,7 +477,8 @@ void TdynParticleShape::removeParticlesFromHistory(TdataBlock& block) {
     const unsigned c = countNoCompute();
     if (c <= pts.length()) return;
     Tint32Array dead;
-    for (unsigned i = pts.length(); i < c; ++i) dead.addLast(static_cast<std::int32_t>(i));
+    for (unsigned i = pts.length(); i < c; ++i)
+        dead.addLast(static_cast<std::int32_t>(i));
     removeDeadParticles(dead, block);
     moveParticlesFromHistory(block);
 }
@@ -464,7 +492,8 @@ void TdynParticleShape::addParticle(const T4dDblVector& position, const T4dDblVe
     addParticles(p, velocity ? &v : nullptr);
 }
 
-void TdynParticleShape::addParticles(const T4dDblVectorArray& positions, const T4dDblVectorArray* velocities) {
+void TdynParticleShape::addParticles(const T4dDblVectorArray& positions,
+                                     const T4dDblVectorArray* velocities) {
     if (!fPrivateDataInitialized) initializePrivateData();
     auto* vs = sVsData();
     TdataBlock& block = normalBlock();
@@ -484,11 +513,14 @@ void TdynParticleShape::addParticles(const T4dDblVectorArray& positions, const T
             const T4dDblVector def = defaultVectorValue(a);
             const unsigned old = arr.length();
             arr.changeLogicalSizeTo(have);
-            for (unsigned i = old; i < have; ++i) arr[i] = def;
+            for (unsigned i = old; i < have; ++i)
+                arr[i] = def;
             const bool isPos = a == vs->position || a == vs->position0;
             const bool isVel = a == vs->velocity || a == vs->velocity0;
             for (unsigned i = 0; i < n; ++i)
-                arr.addLast(isPos ? positions[i] : (isVel && velocities && i < velocities->length() ? (*velocities)[i] : def));
+                arr.addLast(isPos
+                                ? positions[i]
+                                : (isVel && velocities && i < velocities->length() ? (*velocities)[i] : def));
         } else if (c == &TdataDoubleArray::sClass) {
             if (!d.as<TdataDoubleArray>()) d = makeData<TdataDoubleArray>();
             d.makeWriter();
@@ -500,9 +532,11 @@ void TdynParticleShape::addParticles(const T4dDblVectorArray& positions, const T
             } else {
                 const unsigned old = arr.length();
                 arr.changeLogicalSizeTo(have);
-                for (unsigned i = old; i < have; ++i) arr[i] = def;
+                for (unsigned i = old; i < have; ++i)
+                    arr[i] = def;
                 const bool isId = a == vs->particleId || a == vs->particleId0;
-                for (unsigned i = 0; i < n; ++i) arr.addLast(isId ? static_cast<double>(firstId + static_cast<int>(i)) : def);
+                for (unsigned i = 0; i < n; ++i)
+                    arr.addLast(isId ? static_cast<double>(firstId + static_cast<int>(i)) : def);
             }
         } else if (c == &TdataInt32Array::sClass) {
             if (!d.as<TdataInt32Array>()) d = makeData<TdataInt32Array>();

@@ -60,12 +60,15 @@ double TdynParticleShape::startTimeSeconds() {
 double TdynParticleShape::defaultDoubleValue(const Tattribute* attr) {
     auto* vs = sVsData();
     std::string n = attr->name();
-    if (n.size() > 1 && n.back() == '0') n.pop_back();
-    else if (n.size() > 5 && n.compare(n.size() - 5, 5, "Cache") == 0) n.resize(n.size() - 5);
+    if (n.size() > 1 && n.back() == '0')
+        n.pop_back();
+    else if (n.size() > 5 && n.compare(n.size() - 5, 5, "Cache") == 0)
+        n.resize(n.size() - 5);
     double v = 0;
     if (n == "opacityPP") return scalarOf(*this, "opacity", v) ? v : 1.0;
     if (n == "lifespanPP") {
-        if (TdoubleArray* f = doubleArrayReference(vs->finalLifespanPP); f && f->length() > 0) return f->last();
+        if (TdoubleArray* f = doubleArrayReference(vs->finalLifespanPP); f && f->length() > 0)
+            return f->last();
         return kNeverDies;
     }
     if (n == "goalPP") return 1.0;
@@ -95,19 +98,23 @@ T4dDblVector TdynParticleShape::defaultVectorValue(const Tattribute* attr) {
     return {};
 }
 
-void TdynParticleShape::copyParticleAttribute(const Tattribute* from, TdataBlock& blockFrom, const Tattribute* to,
-                                              TdataBlock& blockTo) {
+void TdynParticleShape::copyParticleAttribute(const Tattribute* from, TdataBlock& blockFrom,
+                                              const Tattribute* to, TdataBlock& blockTo) {
     Tdata d = blockFrom.outputValue(from).data();
     if (d.isNULL()) {
         // Keep every array a letter of its own type even when the source never had one.
-        if (isVectorArrayAttr(to)) d = makeData<TdataVectorArray>();
-        else if (isDoubleArrayAttr(to)) d = makeData<TdataDoubleArray>();
-        else d = makeData<TdataInt32Array>();
+        if (isVectorArrayAttr(to))
+            d = makeData<TdataVectorArray>();
+        else if (isDoubleArrayAttr(to))
+            d = makeData<TdataDoubleArray>();
+        else
+            d = makeData<TdataInt32Array>();
     }
     blockTo.outputValue(to).set(d);
 }
 
-void TdynParticleShape::allocateAndFillDouble(const Tattribute* attr, unsigned n, double value, TdataBlock& block) {
+void TdynParticleShape::allocateAndFillDouble(const Tattribute* attr, unsigned n, double value,
+                                              TdataBlock& block) {
     Tdata d = makeData<TdataDoubleArray>(TdoubleArray(n, value));
     block.outputValue(attr).set(d);
 }
@@ -128,7 +135,8 @@ void TdynParticleShape::clampParticleAttribute(const Tattribute* attr, unsigned 
         T4dDblVectorArray& a = d.as<TdataVectorArray>()->array();
         unsigned old = a.length();
         a.changeLogicalSizeTo(n);
-        for (unsigned i = old; i < n; ++i) a[i] = def;
+        for (unsigned i = old; i < n; ++i)
+            a[i] = def;
     } else if (auto* s = d.as<TdataDoubleArray>()) {
         if (s->length() == n) return;
         const double def = defaultDoubleValue(attr);
@@ -136,7 +144,8 @@ void TdynParticleShape::clampParticleAttribute(const Tattribute* attr, unsigned 
         TdoubleArray& a = d.as<TdataDoubleArray>()->array();
         unsigned old = a.length();
         a.changeLogicalSizeTo(n);
-        for (unsigned i = old; i < n; ++i) a[i] = def;
+        for (unsigned i = old; i < n; ++i)
+            a[i] = def;
     } else if (auto* k = d.as<TdataInt32Array>()) {
         if (k->length() == n) return;
         d.makeWriter();
@@ -152,7 +161,8 @@ void TdynParticleShape::shiftDoubleAttributeValues(const Tattribute* attr, doubl
     Tdata d = std::move(h.data());
     if (d.as<TdataDoubleArray>()) {
         d.makeWriter();
-        for (double& x : d.as<TdataDoubleArray>()->array()) x += amount;
+        for (double& x : d.as<TdataDoubleArray>()->array())
+            x += amount;
     }
     normalBlock().outputValue(attr).set(d);
 }
@@ -162,7 +172,8 @@ void TdynParticleShape::shiftVectorAttributeValues(const Tattribute* attr, const
     Tdata d = std::move(h.data());
     if (d.as<TdataVectorArray>()) {
         d.makeWriter();
-        for (T4dDblVector& x : d.as<TdataVectorArray>()->array()) x += amount;
+        for (T4dDblVector& x : d.as<TdataVectorArray>()->array())
+            x += amount;
     }
     normalBlock().outputValue(attr).set(d);
 }
@@ -173,7 +184,8 @@ void TdynParticleShape::allocateMassAttribute(TdataBlock& block) {
     TdoubleArray* m0 = doubleArrayReference(vs->mass0);
     if (!m0 || m0->length() != n) clampParticleAttribute(vs->mass0, n, block);
     TdoubleArray* m = doubleArrayReference(vs->mass);
-    if ((!m || m->length() != n) && !hasNonExprInputConnection(vs->mass)) clampParticleAttribute(vs->mass, n, block);
+    if ((!m || m->length() != n) && !hasNonExprInputConnection(vs->mass))
+        clampParticleAttribute(vs->mass, n, block);
 }
 
 void TdynParticleShape::allocateBirthTimeAttribute(TdataBlock& block) {
@@ -190,10 +202,13 @@ bool TdynParticleShape::addFromDagObject(TdagObject* object) {
     T4dDblVectorArray points;
     for (TdagObject* s : TdynStatic::getShapes(object)) {
         Tdata g;
-        if (auto* mesh = TmeshShape::cast(s)) mesh->getAttributeValue(&TmeshShape::sVsData()->worldMesh, g);
-        else if (auto* curve = TcurveShape::cast(s)) curve->getAttributeValue(&TcurveShape::sVsData()->worldSpace, g);
+        if (auto* mesh = TmeshShape::cast(s))
+            mesh->getAttributeValue(&TmeshShape::sVsData()->worldMesh, g);
+        else if (auto* curve = TcurveShape::cast(s))
+            curve->getAttributeValue(&TcurveShape::sVsData()->worldSpace, g);
         if (auto* geo = g.as<TdataGeometry>())
-            for (TgeometryIterator it = geo->iterator(); !it.isDone(); it.next()) points.addLast(it.point());
+            for (TgeometryIterator it = geo->iterator(); !it.isDone(); it.next())
+                points.addLast(it.point());
     }
     if (points.length() == 0) return false;
     // World points into this object's space.
@@ -224,15 +239,15 @@ bool TdynParticleShape::getAttribute(const Tstring& name, unsigned index, double
     Tdata d = normalBlock().inputValue(a).data();
     if (auto* s = d.as<TdataDoubleArray>()) {
         if (index >= s->length())
-            return fail(why, "particle " + std::to_string(index) + " is out of range for " + this->name() + "." +
-                                 name + " (" + std::to_string(s->length()) + " elements)");
+            return fail(why, "particle " + std::to_string(index) + " is out of range for " + this->name() +
+                                 "." + name + " (" + std::to_string(s->length()) + " elements)");
         value = s->array()[index];
         return true;
     }
     if (auto* k = d.as<TdataInt32Array>()) {
         if (index >= k->length())
-            return fail(why, "particle " + std::to_string(index) + " is out of range for " + this->name() + "." +
-                                 name + " (" + std::to_string(k->length()) + " elements)");
+            return fail(why, "particle " + std::to_string(index) + " is out of range for " + this->name() +
+                                 "." + name + " (" + std::to_string(k->length()) + " elements)");
         value = k->array()[index];
         return true;
     }
@@ -246,8 +261,8 @@ bool TdynParticleShape::getAttribute(const Tstring& name, unsigned index, T4dDbl
     auto* v = d.as<TdataVectorArray>();
     if (!v) return fail(why, this->name() + "." + name + " holds numbers, not vectors");
     if (index >= v->length())
-        return fail(why, "particle " + std::to_string(index) + " is out of range for " + this->name() + "." + name +
-                             " (" + std::to_string(v->length()) + " elements)");
+        return fail(why, "particle " + std::to_string(index) + " is out of range for " + this->name() + "." +
+                             name + " (" + std::to_string(v->length()) + " elements)");
     value = v->array()[index];
     return true;
 }
@@ -260,20 +275,25 @@ bool TdynParticleShape::setAttribute(const Tstring& name, unsigned index, double
     Tdata d = h.data();
     if (d.as<TdataVectorArray>()) return fail(why, this->name() + "." + name + " holds vectors, not numbers");
     unsigned len = 0;
-    if (auto* s = d.as<TdataDoubleArray>()) len = s->length();
-    else if (auto* k = d.as<TdataInt32Array>()) len = k->length();
+    if (auto* s = d.as<TdataDoubleArray>())
+        len = s->length();
+    else if (auto* k = d.as<TdataInt32Array>())
+        len = k->length();
     if (index >= len)
-        return fail(why, "particle " + std::to_string(index) + " is out of range for " + this->name() + "." + name +
-                             " (" + std::to_string(len) + " elements)");
+        return fail(why, "particle " + std::to_string(index) + " is out of range for " + this->name() + "." +
+                             name + " (" + std::to_string(len) + " elements)");
     d.makeWriter();
-    if (auto* s = d.as<TdataDoubleArray>()) s->array()[index] = value;
-    else d.as<TdataInt32Array>()->array()[index] = static_cast<std::int32_t>(value);
+    if (auto* s = d.as<TdataDoubleArray>())
+        s->array()[index] = value;
+    else
+        d.as<TdataInt32Array>()->array()[index] = static_cast<std::int32_t>(value);
     h.set(d);
     if (TdependGraph::hasCurrent()) TdependGraph::current().dirtyDependents(Tplug(this, a));
     return true;
 }
 
-bool TdynParticleShape::setAttribute(const Tstring& name, unsigned index, const T4dDblVector& value, Tstring* why) {
+bool TdynParticleShape::setAttribute(const Tstring& name, unsigned index, const T4dDblVector& value,
+                                     Tstring* why) {
     Tattribute* a = perParticleAttribute(name);
     if (!a) return fail(why, "'" + name + "' is not a per-particle attribute of " + this->name());
     TdataBlock& block = normalBlock();
@@ -282,8 +302,8 @@ bool TdynParticleShape::setAttribute(const Tstring& name, unsigned index, const 
     auto* v = d.as<TdataVectorArray>();
     if (!v) return fail(why, this->name() + "." + name + " holds numbers, not vectors");
     if (index >= v->length())
-        return fail(why, "particle " + std::to_string(index) + " is out of range for " + this->name() + "." + name +
-                             " (" + std::to_string(v->length()) + " elements)");
+        return fail(why, "particle " + std::to_string(index) + " is out of range for " + this->name() + "." +
+                             name + " (" + std::to_string(v->length()) + " elements)");
     d.makeWriter();
     d.as<TdataVectorArray>()->array()[index] = value;
     h.set(d);
@@ -307,8 +327,12 @@ double TdynParticleShape::drawFrom(Tattribute3Int32* state, TdataBlock& block) {
     return r;
 }
 
-double TdynParticleShape::randgen(TdataBlock& block) { return drawFrom(sVsData()->randState, block); }
-double TdynParticleShape::eventRandgen(TdataBlock& block) { return drawFrom(sVsData()->eventRandState, block); }
+double TdynParticleShape::randgen(TdataBlock& block) {
+    return drawFrom(sVsData()->randState, block);
+}
+double TdynParticleShape::eventRandgen(TdataBlock& block) {
+    return drawFrom(sVsData()->eventRandState, block);
+}
 
 namespace dynRandgen {
 namespace {
@@ -324,7 +348,9 @@ void seed(long value) {
     gHaveSpare = false;
 }
 
-double uniform(double low, double high) { return low + (high - low) * erand48(gState); }
+double uniform(double low, double high) {
+    return low + (high - low) * erand48(gState);
+}
 
 double gaussian() {
     if (gHaveSpare) {

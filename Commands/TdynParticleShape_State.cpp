@@ -43,7 +43,8 @@ void TdynParticleShape::postConstructor() {
     if (TdependGraph::hasCurrent() && isInGraph()) {
         TdependGraph& g = TdependGraph::current();
         const Tplug timePlug(this, sVsData()->currentTime);
-        if (TdnTime* t = g.timeNode(); t && t != static_cast<TdependNode*>(this) && inputSource(sVsData()->currentTime, -1).isNull())
+        if (TdnTime* t = g.timeNode();
+            t && t != static_cast<TdependNode*>(this) && inputSource(sVsData()->currentTime, -1).isNull())
             g.connect(t->outTimePlug(), timePlug);
     }
     TtimeEvents::timeChanged().addClient(&fTimeChangeClient);
@@ -117,7 +118,8 @@ void TdynParticleShape::shiftInitialBirthTimes(double seconds) {
     if (seconds == 0.0 || !doubleArrayReference(vs->birthTime0)) return;
     Tdata d = normalBlock().outputValue(vs->birthTime0).data();
     d.makeWriter();
-    for (double& x : d.as<TdataDoubleArray>()->array()) x += seconds;
+    for (double& x : d.as<TdataDoubleArray>()->array())
+        x += seconds;
     normalBlock().outputValue(vs->birthTime0).set(d);
 }
 
@@ -134,16 +136,21 @@ void TdynParticleShape::initializePrivateData() {
     }
     for (int i = static_cast<int>(attributeCount()) - 1; i >= 0; --i) {
         Tattribute* a = attribute(static_cast<unsigned>(i));
-        if (!a || a->hasFlag(Tattribute::kInternal) || a->hasFlag(Tattribute::kHiddenFromPerParticle)) continue;
+        if (!a || a->hasFlag(Tattribute::kInternal) || a->hasFlag(Tattribute::kHiddenFromPerParticle))
+            continue;
         if (a->name() == "uvSetTweakLocation" || a->isArray()) continue;
         const TletterClass* c = arrayClassOf(a);
         if (!c) continue;
         TdataHandle h = block.outputValue(a);
         if (!h.data().isNULL()) continue;
-        if (c == &TdataDoubleArray::sClass) h.set(makeData<TdataDoubleArray>());
-        else if (c == &TdataVectorArray::sClass) h.set(makeData<TdataVectorArray>());
-        else if (c == &TdataInt32Array::sClass) h.set(makeData<TdataInt32Array>());
-        else if (c == &TdataArrayAttrs::sClass) h.set(makeData<TdataArrayAttrs>());
+        if (c == &TdataDoubleArray::sClass)
+            h.set(makeData<TdataDoubleArray>());
+        else if (c == &TdataVectorArray::sClass)
+            h.set(makeData<TdataVectorArray>());
+        else if (c == &TdataInt32Array::sClass)
+            h.set(makeData<TdataInt32Array>());
+        else if (c == &TdataArrayAttrs::sClass)
+            h.set(makeData<TdataArrayAttrs>());
     }
     double startFrame = 1;
     getAttributeValue(vs->startFrame, startFrame);
@@ -165,8 +172,8 @@ void TdynParticleShape::initializeDynamicState(bool copy) {
             // The initial state is the state at the start, whenever it is first set up.
             auto* vs = sVsData();
             const TanimTime start = normalBlock().inputValue(vs->startTime).asTime();
-            for (const Tattribute* a : std::initializer_list<const Tattribute*>{vs->evaluationTime, vs->cachedTime,
-                                                                                vs->lastTimeEvaluated}) {
+            for (const Tattribute* a : std::initializer_list<const Tattribute*>{
+                     vs->evaluationTime, vs->cachedTime, vs->lastTimeEvaluated}) {
                 TdataHandle h = normalBlock().outputValue(a);
                 h.set(start);
                 h.setClean();
@@ -221,7 +228,9 @@ bool TdynParticleShape::restoreState(TdataBlock& block) {
 
 void TdynParticleShape::copyInitialToRuntime(TdataBlock& block) {
     auto* vs = sVsData();
-    auto copy = [&](const Tattribute* from, const Tattribute* to) { copyParticleAttribute(from, block, to, block); };
+    auto copy = [&](const Tattribute* from, const Tattribute* to) {
+        copyParticleAttribute(from, block, to, block);
+    };
     if (!hasNonExprInputConnection(vs->position)) copy(vs->position0, vs->position);
     copy(vs->position0, vs->lastPosition);
     copy(vs->position0, vs->lastCachedPosition);
@@ -246,12 +255,13 @@ void TdynParticleShape::copyInitialToRuntime(TdataBlock& block) {
         nid.setClean();
     }
     // The runtime arrays that came from short initial arrays are brought to the count.
-    for (const Tattribute* a : std::initializer_list<const Tattribute*>{vs->velocity, vs->acceleration, vs->mass, vs->age, vs->birthTime, vs->particleId,
-                                vs->emitterId})
+    for (const Tattribute* a : std::initializer_list<const Tattribute*>{
+             vs->velocity, vs->acceleration, vs->mass, vs->age, vs->birthTime, vs->particleId, vs->emitterId})
         if (!hasNonExprInputConnection(a)) clampParticleAttribute(a, n, block);
 
     for (Tattribute* a : localDynamicAttrs()) {
-        if (isInitialStateOrCacheAttribute(a) || hasNonExprInputConnection(a) || !perParticleAttribute(a->name()))
+        if (isInitialStateOrCacheAttribute(a) || hasNonExprInputConnection(a) ||
+            !perParticleAttribute(a->name()))
             continue;
         if (a->hasFlag(Tattribute::kInternal)) continue;
         if (Tattribute* a0 = initialStateAttribute(a)) {
@@ -293,16 +303,21 @@ void TdynParticleShape::copyInitialToRuntime(TdataBlock& block) {
         T4dDblVectorArray wp;
         if (p) TdynStatic::transformCopyOfVectorArrayByMatrix(*p, w, wp, true);
         Tdata d = makeData<TdataVectorArray>(std::move(wp));
-        for (const Tattribute* a : std::initializer_list<const Tattribute*>{vs->worldPosition, vs->lastWorldPosition, vs->cachedWorldPosition})
+        for (const Tattribute* a : std::initializer_list<const Tattribute*>{
+                 vs->worldPosition, vs->lastWorldPosition, vs->cachedWorldPosition})
             block.outputValue(a).set(d);
         Tdata v0 = block.outputValue(vs->velocity0).data();
         const T4dDblVectorArray* v = TdynStatic::dataVectorArray(v0);
         T4dDblVectorArray wv;
-        if (v) TdynStatic::transformCopyOfVectorArrayByMatrix(*v, TdynStatic::matrixWithoutTranslation(w), wv, false);
+        if (v)
+            TdynStatic::transformCopyOfVectorArrayByMatrix(*v, TdynStatic::matrixWithoutTranslation(w), wv,
+                                                           false);
         Tdata dv = makeData<TdataVectorArray>(std::move(wv));
-        for (const Tattribute* a : std::initializer_list<const Tattribute*>{vs->worldVelocity, vs->lastWorldVelocity, vs->cachedWorldVelocity})
+        for (const Tattribute* a : std::initializer_list<const Tattribute*>{
+                 vs->worldVelocity, vs->lastWorldVelocity, vs->cachedWorldVelocity})
             block.outputValue(a).set(dv);
-        block.outputValue(vs->worldVelocityInObjectSpace).set(v0.isNULL() ? makeData<TdataVectorArray>() : v0);
+        block.outputValue(vs->worldVelocityInObjectSpace)
+            .set(v0.isNULL() ? makeData<TdataVectorArray>() : v0);
     }
     block.outputValue(vs->force).set(makeData<TdataVectorArray>(T4dDblVectorArray(n)));
 
@@ -361,7 +376,8 @@ void TdynParticleShape::saveInitialState() {
     if (doubleArrayReference(vs->birthTime)) {
         Tdata d = block.outputValue(vs->birthTime).data();
         d.makeWriter();
-        for (double& x : d.as<TdataDoubleArray>()->array()) x -= (T - S);
+        for (double& x : d.as<TdataDoubleArray>()->array())
+            x -= (T - S);
         block.outputValue(vs->birthTime).set(d);
     }
     for (unsigned i = 0; i < attributeCount(); ++i) {
@@ -397,9 +413,12 @@ bool TdynParticleShape::addAttribute(std::unique_ptr<Tattribute> attr, TattrClas
     TdataBlock& block = normalBlock();
     // Every per-particle array is a letter of its own from the start.
     if (const TletterClass* c = arrayClassOf(a); c && block.outputValue(a).data().isNULL()) {
-        if (c == &TdataDoubleArray::sClass) block.outputValue(a).set(makeData<TdataDoubleArray>());
-        else if (c == &TdataVectorArray::sClass) block.outputValue(a).set(makeData<TdataVectorArray>());
-        else if (c == &TdataInt32Array::sClass) block.outputValue(a).set(makeData<TdataInt32Array>());
+        if (c == &TdataDoubleArray::sClass)
+            block.outputValue(a).set(makeData<TdataDoubleArray>());
+        else if (c == &TdataVectorArray::sClass)
+            block.outputValue(a).set(makeData<TdataVectorArray>());
+        else if (c == &TdataInt32Array::sClass)
+            block.outputValue(a).set(makeData<TdataInt32Array>());
     }
     if (!isInitialStateOrCacheAttribute(a) && perParticleAttribute(n)) {
         // A runtime array starts at the present count, filled with its default.
@@ -432,7 +451,8 @@ void TdynParticleShape::dirtySpecialCurrentTimeDependents() {
     g.dirtyPlug(Tplug(this, sVsData()->samplerPerParticleData));
 }
 
-bool TdynParticleShape::setCachedValue(const Tplug& plug, const TdataHandle& handle, const TdgContext& context) {
+bool TdynParticleShape::setCachedValue(const Tplug& plug, const TdataHandle& handle,
+                                       const TdgContext& context) {
     if (!fPrivateDataInitialized) initializePrivateData();
     auto* vs = sVsData();
     const Tattribute* a = plug.attribute();

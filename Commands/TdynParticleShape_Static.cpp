@@ -11,7 +11,9 @@ struct TexclusionList {
     bool initialized = false;
     std::unordered_set<const Tattribute*> attrs;
     std::unordered_set<std::string> names;
-    bool has(const Tattribute* a) const { return attrs.count(a) != 0 || (!names.empty() && names.count(a->name())); }
+    bool has(const Tattribute* a) const {
+        return attrs.count(a) != 0 || (!names.empty() && names.count(a->name()));
+    }
 };
 TexclusionList gCompute, gEmission, gSampler, gCompressed;
 
@@ -25,59 +27,138 @@ void TdynParticleShape::buildExclusionLists() {
     if (!gCompute.initialized) {
         gCompute.initialized = true;
         for (const Tattribute* a :
-             std::initializer_list<const Tattribute*>{vs->rampPosition, vs->rampVelocity, vs->rampAcceleration, vs->input, vs->count, vs->computingCount,
-              vs->force, vs->inputForce, vs->cachedPosition, vs->lastCachedPosition, vs->cachedWorldPosition,
-              static_cast<const Tattribute*>(vs->cachedWorldCentroid), vs->cachedVelocity, vs->cachedWorldVelocity,
-              vs->nextId, vs->isDynamic, vs->dynamicsWeight, vs->conserve, vs->maxCount, vs->isFull,
-              vs->levelOfDetail, vs->inheritFactor, static_cast<const Tattribute*>(vs->fieldData),
-              vs->fieldDataPosition, vs->fieldDataVelocity, vs->fieldDataMass, vs->fieldDataDeltaTime,
-              static_cast<const Tattribute*>(vs->emitterData), vs->emitterDataPosition, vs->emitterDataVelocity,
-              vs->emitterDataDeltaTime, vs->currentTime, vs->currentSceneTime, vs->lastTimeEvaluated,
-              vs->lastSceneTime, vs->cachedTime, vs->timeStepSize, vs->evaluationTime, vs->sceneTimeStepSize,
-              vs->startFrame, vs->startTime, vs->goalGeometry, vs->goalWeight, vs->goalActive,
-              vs->enforceCountFromHistory, vs->inputGeometry, vs->targetGeometry, vs->eventTest, vs->eventName,
-              vs->eventCount, vs->eventValid, vs->eventEmit, vs->eventSplit, vs->eventDie, vs->eventRandom,
-              vs->eventSpread, vs->eventTarget, vs->eventProc, vs->numberOfEvents, vs->eventNameCount,
-              vs->depthSort, vs->particleRenderType, vs->internalRuntimeExpression, vs->internalCreationExpression,
-              vs->currentParticle, vs->disableCloudAxis, vs->lastWorldMatrix, vs->inputGeometryPoints,
-              vs->sortedId, vs->idIndex, static_cast<const Tattribute*>(vs->idMapping), vs->collisions,
-              vs->traceDepth, vs->collisionData, vs->collisionGeometry, vs->collisionResilience,
-              vs->collisionFriction, vs->collisionRecords})
+             std::initializer_list<const Tattribute*>{vs->rampPosition,
+                                                      vs->rampVelocity,
+                                                      vs->rampAcceleration,
+                                                      vs->input,
+                                                      vs->count,
+                                                      vs->computingCount,
+                                                      vs->force,
+                                                      vs->inputForce,
+                                                      vs->cachedPosition,
+                                                      vs->lastCachedPosition,
+                                                      vs->cachedWorldPosition,
+                                                      static_cast<const Tattribute*>(vs->cachedWorldCentroid),
+                                                      vs->cachedVelocity,
+                                                      vs->cachedWorldVelocity,
+                                                      vs->nextId,
+                                                      vs->isDynamic,
+                                                      vs->dynamicsWeight,
+                                                      vs->conserve,
+                                                      vs->maxCount,
+                                                      vs->isFull,
+                                                      vs->levelOfDetail,
+                                                      vs->inheritFactor,
+                                                      static_cast<const Tattribute*>(vs->fieldData),
+                                                      vs->fieldDataPosition,
+                                                      vs->fieldDataVelocity,
+                                                      vs->fieldDataMass,
+                                                      vs->fieldDataDeltaTime,
+                                                      static_cast<const Tattribute*>(vs->emitterData),
+                                                      vs->emitterDataPosition,
+                                                      vs->emitterDataVelocity,
+                                                      vs->emitterDataDeltaTime,
+                                                      vs->currentTime,
+                                                      vs->currentSceneTime,
+                                                      vs->lastTimeEvaluated,
+                                                      vs->lastSceneTime,
+                                                      vs->cachedTime,
+                                                      vs->timeStepSize,
+                                                      vs->evaluationTime,
+                                                      vs->sceneTimeStepSize,
+                                                      vs->startFrame,
+                                                      vs->startTime,
+                                                      vs->goalGeometry,
+                                                      vs->goalWeight,
+                                                      vs->goalActive,
+                                                      vs->enforceCountFromHistory,
+                                                      vs->inputGeometry,
+                                                      vs->targetGeometry,
+                                                      vs->eventTest,
+                                                      vs->eventName,
+                                                      vs->eventCount,
+                                                      vs->eventValid,
+                                                      vs->eventEmit,
+                                                      vs->eventSplit,
+                                                      vs->eventDie,
+                                                      vs->eventRandom,
+                                                      vs->eventSpread,
+                                                      vs->eventTarget,
+                                                      vs->eventProc,
+                                                      vs->numberOfEvents,
+                                                      vs->eventNameCount,
+                                                      vs->depthSort,
+                                                      vs->particleRenderType,
+                                                      vs->internalRuntimeExpression,
+                                                      vs->internalCreationExpression,
+                                                      vs->currentParticle,
+                                                      vs->disableCloudAxis,
+                                                      vs->lastWorldMatrix,
+                                                      vs->inputGeometryPoints,
+                                                      vs->sortedId,
+                                                      vs->idIndex,
+                                                      static_cast<const Tattribute*>(vs->idMapping),
+                                                      vs->collisions,
+                                                      vs->traceDepth,
+                                                      vs->collisionData,
+                                                      vs->collisionGeometry,
+                                                      vs->collisionResilience,
+                                                      vs->collisionFriction,
+                                                      vs->collisionRecords})
             gCompute.attrs.insert(a);
-        for (const Tattribute* c : vs->cachedWorldCentroid->children()) gCompute.attrs.insert(c);
+        for (const Tattribute* c : vs->cachedWorldCentroid->children())
+            gCompute.attrs.insert(c);
         // Everything the geometry base declares.
         const unsigned own = vs->ownAttributeCount();
-        for (unsigned i = 0; i + own < vs->attributeCount(); ++i) gCompute.attrs.insert(vs->attribute(i));
+        for (unsigned i = 0; i + own < vs->attributeCount(); ++i)
+            gCompute.attrs.insert(vs->attribute(i));
     }
     if (!gEmission.initialized) {
         gEmission.initialized = true;
-        for (const Tattribute* a :
-             std::initializer_list<const Tattribute*>{vs->rampPosition, vs->rampVelocity, vs->rampAcceleration, vs->emitterDataPosition,
-              vs->emitterDataVelocity, vs->fieldDataPosition, vs->fieldDataVelocity, vs->fieldDataMass,
-              vs->inputGeometryPoints, vs->sortedId, vs->idIndex, static_cast<const Tattribute*>(vs->idMapping)})
+        for (const Tattribute* a : std::initializer_list<const Tattribute*>{
+                 vs->rampPosition, vs->rampVelocity, vs->rampAcceleration, vs->emitterDataPosition,
+                 vs->emitterDataVelocity, vs->fieldDataPosition, vs->fieldDataVelocity, vs->fieldDataMass,
+                 vs->inputGeometryPoints, vs->sortedId, vs->idIndex,
+                 static_cast<const Tattribute*>(vs->idMapping)})
             gEmission.attrs.insert(a);
     }
     if (!gSampler.initialized) {
         gSampler.initialized = true;
-        for (const Tattribute* a :
-             std::initializer_list<const Tattribute*>{vs->lastPosition, vs->lastVelocity, vs->lastWorldPosition, vs->lastWorldVelocity, vs->cachedPosition,
-              vs->lastCachedPosition, vs->cachedWorldPosition, vs->cachedVelocity, vs->cachedWorldVelocity,
-              vs->massCache, vs->idCache, vs->sortedId, vs->idIndex, vs->birthTimeCache, vs->ageCache,
-              vs->fieldDataPosition, vs->fieldDataVelocity, vs->fieldDataMass, vs->emitterDataPosition,
-              vs->emitterDataVelocity, vs->inputGeometryPoints})
+        for (const Tattribute* a : std::initializer_list<const Tattribute*>{vs->lastPosition,
+                                                                            vs->lastVelocity,
+                                                                            vs->lastWorldPosition,
+                                                                            vs->lastWorldVelocity,
+                                                                            vs->cachedPosition,
+                                                                            vs->lastCachedPosition,
+                                                                            vs->cachedWorldPosition,
+                                                                            vs->cachedVelocity,
+                                                                            vs->cachedWorldVelocity,
+                                                                            vs->massCache,
+                                                                            vs->idCache,
+                                                                            vs->sortedId,
+                                                                            vs->idIndex,
+                                                                            vs->birthTimeCache,
+                                                                            vs->ageCache,
+                                                                            vs->fieldDataPosition,
+                                                                            vs->fieldDataVelocity,
+                                                                            vs->fieldDataMass,
+                                                                            vs->emitterDataPosition,
+                                                                            vs->emitterDataVelocity,
+                                                                            vs->inputGeometryPoints})
             gSampler.attrs.insert(a);
     }
     if (!gCompressed.initialized) {
         gCompressed.initialized = true;
-        for (const Tattribute* a : std::initializer_list<const Tattribute*>{vs->position, vs->velocity, vs->acceleration, vs->mass, vs->age, vs->birthTime,
-                                    vs->finalLifespanPP, vs->force, vs->worldPosition, vs->worldVelocity,
-                                    vs->particleId})
+        for (const Tattribute* a : std::initializer_list<const Tattribute*>{
+                 vs->position, vs->velocity, vs->acceleration, vs->mass, vs->age, vs->birthTime,
+                 vs->finalLifespanPP, vs->force, vs->worldPosition, vs->worldVelocity, vs->particleId})
             gCompressed.attrs.insert(a);
-        for (const char* n : {"ageNormalized", "parentU", "parentV", "collisionU", "collisionV", "opacityPP",
-                              "lifespanPP", "radiusPP", "userScalar1PP", "userScalar2PP", "userScalar3PP",
-                              "userScalar4PP", "userScalar5PP", "rgbPP", "incandescencePP", "birthPosition",
-                              "birthWorldPosition", "userVector1PP", "userVector2PP", "userVector3PP",
-                              "userVector4PP", "userVector5PP"})
+        for (const char* n : {"ageNormalized",      "parentU",       "parentV",         "collisionU",
+                              "collisionV",         "opacityPP",     "lifespanPP",      "radiusPP",
+                              "userScalar1PP",      "userScalar2PP", "userScalar3PP",   "userScalar4PP",
+                              "userScalar5PP",      "rgbPP",         "incandescencePP", "birthPosition",
+                              "birthWorldPosition", "userVector1PP", "userVector2PP",   "userVector3PP",
+                              "userVector4PP",      "userVector5PP"})
             gCompressed.names.insert(n);
     }
 }
@@ -106,7 +187,9 @@ bool TdynParticleShape::isInSamplerPerParticleDataExclusionList(const Tattribute
 }
 
 namespace {
-Tattribute* findOnNode(const TdependNode& node, const std::string& name) { return node.attribute(name); }
+Tattribute* findOnNode(const TdependNode& node, const std::string& name) {
+    return node.attribute(name);
+}
 } // namespace
 
 Tattribute* TdynParticleShape::initialStateAttribute(const Tattribute* a) const {
@@ -131,7 +214,8 @@ bool TdynParticleShape::hasNonExprInputConnection(const Tattribute* a) const {
 }
 
 bool TdynParticleShape::isExcludedFromEmission(const Tattribute* a) const {
-    if (!a || a->hasFlag(Tattribute::kInternal) || a->hasFlag(Tattribute::kHiddenFromPerParticle)) return true;
+    if (!a || a->hasFlag(Tattribute::kInternal) || a->hasFlag(Tattribute::kHiddenFromPerParticle))
+        return true;
     if (a->name() == "uvSetTweakLocation") return true;
     if (a->type() != TattrType::Typed || a->isArray() || a->parent()) return true;
     const auto& classes = a->letterClasses();

@@ -19,10 +19,14 @@ int TdynStatic::activeGlobalsOverSampling() {
     return g ? std::max(1, g->overSamples()) : 1;
 }
 
-bool TdynStatic::runupToCurrentTimeIsOn() { return ToptionVars::intValue("dynPrefRunUpToCurrentTime", 0) != 0; }
+bool TdynStatic::runupToCurrentTimeIsOn() {
+    return ToptionVars::intValue("dynPrefRunUpToCurrentTime", 0) != 0;
+}
 
 // "dynPrefRunupFrom": 1 plays from the start time, 2 (the default) from the previous frame.
-bool TdynStatic::runupFromStartTime() { return ToptionVars::intValue("dynPrefRunupFrom", 2) == 1; }
+bool TdynStatic::runupFromStartTime() {
+    return ToptionVars::intValue("dynPrefRunupFrom", 2) == 1;
+}
 
 std::vector<TdependNode*> TdynStatic::particleNodes() {
     std::vector<TdependNode*> out;
@@ -54,7 +58,9 @@ TanimTime TdynStatic::lastEvaluatedTime(int) {
     return any ? last : earliestStartTime();
 }
 
-bool TdynStatic::isSceneCached(TanimTime) { return false; }
+bool TdynStatic::isSceneCached(TanimTime) {
+    return false;
+}
 
 bool TdynStatic::gotoRunupFrame(TanimTime t) {
     if (!TdependGraph::hasCurrent()) return false;
@@ -92,7 +98,8 @@ bool TdynStatic::runupSceneFromTo(TanimTime from, TanimTime to, int oversample, 
     TanimTime t = a;
     if (a == lastEvaluatedTime(oversample)) t += sub;
     // A fraction of a step past the end, so that `b` is met despite whole ticks.
-    const TanimTime limit = b + TanimTime::fromTicks(static_cast<std::int64_t>(std::floor(0.99 * sub.ticks())));
+    const TanimTime limit =
+        b + TanimTime::fromTicks(static_cast<std::int64_t>(std::floor(0.99 * sub.ticks())));
     const long long total = (b - a).ticks() / std::max<std::int64_t>(1, sub.ticks()) + 1;
     long long done = 0;
     while (t <= limit) {
@@ -110,7 +117,8 @@ bool TdynStatic::runupSceneFromTo(TanimTime from, TanimTime to, int oversample, 
 
 void TdynStatic::delayedTimeChangeRunup(TdependNode* node) {
     auto* p = TdynParticleShape::cast(node);
-    if (!p || !TdependNode::fsDirtyPropagation || fIsInRunup || !fCheckForRunup || !TdependGraph::hasCurrent())
+    if (!p || !TdependNode::fsDirtyPropagation || fIsInRunup || !fCheckForRunup ||
+        !TdependGraph::hasCurrent())
         return;
     auto* vs = TdynParticleShape::sVsData();
     TdataBlock& block = p->normalBlock();
@@ -124,6 +132,8 @@ void TdynStatic::delayedTimeChangeRunup(TdependNode* node) {
     struct Clear {
         ~Clear() { fCheckForRunup = false; }
     } clear;
-    if (runupToCurrentTimeIsOn()) runupSceneTo(now, n, d > 1.0 || d < 0);
-    else if (n > 1 && d > 0 && d <= 1.0 + 1e-9) runupSceneTo(now, n, false);
+    if (runupToCurrentTimeIsOn())
+        runupSceneTo(now, n, d > 1.0 || d < 0);
+    else if (n > 1 && d > 0 && d <= 1.0 + 1e-9)
+        runupSceneTo(now, n, false);
 }

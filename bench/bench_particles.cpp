@@ -16,11 +16,12 @@ namespace {
 void BM_ParticleStep(benchmark::State& state) {
     const unsigned n = static_cast<unsigned>(state.range(0));
     Tsession session;
-    session.runText(state.range(1) ? "particle -n p;" : "particle -n p; setAttr pShape.forcesInWorld 0;", "bench",
-                    false);
+    session.runText(state.range(1) ? "particle -n p;" : "particle -n p; setAttr pShape.forcesInWorld 0;",
+                    "bench", false);
     auto* p = TdynParticleShape::cast(session.graph().findNode("pShape"));
     T4dDblVectorArray points(n);
-    for (unsigned i = 0; i < n; ++i) points[i] = {double(i % 100), double(i / 100 % 100), double(i / 10000)};
+    for (unsigned i = 0; i < n; ++i)
+        points[i] = {double(i % 100), double(i / 100 % 100), double(i / 10000)};
     p->addParticles(points);
     auto* vs = TdynParticleShape::sVsData();
     TstandaloneValue force(vs->inputForce);
@@ -38,7 +39,8 @@ void BM_ParticleStep(benchmark::State& state) {
 
 void BM_PlainSoAStep(benchmark::State& state) {
     const std::size_t n = static_cast<std::size_t>(state.range(0));
-    std::vector<double> x(n), y(n), z(n), vx(n), vy(n), vz(n), ax(n), ay(n), az(n), fx(n), fy(n), fz(n), m(n, 1.0);
+    std::vector<double> x(n), y(n), z(n), vx(n), vy(n), vz(n), ax(n), ay(n), az(n), fx(n), fy(n), fz(n),
+        m(n, 1.0);
     for (std::size_t i = 0; i < n; ++i) {
         x[i] = double(i % 100);
         y[i] = double(i / 100 % 100);

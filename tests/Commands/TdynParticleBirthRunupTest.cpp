@@ -114,20 +114,24 @@ TEST_F(ParticleMoreTest, WorldSpaceBatchesComeIntoTheObjectsSpace) {
 }
 
 TEST_F(ParticleMoreTest, InputGeometryEnforcesTheCount) {
-    ASSERT_TRUE(run("particle -n p -p 9 9 9; polyPlane -n plane -w 2 -h 2 -sx 1 -sy 1;"
-                    "setAttr pShape.enforceCountFromHistory 1; connectAttr planeShape.outMesh pShape.inputGeometry;"));
+    ASSERT_TRUE(run(
+        "particle -n p -p 9 9 9; polyPlane -n plane -w 2 -h 2 -sx 1 -sy 1;"
+        "setAttr pShape.enforceCountFromHistory 1; connectAttr planeShape.outMesh pShape.inputGeometry;"));
     TdynParticleShape* p = shape("pShape");
     frame(2);
     // Four corners: the one particle follows the first point, three are born on the others.
     ASSERT_EQ(p->countNoCompute(), 4u);
     double xs = 0;
-    for (unsigned i = 0; i < 4; ++i) xs += std::fabs(vec(p, "position", i).x);
+    for (unsigned i = 0; i < 4; ++i)
+        xs += std::fabs(vec(p, "position", i).x);
     EXPECT_NEAR(xs, 4.0, 1e-12);
     EXPECT_EQ(vec(p, "position", 0).y, 0);
     // A smaller geometry removes the surplus at the end of the step.
-    ASSERT_TRUE(run("polyPlane -n tri -w 2 -h 2 -sx 1 -sy 1; disconnectAttr planeShape.outMesh pShape.inputGeometry;"
-                    "createNode transform -n none;"));
-    setData<TdataVectorArray>(p, TdynParticleShape::sVsData()->inputGeometry, T4dDblVectorArray{{1, 1, 1}, {2, 2, 2}});
+    ASSERT_TRUE(
+        run("polyPlane -n tri -w 2 -h 2 -sx 1 -sy 1; disconnectAttr planeShape.outMesh pShape.inputGeometry;"
+            "createNode transform -n none;"));
+    setData<TdataVectorArray>(p, TdynParticleShape::sVsData()->inputGeometry,
+                              T4dDblVectorArray{{1, 1, 1}, {2, 2, 2}});
     frame(3);
     EXPECT_EQ(p->countNoCompute(), 2u);
 }
@@ -166,14 +170,16 @@ TEST_F(ParticleMoreTest, AGoalWithFewerPointsWrapsAroundTheParticles) {
     TdynParticleShape* p = shape("pShape");
     frame(2);
     const double expected[] = {1, 2, 3, 1, 2, 3, 1};
-    for (unsigned i = 0; i < 7; ++i) EXPECT_NEAR(vec(p, "position", i).x, expected[i], 1e-12) << i;
+    for (unsigned i = 0; i < 7; ++i)
+        EXPECT_NEAR(vec(p, "position", i).x, expected[i], 1e-12) << i;
 }
 
 TEST_F(ParticleMoreTest, GoalPPBlendsAndTwoGoalsShareTheirPull) {
-    ASSERT_TRUE(run("particle -n p -p 0 0 0 -p 0 0 0 -p 0 0 0; addPP -atr goalPP p;"
-                    "particle -n g -p 4 0 0; setAttr gShape.isDynamic 0;"
-                    "connectAttr gShape.position pShape.goalGeometry[0]; setAttr pShape.goalSmoothness 1;"
-                    "setParticleAttr -at goalPP -fv 0 pShape.pt[1]; setParticleAttr -at goalPP -fv 0.5 pShape.pt[2];"));
+    ASSERT_TRUE(run(
+        "particle -n p -p 0 0 0 -p 0 0 0 -p 0 0 0; addPP -atr goalPP p;"
+        "particle -n g -p 4 0 0; setAttr gShape.isDynamic 0;"
+        "connectAttr gShape.position pShape.goalGeometry[0]; setAttr pShape.goalSmoothness 1;"
+        "setParticleAttr -at goalPP -fv 0 pShape.pt[1]; setParticleAttr -at goalPP -fv 0.5 pShape.pt[2];"));
     TdynParticleShape* p = shape("pShape");
     frame(2);
     // goalPP 1 lands on the goal, 0 stays free, 0.5 goes half way (positions are
@@ -214,7 +220,8 @@ TEST_F(ParticleMoreTest, StepsDoNotCopyArraysTheyOwn) {
     frame(3);
     const std::uint64_t copies = Tletter::sCopyCount;
     const T4dDblVector* before = p->vectorArrayReference(TdynParticleShape::sVsData()->position)->data();
-    for (int f = 4; f <= 8; ++f) frame(f);
+    for (int f = 4; f <= 8; ++f)
+        frame(f);
     EXPECT_EQ(Tletter::sCopyCount, copies);
     EXPECT_EQ(p->vectorArrayReference(TdynParticleShape::sVsData()->position)->data(), before);
 }
@@ -223,8 +230,8 @@ TEST_F(ParticleMoreTest, StepsDoNotCopyArraysTheyOwn) {
 
 TEST_F(ParticleMoreTest, RunupFunctionsEdgeCases) {
     // No dynamic nodes: nothing to run.
-    EXPECT_FALSE(TdynStatic::runupSceneFromTo(TanimTime(1.0, kCurrentFrameUnit), TanimTime(5.0, kCurrentFrameUnit), 1,
-                                              false, true));
+    EXPECT_FALSE(TdynStatic::runupSceneFromTo(TanimTime(1.0, kCurrentFrameUnit),
+                                              TanimTime(5.0, kCurrentFrameUnit), 1, false, true));
     ASSERT_TRUE(run("particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv 24 0 0 p; currentTime 1;"));
     TdynParticleShape* p = shape("pShape");
     // Inside a run-up another one returns at once.
@@ -234,8 +241,8 @@ TEST_F(ParticleMoreTest, RunupFunctionsEdgeCases) {
     EXPECT_EQ(p->stepCount(), steps);
     TdynStatic::fIsInRunup = false;
     // `to` before `from` plays the same range; oversample 0 is taken as 1.
-    EXPECT_TRUE(TdynStatic::runupSceneFromTo(TanimTime(5.0, kCurrentFrameUnit), TanimTime(1.0, kCurrentFrameUnit), 0,
-                                             false, true));
+    EXPECT_TRUE(TdynStatic::runupSceneFromTo(TanimTime(5.0, kCurrentFrameUnit),
+                                             TanimTime(1.0, kCurrentFrameUnit), 0, false, true));
     EXPECT_EQ(p->stepCount(), steps + 4); // frames 2 to 5 after the one already evaluated
     EXPECT_EQ(vec(p, "position", 0).x, 4.0);
     EXPECT_EQ(TdynStatic::lastEvaluatedTime(1), TanimTime(5.0, kCurrentFrameUnit));
@@ -258,7 +265,8 @@ TEST_F(ParticleMoreTest, RunupCommandAndPreferences) {
 
 TEST_F(ParticleMoreTest, GlobalsAndControllerAreMadeOnceAndAnswerQueries) {
     ASSERT_TRUE(run("particle; particle;"));
-    EXPECT_EQ(session.engine().run("dynGlobals", {"-la"}).stringArray(), std::vector<std::string>{"dynGlobals1"});
+    EXPECT_EQ(session.engine().run("dynGlobals", {"-la"}).stringArray(),
+              std::vector<std::string>{"dynGlobals1"});
     EXPECT_EQ(session.engine().run("dynGlobals", {"-active"}).asString(), "dynGlobals1");
     errors.str("");
     EXPECT_FALSE(run("dynGlobals -os 0;"));
@@ -289,7 +297,7 @@ TEST_F(ParticleMoreTest, ModuleRandomDrawsRepeatAndSmoothStepIsTheCubic) {
     EXPECT_LT(a, 3);
     EXPECT_EQ(dynRandgen::smoothStep(1, 3, 0.5), 0.0);
     EXPECT_EQ(dynRandgen::smoothStep(1, 3, 3), 1.0);
-    EXPECT_EQ(dynRandgen::smoothStep(1, 3, 2), 0.5);  // -2/8 + 3/4
+    EXPECT_EQ(dynRandgen::smoothStep(1, 3, 2), 0.5);     // -2/8 + 3/4
     EXPECT_EQ(dynRandgen::smoothStep(0, 4, 1), 0.15625); // -2/64 + 3/16
     EXPECT_EQ(dynRandgen::smoothStep(2, 2, 5), 0.0);
 }
@@ -342,10 +350,12 @@ TEST_F(ParticleMoreTest, AgeAndCountOutsideTheStep) {
     TdynParticleShape* p = shape("pShape");
     auto* vs = TdynParticleShape::sVsData();
     frame(4);
-    EXPECT_EQ(num(p, "age", 0), TanimTime(4.0, kCurrentFrameUnit).seconds() - TanimTime(1.0, kCurrentFrameUnit).seconds());
+    EXPECT_EQ(num(p, "age", 0),
+              TanimTime(4.0, kCurrentFrameUnit).seconds() - TanimTime(1.0, kCurrentFrameUnit).seconds());
     // A birthTime of another length: every age is the time since the start.
     setData<TdataDoubleArray>(p, vs->birthTime, TdoubleArray{0.5});
-    const double sinceStart = (TanimTime(4.0, kCurrentFrameUnit) - TanimTime(1.0, kCurrentFrameUnit)).seconds();
+    const double sinceStart =
+        (TanimTime(4.0, kCurrentFrameUnit) - TanimTime(1.0, kCurrentFrameUnit)).seconds();
     EXPECT_EQ(num(p, "age", 1), sinceStart);
     // A timed read of count gives the stored length and steps nothing.
     const std::uint64_t steps = p->stepCount();
@@ -382,8 +392,9 @@ TEST_F(ParticleMoreTest, EditingOneParticleUndoesAndNamesItsShape) {
 namespace {
 
 TEST_F(ParticleMoreTest, PerParticleLifespansDecideInModeThree) {
-    ASSERT_TRUE(run("particle -n p -p 0 0 0 -p 1 0 0 -p 2 0 0; addPP -atr lifespanPP p; setAttr pShape.lifespanMode 3;"
-                    "setParticleAttr -at lifespanPP -fv 0.05 p.pt[0]; setParticleAttr -at lifespanPP -fv 10 p.pt[1];"));
+    ASSERT_TRUE(run(
+        "particle -n p -p 0 0 0 -p 1 0 0 -p 2 0 0; addPP -atr lifespanPP p; setAttr pShape.lifespanMode 3;"
+        "setParticleAttr -at lifespanPP -fv 0.05 p.pt[0]; setParticleAttr -at lifespanPP -fv 10 p.pt[1];"));
     TdynParticleShape* p = shape("pShape");
     frame(2); // age 1/24 < 0.05
     EXPECT_EQ(p->countNoCompute(), 3u);
@@ -405,16 +416,19 @@ TEST_F(ParticleMoreTest, PerParticleLifespansDecideInModeThree) {
 namespace {
 
 TEST_F(ParticleMoreTest, SavedStatesKeepTheirAgesAtTheStart) {
-    ASSERT_TRUE(run("particle -n p -p 0 0 0; currentTime 5; saveInitialState p; currentTime 6; currentTime 1;"));
+    ASSERT_TRUE(
+        run("particle -n p -p 0 0 0; currentTime 5; saveInitialState p; currentTime 6; currentTime 1;"));
     TdynParticleShape* p = shape("pShape");
     // Born at frame 1 and saved at frame 5: four frames old at the start.
-    const double fourFrames = TanimTime(5.0, kCurrentFrameUnit).seconds() - TanimTime(1.0, kCurrentFrameUnit).seconds();
+    const double fourFrames =
+        TanimTime(5.0, kCurrentFrameUnit).seconds() - TanimTime(1.0, kCurrentFrameUnit).seconds();
     EXPECT_NEAR(num(p, "age", 0), fourFrames, 1e-15);
 }
 
 TEST_F(ParticleMoreTest, DeletedObjectsLeaveTimeAloneAndComeBackWithUndo) {
-    ASSERT_TRUE(run("particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv 24 0 0 p; currentTime 3;"
-                    "delete p; currentTime 4; currentUnit -time pal; currentUnit -time film; undo; undo; undo;"));
+    ASSERT_TRUE(
+        run("particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv 24 0 0 p; currentTime 3;"
+            "delete p; currentTime 4; currentUnit -time pal; currentUnit -time film; undo; undo; undo;"));
     TdynParticleShape* p = shape("pShape");
     ASSERT_NE(p, nullptr);
     frame(5);
@@ -465,7 +479,8 @@ TEST_F(ParticleMoreTest, ATimeWarpOnCurrentTimeBendsTheSimulation) {
                     "setKeyframe -t 25 -v (13.0 / 24) -itt linear -ott linear warp.translateX;"
                     "connectAttr -f warp.translateX pShape.currentTime;"));
     TdynParticleShape* p = shape("pShape");
-    for (int f = 2; f <= 25; ++f) frame(f);
+    for (int f = 2; f <= 25; ++f)
+        frame(f);
     // Twelve frames of simulated time at 24 units a second; each step is half a frame.
     EXPECT_NEAR(vec(p, "position", 0).x, 12.0, 1e-9);
 }
@@ -476,15 +491,16 @@ TEST_F(ParticleMoreTest, MoreBadInputLeavesEverythingAsItWas) {
     struct Case {
         const char* script;
         const char* says;
-    } cases[] = {{"emit -object p;", "give at least one -position"},
-                 {"emit -object p -pos 1 1 1 -at mass;", "-attribute mass needs 1 -floatValue"},
-                 {"emit -object p -pos 1 1 1 -at nothere -fv 1;", "'nothere' is not a per-particle attribute"},
-                 {"addPP -atr \"a b\" p;", "is not a valid attribute name"},
-                 {"addPP -atr opacityPP t;", "'t' is not a particle object"},
-                 {"saveInitialState -atr bogus p;", "'bogus' is not a per-particle attribute"},
-                 {"getParticleAttr -at position p.pt[x];", "is not a particle or particle component"},
-                 {"getParticleAttr p;", "give the attribute with -attribute"},
-                 {"setParticleAttr -at mass p;", "give a value with -floatValue or -vectorValue"}};
+    } cases[] = {
+        {"emit -object p;", "give at least one -position"},
+        {"emit -object p -pos 1 1 1 -at mass;", "-attribute mass needs 1 -floatValue"},
+        {"emit -object p -pos 1 1 1 -at nothere -fv 1;", "'nothere' is not a per-particle attribute"},
+        {"addPP -atr \"a b\" p;", "is not a valid attribute name"},
+        {"addPP -atr opacityPP t;", "'t' is not a particle object"},
+        {"saveInitialState -atr bogus p;", "'bogus' is not a per-particle attribute"},
+        {"getParticleAttr -at position p.pt[x];", "is not a particle or particle component"},
+        {"getParticleAttr p;", "give the attribute with -attribute"},
+        {"setParticleAttr -at mass p;", "give a value with -floatValue or -vectorValue"}};
     for (const Case& c : cases) {
         errors.str("");
         EXPECT_FALSE(run(c.script)) << c.script;

@@ -69,24 +69,40 @@ TEST_F(ParticleTest, NodeHasTheDataModelsAttributes) {
     struct Row {
         const char *name, *shortName, *tag;
     };
-    const Row rows[] = {{"position", "pos", "POSN"},   {"velocity", "vel", "VELC"},      {"acceleration", "acc", "ACCL"},
-                        {"force", "frc", "FORC"},      {"inputForce", "ifc", "IFRC"},    {"mass", "mas", "MASS"},
-                        {"particleId", "id", "PTID"},  {"birthTime", "bt", "BIRT"},      {"age", "ag", "AGES"},
-                        {"count", "cnt", "COUN"},      {"nextId", "nid", "NXID"},        {"isDynamic", "isd", "ISDY"},
-                        {"conserve", "con", "CONS"},   {"maxCount", "mxc", "MXCT"},      {"levelOfDetail", "lod", "LODE"},
-                        {"lifespanMode", "lfm", "LFMD"}, {"startFrame", "stf", "STFR"},  {"goalSmoothness", "gsm", "GSMS"},
-                        {"traceDepth", "trd", "TRDP"}, {"particleRenderType", "prt", "PRNT"},
-                        {"cachedPosition", "cps", "SCFR"}, {"startupCacheFrame", "scf", "SCFR"},
-                        {"birthTimeCache", "btc", "BTT0"}, {"birthTime0", "bt0", "BTT0"},
-                        {"randState", "rst", "RAND"},  {"eventRandState", "ers", "RAND"}};
+    const Row rows[] = {{"position", "pos", "POSN"},
+                        {"velocity", "vel", "VELC"},
+                        {"acceleration", "acc", "ACCL"},
+                        {"force", "frc", "FORC"},
+                        {"inputForce", "ifc", "IFRC"},
+                        {"mass", "mas", "MASS"},
+                        {"particleId", "id", "PTID"},
+                        {"birthTime", "bt", "BIRT"},
+                        {"age", "ag", "AGES"},
+                        {"count", "cnt", "COUN"},
+                        {"nextId", "nid", "NXID"},
+                        {"isDynamic", "isd", "ISDY"},
+                        {"conserve", "con", "CONS"},
+                        {"maxCount", "mxc", "MXCT"},
+                        {"levelOfDetail", "lod", "LODE"},
+                        {"lifespanMode", "lfm", "LFMD"},
+                        {"startFrame", "stf", "STFR"},
+                        {"goalSmoothness", "gsm", "GSMS"},
+                        {"traceDepth", "trd", "TRDP"},
+                        {"particleRenderType", "prt", "PRNT"},
+                        {"cachedPosition", "cps", "SCFR"},
+                        {"startupCacheFrame", "scf", "SCFR"},
+                        {"birthTimeCache", "btc", "BTT0"},
+                        {"birthTime0", "bt0", "BTT0"},
+                        {"randState", "rst", "RAND"},
+                        {"eventRandState", "ers", "RAND"}};
     for (const Row& r : rows) {
         Tattribute* a = p->attribute(r.name);
         ASSERT_NE(a, nullptr) << r.name;
         EXPECT_EQ(a->shortName(), r.shortName) << r.name;
         EXPECT_EQ(a->tag(), makeIffTag(r.tag)) << r.name;
     }
-    for (const char* child : {"centroidX", "worldCentroidZ", "cachedWorldCentroidY", "randStateX", "fieldDataMass",
-                              "emitterDataDeltaTime", "sortedId", "samplerPerParticleData"})
+    for (const char* child : {"centroidX", "worldCentroidZ", "cachedWorldCentroidY", "randStateX",
+                              "fieldDataMass", "emitterDataDeltaTime", "sortedId", "samplerPerParticleData"})
         EXPECT_NE(p->attribute(child), nullptr) << child;
     auto* vs = TdynParticleShape::sVsData();
     // Defaults of the telling rows.
@@ -123,7 +139,8 @@ TEST_F(ParticleTest, ParticleCommandMakesObjectsFromPointsGridsAndJitter) {
     ASSERT_TRUE(run("particle -n j -jbp 5 5 5 -nj 20 -jr 0.5;"));
     TdynParticleShape* j = shape("jShape");
     ASSERT_EQ(j->countNoCompute(), 20u);
-    for (unsigned i = 0; i < 20; ++i) EXPECT_LE((pos(j, i) - T4dDblVector{5, 5, 5}).length(), 0.5);
+    for (unsigned i = 0; i < 20; ++i)
+        EXPECT_LE((pos(j, i) - T4dDblVector{5, 5, 5}).length(), 0.5);
     // Undo takes the object away, redo brings the same one back.
     ASSERT_TRUE(run("undo;"));
     EXPECT_EQ(shape("jShape"), nullptr);
@@ -145,7 +162,8 @@ TEST_F(ParticleTest, ParticleCommandMakesObjectsFromPointsGridsAndJitter) {
 TEST_F(ParticleTest, FreeFlightEndsWhereTheVelocityTakesIt) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv 1 2 0 p;"));
     TdynParticleShape* p = shape("pShape");
-    for (int f = 2; f <= 25; ++f) frame(f);
+    for (int f = 2; f <= 25; ++f)
+        frame(f);
     // 24 steps of one frame: x is the sum of 24 roundings of 1/24, which lands
     // within a few ulps of 1.
     double x = 0, y = 0;
@@ -164,7 +182,8 @@ TEST_F(ParticleTest, FreeFlightEndsWhereTheVelocityTakesIt) {
 TEST_F(ParticleTest, ConserveScalesVelocityOncePerStep) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0 -c 0.5; particle -e -id 0 -at velocity -vv 1 2 0 p;"));
     TdynParticleShape* p = shape("pShape");
-    for (int f = 2; f <= 25; ++f) frame(f);
+    for (int f = 2; f <= 25; ++f)
+        frame(f);
     // x = dt * (1/2 + 1/4 + ... + 1/2^24) = dt * (1 - 2^-24); each term is exact,
     // so only the sums round: a few ulps.
     const double expected = kFrame * (1.0 - std::ldexp(1.0, -24));
@@ -195,8 +214,8 @@ TEST_F(ParticleTest, EulerIsSemiImplicitAndHonoursWeightMassAndConserve) {
     EXPECT_EQ(a2[0], (T4dDblVector{7, 0, 0}));
     // Forces in world space are brought into the object's frame (scale 2: half the acceleration).
     T4dDblVectorArray p3{{0, 0, 0}}, v3(1), a3(1), out3;
-    TdynParticleShape::evaluateEuler(p3, v3, a3, T4dDblVectorArray{{4, 0, 0}}, TdoubleArray{1.0}, 1.0, 1.0, 1.0,
-                                     true, T4dDblMatrix::scaling(2.0), &out3);
+    TdynParticleShape::evaluateEuler(p3, v3, a3, T4dDblVectorArray{{4, 0, 0}}, TdoubleArray{1.0}, 1.0, 1.0,
+                                     1.0, true, T4dDblMatrix::scaling(2.0), &out3);
     EXPECT_EQ(out3[0], (T4dDblVector{2, 0, 0}));
     EXPECT_EQ(p3[0], (T4dDblVector{0, 0, 0})); // out arrays leave the input alone
 }
@@ -273,13 +292,15 @@ TEST_F(ParticleTest, RunUpPreferenceReplaysEveryFrameOfAJump) {
         Tsession s;
         std::ostringstream err;
         s.engine().setErrorStream(&err);
-        EXPECT_TRUE(s.runText("particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv 1 0.5 0 p;", "t", false));
+        EXPECT_TRUE(
+            s.runText("particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv 1 0.5 0 p;", "t", false));
         auto* p = TdynParticleShape::cast(s.graph().findNode("pShape"));
         setInputForce(p, 0, {{0.3, -9.8, 0.1}});
         if (jump) {
             s.graph().setTime(TanimTime(9.0, kCurrentFrameUnit), true);
         } else {
-            for (int f = 2; f <= 9; ++f) s.graph().setTime(TanimTime(f, kCurrentFrameUnit), true);
+            for (int f = 2; f <= 9; ++f)
+                s.graph().setTime(TanimTime(f, kCurrentFrameUnit), true);
         }
         T4dDblVector x;
         p->getAttribute("position", 0, x);
@@ -298,7 +319,8 @@ TEST_F(ParticleTest, RunUpPreferenceReplaysEveryFrameOfAJump) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv 1 0.5 0 p;"));
     TdynParticleShape* p = shape("pShape");
     setInputForce(p, 0, {{0.3, -9.8, 0.1}});
-    for (int f = 2; f <= 9; ++f) frame(f);
+    for (int f = 2; f <= 9; ++f)
+        frame(f);
     const T4dDblVector at9 = pos(p, 0);
     frame(5);
     frame(9);
@@ -372,11 +394,13 @@ TEST_F(ParticleTest, GoalOfWeightOneHoldsEachParticleOnItsGoal) {
 }
 
 TEST_F(ParticleTest, TransformGoalPullsEveryParticleToItsTranslation) {
-    ASSERT_TRUE(run("particle -n p -p 0 0 0 -p 3 0 0; createNode transform -n target;"
-                    "setAttr target.translate 2 4 -1; connectAttr target.worldMatrix pShape.goalGeometry[0];"));
+    ASSERT_TRUE(
+        run("particle -n p -p 0 0 0 -p 3 0 0; createNode transform -n target;"
+            "setAttr target.translate 2 4 -1; connectAttr target.worldMatrix pShape.goalGeometry[0];"));
     TdynParticleShape* p = shape("pShape");
     frame(2);
-    for (unsigned i = 0; i < 2; ++i) EXPECT_LT((pos(p, i) - T4dDblVector{2, 4, -1}).length(), 1e-12);
+    for (unsigned i = 0; i < 2; ++i)
+        EXPECT_LT((pos(p, i) - T4dDblVector{2, 4, -1}).length(), 1e-12);
 }
 
 // ---- births, deaths, identifiers ----
@@ -437,9 +461,10 @@ TEST_F(ParticleTest, RemovalFillsHolesWithTheLastSurvivors) {
 
 TEST_F(ParticleTest, LifespansAndTheStepOfDeath) {
     // Mode 2 with no randomness gives exactly "lifespan", one draw per particle all the same.
-    ASSERT_TRUE(run("particle -n p -p 0 0 0 -p 1 0 0; addAttr -ln lifespan -at double pShape;"
-                    "setAttr pShape.lifespan 0.1; setAttr pShape.lifespanMode 2; setAttr pShape.generalSeed 7;"
-                    "currentTime 2; currentTime 1;"));
+    ASSERT_TRUE(
+        run("particle -n p -p 0 0 0 -p 1 0 0; addAttr -ln lifespan -at double pShape;"
+            "setAttr pShape.lifespan 0.1; setAttr pShape.lifespanMode 2; setAttr pShape.generalSeed 7;"
+            "currentTime 2; currentTime 1;"));
     TdynParticleShape* p = shape("pShape");
     frame(2);
     ASSERT_EQ(p->countNoCompute(), 2u);
@@ -476,7 +501,8 @@ TEST_F(ParticleTest, IdentifiersStayUniqueThroughBirthsAndDeaths) {
         std::vector<double> sorted(ids.begin(), ids.end());
         std::sort(sorted.begin(), sorted.end());
         EXPECT_EQ(std::adjacent_find(sorted.begin(), sorted.end()), sorted.end()) << "frame " << f;
-        for (double id : sorted) EXPECT_LT(id, nextId);
+        for (double id : sorted)
+            EXPECT_LT(id, nextId);
         EXPECT_EQ(ids.length(), p->countNoCompute());
     }
     double nextId = 0;

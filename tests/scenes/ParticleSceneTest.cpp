@@ -20,22 +20,27 @@ TEST(ParticleScene, VelocityCarriesAParticleFrameByFrame) {
 }
 
 TEST(ParticleScene, EmittedParticlesJoinTheRunningObject) {
-    ProgramRun r = runProgram({"-c", "particle -n p -p 0 0 0; currentTime 2; emit -object p -pos 1 2 3 -pos 4 5 6;"
-                                     "getParticleAttr -at particleId p; getParticleAttr -at position p.pt[2];"});
+    ProgramRun r =
+        runProgram({"-c", "particle -n p -p 0 0 0; currentTime 2; emit -object p -pos 1 2 3 -pos 4 5 6;"
+                          "getParticleAttr -at particleId p; getParticleAttr -at position p.pt[2];"});
     EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(r.out.find("// Result: 2 //\n// Result: 0 1 2 //\n// Result: 4 5 6 //\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("// Result: 2 //\n// Result: 0 1 2 //\n// Result: 4 5 6 //\n"), std::string::npos)
+        << r.out;
 }
 
 TEST(ParticleScene, AMalformedGridStopsTheScriptWithAMessage) {
-    std::string script = writeScript("badgrid.mls", "particle -n g -ll 0 0 0 -ur 1 1 1 -grs -2;\nprint \"after\\n\";\n");
+    std::string script =
+        writeScript("badgrid.mls", "particle -n g -ll 0 0 0 -ur 1 1 1 -grs -2;\nprint \"after\\n\";\n");
     ProgramRun r = runProgram({script});
     EXPECT_EQ(r.status, 1);
-    EXPECT_NE(r.err.find("badgrid.mls:1: particle: -gridSpacing must be greater than 0"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("badgrid.mls:1: particle: -gridSpacing must be greater than 0"), std::string::npos)
+        << r.err;
     EXPECT_EQ(r.out.find("after"), std::string::npos);
 }
 
 TEST(ParticleScene, DemoWritesParticlePositionsPerFrame) {
-    const std::string out = (std::filesystem::path(writeScript("unused.mls", "")).parent_path() / "demo").string();
+    const std::string out =
+        (std::filesystem::path(writeScript("unused.mls", "")).parent_path() / "demo").string();
     ProgramRun r = runProgram({"demo", "--out", out, "--frames", "48"});
     ASSERT_EQ(r.status, 0) << r.err;
     const std::string text = readFile(out + "/particle_positions.txt");
@@ -53,7 +58,9 @@ TEST(ParticleScene, FountainExampleRuns) {
     // only those born at frame 28 or later are left at frame 48: ids 15 to 20.
     ProgramRun r = runProgram({std::string(MOTILANE_SOURCE_DIR) + "/examples/particle_fountain.mls"});
     EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.out, "frame 12, corner particle on its goal: yes\nframe 48, particles alive: 6\nlowest id alive: 15\n");
+    EXPECT_EQ(
+        r.out,
+        "frame 12, corner particle on its goal: yes\nframe 48, particles alive: 6\nlowest id alive: 15\n");
     EXPECT_EQ(r.err, "");
 }
 
