@@ -250,6 +250,21 @@ TEST_F(CacheScene, FilesFromAnExportPlayBackAndInterpolate) {
     EXPECT_FALSE(caches.diskCacheAvailableForThisTime("noSuchDir", frame(2), probe));
 }
 
+TEST_F(CacheScene, TheGlobalsDiskCacheComesFirst) {
+    ASSERT_TRUE(run("dynExport -path fromGlobals -mnf 1 -mxf 3 -f pdc p;"));
+    ASSERT_TRUE(run("dynGlobals -active;"));
+    ASSERT_TRUE(run("setAttr dynGlobals1.useParticleDiskCache 1;"
+                    "setAttr -type \"string\" dynGlobals1.cacheDirectory \"fromGlobals\";"))
+        << errors.str();
+    TdynParticleCaches& caches = TdynParticleCaches::of(*shape);
+    // No path from the caller: the globals name the directory.
+    ASSERT_TRUE(caches.usingCachedAttributes(frame(2)));
+    EXPECT_NEAR(pos(0).x, 1.0, 1e-12);
+    // Switched off, the same call finds nothing (no memory cache either).
+    ASSERT_TRUE(run("setAttr dynGlobals1.useParticleDiskCache 0;"));
+    EXPECT_FALSE(caches.usingCachedAttributes(frame(2)));
+}
+
 TEST_F(CacheScene, DynCacheRefusesWhatItCantDo) {
     EXPECT_FALSE(run("dynCache -flush;"));
     EXPECT_FALSE(run("dynCache -flush nothing;"));

@@ -224,6 +224,17 @@ TEST_F(ExportScene, FrameRangeAndOverSamplesGiveOneFilePerTime) {
     EXPECT_EQ(session.graph().time().ticks(), 250);
 }
 
+TEST_F(ExportScene, OnlyUpdatingParticlesGivesTheSameFiles) {
+    ASSERT_TRUE(run("dynExport -path a -mnf 1 -mxf 3 -f pdc p;"));
+    ASSERT_TRUE(run("currentTime 1;"));
+    ASSERT_TRUE(run("dynExport -path b -mnf 1 -mxf 3 -f pdc -oup p;")) << errors.str();
+    for (const char* leaf : {"pShape.250.pdc", "pShape.500.pdc", "pShape.750.pdc"}) {
+        const std::string a = slurp(root / "particles" / "a" / leaf), b = slurp(root / "particles" / "b" / leaf);
+        EXPECT_FALSE(a.empty()) << leaf;
+        EXPECT_EQ(a, b) << leaf;
+    }
+}
+
 TEST_F(ExportScene, TextExportOfTheDefaultAttributesAndAllObjects) {
     ASSERT_TRUE(run("particle -n q -p 5 5 5 -p 6 6 6;"));
     ASSERT_TRUE(run("dynExport -path txt -mnf 2 -mxf 2 -f ascii -all;")) << errors.str();

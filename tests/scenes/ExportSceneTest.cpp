@@ -1,0 +1,84 @@
+// Exports as users run them: the example scene through the program, files
+// checked byte by byte where the layout fixes them.
+
+#include "ProgramRunner.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+double bigEndianDouble(const std::string& bytes, std::size_t at) {
+    std::uint64_t u = 0;
+    for (int k = 0; k < 8; ++k)
+        u = (u << 8) | static_cast<unsigned char>(bytes[at + static_cast<std::size_t>(k)]);
+    return std::bit_cast<double>(u);
+}
+
+TEST(ExportScene, TheExampleWritesEveryFormatUnderTheProject) {
+    const fs::path project = fs::path(writeScript("unused.mls", "")).parent_path() / "exported";
+    fs::remove_all(project);
+    ProgramRun r = runProgram({"--project", project.string(), std::string(MOTILANE_SOURCE_DIR) + "/examples/export.mls"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("wrote 24 cache files\n"), std::string::npos) << r.out;
+    // readPDC prints the last file: two steps of 1/48 s a frame at 24 units a
+    // second move each particle half a unit a step, exactly.
+    EXPECT_NE(r.out.find("position (vector array):  23 0 0  0 24 0\n"), std::string::npos) << r.out;
+
+    const fs::path particles = project / "particles";
+    std::size_t pdc = 0;
+    for (const auto& e : fs::directory_iterator(particles / "spray")) {
+        EXPECT_EQ(e.path().extension(), ".pdc") << e.path();
+        ++pdc;
+    }
+    EXPECT_EQ(pdc, 24u);
+
+    // Frame 12 (3000 ticks): header, then "position" as the first record.
+    const std::string f12 = readFile((particles / "spray" / "sprayShape.3000.pdc").string());
+    ASSERT_GT(f12.size(), 28u + 4 + 8 + 4 + 48);
+    EXPECT_EQ(f12.substr(0, 4), "PDC ");
+    EXPECT_EQ(f12.substr(20, 8), std::string("\0\0\0\2\0\0\0\3", 8)); // 2 particles, 3 records
+    EXPECT_EQ(f12.substr(28, 12), std::string("\0\0\0\x08position", 12));
+    EXPECT_EQ(bigEndianDouble(f12, 44), 11.0); // x of particle 0 after 22 half-unit steps
+    EXPECT_EQ(bigEndianDouble(f12, 44 + 24 + 8), 12.0); // y of particle 1, from 1
+
+    // Text at a half frame has a state of its own.
+    const std::string half = readFile((particles / "text" / "sprayShape.5875.pda").string());
+    EXPECT_NE(half.find("BEGIN DATA\n22.5 0 0 0 \n0 23.5 0 1 \n"), std::string::npos) << half;
+    EXPECT_EQ(half.rfind("ATTRIBUTES\n position id \nTYPES\n V R\nNUMBER_OF_PARTICLES: 2\n", 0), 0u) << half;
+
+    // Binary: a 60-byte header with the magic number and the count.
+    const std::string bin = readFile((particles / "binary" / "sprayShape.6000.pdb").string());
+    ASSERT_GE(bin.size(), 60u);
+    std::int32_t magic = 0, count = 0;
+    std::memcpy(&magic, bin.data(), 4);
+    std::memcpy(&count, bin.data() + 16, 4);
+    EXPECT_EQ(magic, 670);
+    EXPECT_EQ(count, 2);
+    // No temporaries are left behind anywhere.
+    for (const auto& e : fs::recursive_directory_iterator(particles))
+        EXPECT_NE(e.path().extension(), ".partial") << e.path();
+}
+
+TEST(ExportScene, AnExportThatCantWriteStopsTheScript) {
+    const fs::path project = fs::path(writeScript("unused.mls", "")).parent_path() / "blocked";
+    fs::remove_all(project);
+    fs::create_directories(project);
+    std::string script = writeScript("blocked.mls", "particle -n p -p 0 0 0;\n"
+                                                    "dynExport -path way -f pdc p;\n"
+                                                    "print \"after\\n\";\n");
+    // A plain file where the "particles" directory must go.
+    std::ofstream(project / "particles") << "not a directory";
+    ProgramRun r = runProgram({"--project", project.string(), script});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("dynExport: cannot make directory"), std::string::npos) << r.err;
+    EXPECT_EQ(r.out.find("after"), std::string::npos);
+}
+
+} // namespace
