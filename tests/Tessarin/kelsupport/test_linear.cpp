@@ -159,3 +159,39 @@ TEST(Decompositions, QrRankAndReconstruction) {
     qr_decomp(z, wrong, qq, pp, 1e-8);
     EXPECT_EQ(cap.last_fatal(), "qr_decomp: r-matrix of size (2,2) illegal");
 }
+
+// Early exit: the first column whose best entry reaches the tolerance is used,
+// not the largest entry of the whole matrix.
+TEST(Decompositions, LuTakesTheFirstAdequateColumn) {
+    matrix a = make(2, 2, {0.5, 100, 0.2, 1});
+    matrix l, u;
+    permutation p, q;
+    EXPECT_EQ(lu_decomp(a, l, u, p, q, 0.1), 2);
+    EXPECT_EQ(q[0], 0); // column 0 qualifies (0.5 >= 0.1) though 100 is larger
+    EXPECT_EQ(p[0], 0); // and its best row is row 0
+    // With a tolerance above column 0's entries, column 1 is taken first.
+    matrix l2, u2;
+    permutation p2, q2;
+    EXPECT_EQ(lu_decomp(a, l2, u2, p2, q2, 1.0), 1);
+    EXPECT_EQ(q2[0], 1);
+    EXPECT_EQ(u2(0, 0), 100);
+}
+
+TEST(MatrixMisc, TransposeMarkerAndVectorProducts) {
+    matrix a = make(2, 3, {1, 2, 3, 4, 5, 6});
+    matrix t = a ^ matrix::T;
+    EXPECT_EQ(t.rows(), 3);
+    EXPECT_EQ(t(2, 1), 6);
+    mvector v(3);
+    v[0] = 1, v[1] = 0, v[2] = -1;
+    mvector av = a * v;
+    EXPECT_EQ(av[0], -2);
+    EXPECT_EQ(av[1], -2);
+    mvector w(2);
+    w[0] = 1, w[1] = 1;
+    mvector wa = w * a;
+    EXPECT_EQ(wa[2], 9);
+    message_capture cap;
+    (void)(v * a);
+    EXPECT_EQ(cap.last_fatal(), "mvector*: cannot right-multiply 3 element mvector by 2-row matrix");
+}

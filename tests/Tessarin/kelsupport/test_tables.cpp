@@ -116,3 +116,26 @@ TEST(PairTable, UnorderedPairsAndHash) {
     auto* c = reinterpret_cast<void*>(uintptr_t(0x77770003));
     EXPECT_EQ(basepairtable::hash(b, c, 337), basepairtable::hash(c, b, 337));
 }
+
+TEST(PairTable, InsertIsUnconditionalAndRemovalGoesHeadFirst) {
+    basepairtable t(7);
+    int a = 0, b = 0, v1 = 1, v2 = 2;
+    t.insert(&a, &b, &v1);
+    t.insert(&b, &a, &v2); // a second entry for the same pair, at the head
+    EXPECT_EQ(t.size(), 2);
+    EXPECT_EQ(t.lookup(&a, &b), &v2);
+    EXPECT_EQ(t.remove(&a, &b), &v2);
+    EXPECT_EQ(t.lookup(&a, &b), &v1);
+    EXPECT_TRUE(t.insert_if_absent(&a, &a, &v2));
+    EXPECT_EQ(t.lookup(&a, &a), &v2);
+}
+
+TEST(HashTable, CacheDoesNotHideRemoval) {
+    basehash_table t(3);
+    int x = 1;
+    t.insert("k", &x);
+    EXPECT_EQ(t.lookup("k"), &x); // now cached
+    t.remove("k");
+    EXPECT_EQ(t.lookup("k"), nullptr);
+    EXPECT_EQ(t.size(), 0);
+}
