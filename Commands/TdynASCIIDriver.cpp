@@ -34,18 +34,27 @@ int TdynASCIIDriver::writeFrame(std::ostream& file, const TdynExportFrame& frame
     std::string text = "ATTRIBUTES\n";
     for (const TdynExportColumn& c : frame.columns) {
         // The identifiers keep the short names other readers expect, blank and all.
-        if (c.name == "particleId") text += " id ";
-        else if (c.name == "particleId0") text += " id0 ";
-        else text += " " + c.name;
+        if (c.name == "particleId")
+            text += " id ";
+        else if (c.name == "particleId0")
+            text += " id0 ";
+        else
+            text += " " + c.name;
     }
     text += "\nTYPES\n";
     for (const TdynExportColumn& c : frame.columns) {
         switch (c.kind) {
         case TdynExportColumn::kVectorArray:
-        case TdynExportColumn::kVectorScalar: text += " V"; break;
+        case TdynExportColumn::kVectorScalar:
+            text += " V";
+            break;
         case TdynExportColumn::kIntArray:
-        case TdynExportColumn::kIntScalar: text += " I"; break;
-        default: text += " R"; break;
+        case TdynExportColumn::kIntScalar:
+            text += " I";
+            break;
+        default:
+            text += " R";
+            break;
         }
     }
     text += "\nNUMBER_OF_PARTICLES: ";

@@ -64,7 +64,8 @@ int TdynExportAction::doIt(const TargList& args) {
     const Tstring path = db.flagArgumentString("p");
     const Tstring format = has("f") ? db.flagArgumentString("f") : Tstring("binary");
     std::unique_ptr<TdynExportDriver> driver = TdynExportDriver::forFormat(format);
-    if (!driver) return error("unknown format '" + format + "': use binary (pdb), ascii (pda) or cache (pdc)");
+    if (!driver)
+        return error("unknown format '" + format + "': use binary (pdb), ascii (pda) or cache (pdc)");
 
     TdependGraph& graph = TdependGraph::current();
     const TanimTime startTime = graph.time();
@@ -115,7 +116,8 @@ int TdynExportAction::doIt(const TargList& args) {
     const long long frames = static_cast<long long>(std::floor(last - first + 1e-9)) + 1;
     for (long long f = 0; f < frames; ++f)
         for (int k = 0; k < samples; ++k) {
-            const TanimTime t(first + static_cast<double>(f) + static_cast<double>(k) / samples, kCurrentFrameUnit);
+            const TanimTime t(first + static_cast<double>(f) + static_cast<double>(k) / samples,
+                              kCurrentFrameUnit);
             if (t.frames() <= last + 1e-9) times.push_back(t);
         }
     std::vector<std::string> written;

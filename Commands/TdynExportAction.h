@@ -2,8 +2,8 @@
 // dynExport: writes particle objects' states to files, one per object and
 // time, over a frame range with over-sampling, in one of the export formats.
 
-#include "Host/Command/TmetaCommand.h"
 #include "Host/Base/Tarray.h"
+#include "Host/Command/TmetaCommand.h"
 #include "Host/Time/TanimTime.h"
 
 class TdynExportAction : public TmetaCommand {

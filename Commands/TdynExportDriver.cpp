@@ -25,21 +25,26 @@ bool TdynExportDriver::canExport(const Tattribute* a) const {
     case TattrType::Int32:
     case TattrType::Byte:
     case TattrType::Boolean:
-    case TattrType::Enum: break;
-    default: return false;
+    case TattrType::Enum:
+        break;
+    default:
+        return false;
     }
     if (a->isElementOfArray()) return false; // one value per object, not per element
-    return a->hasFlag(Tattribute::kStorable) && !a->hasFlag(Tattribute::kInternal) && a->name() != "levelOfDetail";
+    return a->hasFlag(Tattribute::kStorable) && !a->hasFlag(Tattribute::kInternal) &&
+           a->name() != "levelOfDetail";
 }
 
 void TdynExportDriver::gatherAttributeNames(TdynParticleShape& object, const std::vector<Tstring>& requested,
-                                            std::vector<Tstring>& names, std::vector<Tstring>* refused) const {
+                                            std::vector<Tstring>& names,
+                                            std::vector<Tstring>* refused) const {
     names.clear();
     if (!requested.empty()) {
         for (const Tstring& r : requested) {
             const Tattribute* a = object.attribute(r);
             if (a && canExport(a)) {
-                if (std::find(names.begin(), names.end(), a->name()) == names.end()) names.push_back(a->name());
+                if (std::find(names.begin(), names.end(), a->name()) == names.end())
+                    names.push_back(a->name());
             } else if (refused) {
                 refused->push_back(r);
             }

@@ -20,13 +20,15 @@ public:
     // The names to write: `requested` when given (those that can be exported, in
     // order), else every exportable per-particle array of the object.
     virtual void gatherAttributeNames(TdynParticleShape& object, const std::vector<Tstring>& requested,
-                                      std::vector<Tstring>& names, std::vector<Tstring>* refused = nullptr) const;
+                                      std::vector<Tstring>& names,
+                                      std::vector<Tstring>* refused = nullptr) const;
     virtual void setFirstFrame(double frame) { fFirstFrame = frame; }
     virtual void setLastFrame(double frame) { fLastFrame = frame; }
     // Called once before the first file.
     virtual void prepare() {}
     // Reads the object at the current time and writes one file. 0, or -1 with error() set.
-    virtual int writeAttributes(std::ostream& file, TdynParticleShape& object, const std::vector<Tstring>& names);
+    virtual int writeAttributes(std::ostream& file, TdynParticleShape& object,
+                                const std::vector<Tstring>& names);
     virtual const char* extension() const = 0;
     // The frame of the graph's current time.
     virtual double currentFrame() const;

@@ -54,12 +54,16 @@ bool TdynExportFrame::kindOf(const Tattribute* a, TdynExportColumn::Kind& kind) 
     switch (a->type()) {
     case TattrType::Double:
     case TattrType::Float:
-    case TattrType::Time: kind = TdynExportColumn::kDoubleScalar; return true;
+    case TattrType::Time:
+        kind = TdynExportColumn::kDoubleScalar;
+        return true;
     case TattrType::Int16:
     case TattrType::Int32:
     case TattrType::Boolean:
     case TattrType::Byte:
-    case TattrType::Enum: kind = TdynExportColumn::kIntScalar; return true;
+    case TattrType::Enum:
+        kind = TdynExportColumn::kIntScalar;
+        return true;
     case TattrType::Compound: {
         const TattributeCompound* c = asCompound(a);
         if (c->children().size() != 3) return false;
@@ -72,13 +76,18 @@ bool TdynExportFrame::kindOf(const Tattribute* a, TdynExportColumn::Kind& kind) 
     case TattrType::Generic: {
         if (a->letterClasses().size() != 1) return false;
         const TletterClass* c = a->letterClasses().front();
-        if (c == &TdataDoubleArray::sClass) kind = TdynExportColumn::kDoubleArray;
-        else if (c == &TdataVectorArray::sClass) kind = TdynExportColumn::kVectorArray;
-        else if (c == &TdataInt32Array::sClass) kind = TdynExportColumn::kIntArray;
-        else return false;
+        if (c == &TdataDoubleArray::sClass)
+            kind = TdynExportColumn::kDoubleArray;
+        else if (c == &TdataVectorArray::sClass)
+            kind = TdynExportColumn::kVectorArray;
+        else if (c == &TdataInt32Array::sClass)
+            kind = TdynExportColumn::kIntArray;
+        else
+            return false;
         return true;
     }
-    default: return false;
+    default:
+        return false;
     }
 }
 
@@ -99,7 +108,9 @@ bool TdynExportFrame::gather(TdynParticleShape& object, const std::vector<Tstrin
         TdataHandle h = block.inputValue(a);
         switch (c.kind) {
         case TdynExportColumn::kDoubleScalar:
-        case TdynExportColumn::kIntScalar: c.scalar[0] = h.asDouble(); break;
+        case TdynExportColumn::kIntScalar:
+            c.scalar[0] = h.asDouble();
+            break;
         case TdynExportColumn::kVectorScalar: {
             const T4dDblVector v = h.asVector();
             c.scalar[0] = v.x;

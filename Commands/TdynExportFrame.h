@@ -16,7 +16,14 @@ class Tattribute;
 
 struct TdynExportColumn {
     // The values are the type codes of particle data files.
-    enum Kind { kIntScalar = 0, kIntArray = 1, kDoubleScalar = 2, kDoubleArray = 3, kVectorScalar = 4, kVectorArray = 5 };
+    enum Kind {
+        kIntScalar = 0,
+        kIntArray = 1,
+        kDoubleScalar = 2,
+        kDoubleArray = 3,
+        kVectorScalar = 4,
+        kVectorArray = 5
+    };
 
     Tstring name;
     Kind kind = kDoubleScalar;

@@ -26,7 +26,8 @@ bool TdynParticleCache::indexIsValid(int index, bool interpolated) const {
 }
 
 TdynAttributeCache* TdynParticleCache::cache(int index, bool interpolated) const {
-    return indexIsValid(index, interpolated) ? list(interpolated)[static_cast<std::size_t>(index)].get() : nullptr;
+    return indexIsValid(index, interpolated) ? list(interpolated)[static_cast<std::size_t>(index)].get()
+                                             : nullptr;
 }
 
 bool TdynParticleCache::getCacheIndex(TanimTime time, int& index, bool interpolated) const {
@@ -182,7 +183,9 @@ bool TdynParticleCache::interpolateUp(int index, TanimTime time) {
     return true;
 }
 
-bool TdynParticleCache::interpolateDown(int index, TanimTime time) { return interpolateUp(index, time); }
+bool TdynParticleCache::interpolateDown(int index, TanimTime time) {
+    return interpolateUp(index, time);
+}
 
 bool TdynParticleCache::buildIdMap(const TdynAttributeCache& before, const TdynAttributeCache& after,
                                    std::vector<int>& map) {
@@ -205,10 +208,12 @@ bool TdynParticleCache::buildIdMap(const TdynAttributeCache& before, const TdynA
 
 namespace {
 template <class T>
-void blend(T* out, const T* later, const T* earlier, unsigned n, unsigned earlierLength, const int* map, double f) {
+void blend(T* out, const T* later, const T* earlier, unsigned n, unsigned earlierLength, const int* map,
+           double f) {
     for (unsigned i = 0; i < n; ++i) {
         const int j = map[i];
-        if (j >= 0 && static_cast<unsigned>(j) < earlierLength) out[i] = (later[i] - earlier[j]) * f + earlier[j];
+        if (j >= 0 && static_cast<unsigned>(j) < earlierLength)
+            out[i] = (later[i] - earlier[j]) * f + earlier[j];
     }
 }
 } // namespace
@@ -231,9 +236,11 @@ bool TdynParticleCache::interpolate(int indexBefore, int indexAfter, TanimTime t
         if (!a || !b || a->isVector() != r->isVector()) continue;
         const unsigned n = std::min({r->length(), b->length(), static_cast<unsigned>(map.size())});
         if (r->isVector())
-            blend(r->vectors()->data(), b->vectors()->data(), a->vectors()->data(), n, a->length(), map.data(), f);
+            blend(r->vectors()->data(), b->vectors()->data(), a->vectors()->data(), n, a->length(),
+                  map.data(), f);
         else
-            blend(r->doubles()->data(), b->doubles()->data(), a->doubles()->data(), n, a->length(), map.data(), f);
+            blend(r->doubles()->data(), b->doubles()->data(), a->doubles()->data(), n, a->length(),
+                  map.data(), f);
     }
     insertCache(std::move(result), true);
     return true;
@@ -244,7 +251,8 @@ bool TdynParticleCache::isAttributeCachable(const Tattribute* a) const {
     const TletterClass* c = a->letterClasses().front();
     if (c != &TdataDoubleArray::sClass && c != &TdataVectorArray::sClass) return false;
     if (TdynParticleShape::isInitialStateOrCacheAttribute(a)) return false;
-    if (TdynParticleShape::isInComputeExclusionList(a) || TdynParticleShape::isInSamplerPerParticleDataExclusionList(a))
+    if (TdynParticleShape::isInComputeExclusionList(a) ||
+        TdynParticleShape::isInSamplerPerParticleDataExclusionList(a))
         return false;
     if (fOwner && fOwner->hasNonExprInputConnection(a)) return false;
     const Tstring& n = a->name();
@@ -260,20 +268,26 @@ std::unique_ptr<TdynAttributeCache> TdynParticleCache::makeNewCache(TanimTime ti
         if (!isAttributeCachable(a)) continue;
         // outputValue: the step calls this at its end and must not start another.
         const Tdata& d = block.outputValue(a).data();
-        if (const auto* v = d.as<TdataVectorArray>()) entry->addVectorToCache(a->name(), v->array());
-        else if (const auto* x = d.as<TdataDoubleArray>()) entry->addDoubleToCache(a->name(), x->array());
+        if (const auto* v = d.as<TdataVectorArray>())
+            entry->addVectorToCache(a->name(), v->array());
+        else if (const auto* x = d.as<TdataDoubleArray>())
+            entry->addDoubleToCache(a->name(), x->array());
     }
     return entry;
 }
 
-std::unique_ptr<TdynAttributeCache> TdynParticleCache::makeNewCacheFromPDCImporter(TanimTime time,
-                                                                                  TdynParticleImporter& importer) {
+std::unique_ptr<TdynAttributeCache>
+TdynParticleCache::makeNewCacheFromPDCImporter(TanimTime time, TdynParticleImporter& importer) {
     auto entry = std::make_unique<TdynAttributeCache>(time);
     TdataArrayAttrs& arrays = importer.arrays();
     for (unsigned i = 0; i < arrays.count(); ++i) {
         switch (arrays.kind(i)) {
-        case TdataArrayAttrs::Kind::Vector: entry->addVectorToCache(arrays.name(i), arrays.vectors(i)); break;
-        case TdataArrayAttrs::Kind::Double: entry->addDoubleToCache(arrays.name(i), arrays.doubles(i)); break;
+        case TdataArrayAttrs::Kind::Vector:
+            entry->addVectorToCache(arrays.name(i), arrays.vectors(i));
+            break;
+        case TdataArrayAttrs::Kind::Double:
+            entry->addDoubleToCache(arrays.name(i), arrays.doubles(i));
+            break;
         case TdataArrayAttrs::Kind::Int32: {
             TdoubleArray d(arrays.ints(i).length());
             for (unsigned k = 0; k < d.length(); ++k)
@@ -281,7 +295,8 @@ std::unique_ptr<TdynAttributeCache> TdynParticleCache::makeNewCacheFromPDCImport
             entry->addDoubleToCache(arrays.name(i), d);
             break;
         }
-        default: break;
+        default:
+            break;
         }
     }
     return entry;

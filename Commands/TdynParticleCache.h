@@ -25,7 +25,9 @@ public:
     int width() const { return fWidth; }
     // Frees and cuts both lists down to n.
     void setCacheWidth(int n);
-    unsigned length(bool interpolated = false) const { return static_cast<unsigned>(list(interpolated).size()); }
+    unsigned length(bool interpolated = false) const {
+        return static_cast<unsigned>(list(interpolated).size());
+    }
 
     int timeWithinCacheRange(TanimTime time) const;
     bool getCacheIndex(TanimTime time, int& index, bool interpolated = false) const;
@@ -54,11 +56,13 @@ public:
     bool interpolateDown(int index, TanimTime time);
     // For each particle of `after`, the index in `before` of the same
     // "particleId", or -1. False when either has no "particleId" doubles.
-    static bool buildIdMap(const TdynAttributeCache& before, const TdynAttributeCache& after, std::vector<int>& map);
+    static bool buildIdMap(const TdynAttributeCache& before, const TdynAttributeCache& after,
+                           std::vector<int>& map);
 
     void insertCache(std::unique_ptr<TdynAttributeCache> entry, bool interpolated = false);
     void removeCache(int index, bool interpolated = false);
-    std::unique_ptr<TdynAttributeCache> copyCacheToDifferentTime(int index, TanimTime time, bool interpolated = false);
+    std::unique_ptr<TdynAttributeCache> copyCacheToDifferentTime(int index, TanimTime time,
+                                                                 bool interpolated = false);
     TdynAttributeCache* cache(int index, bool interpolated = false) const;
     TdynCachedAttribute* attribute(int index, const Tstring& name, bool interpolated = false) const;
 
@@ -68,12 +72,14 @@ public:
 
     std::unique_ptr<TdynAttributeCache> makeNewCache(TanimTime time);
     static std::unique_ptr<TdynAttributeCache> makeNewCacheFromPDCImporter(TanimTime time,
-                                                                          TdynParticleImporter& importer);
+                                                                           TdynParticleImporter& importer);
     bool isAttributeCachable(const Tattribute* attribute) const;
 
 private:
     TdynAttributeCachePtrArray& list(bool interpolated) { return interpolated ? fInterpolated : fCaches; }
-    const TdynAttributeCachePtrArray& list(bool interpolated) const { return interpolated ? fInterpolated : fCaches; }
+    const TdynAttributeCachePtrArray& list(bool interpolated) const {
+        return interpolated ? fInterpolated : fCaches;
+    }
 
     TdynParticleShape* fOwner;
     int fWidth;

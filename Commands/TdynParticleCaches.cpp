@@ -25,7 +25,9 @@ TdynParticleCaches& TdynParticleCaches::of(TdynParticleShape& shape) {
     return *slot;
 }
 
-void TdynParticleCaches::forget(const TdynParticleShape* shape) { registry().erase(shape); }
+void TdynParticleCaches::forget(const TdynParticleShape* shape) {
+    registry().erase(shape);
+}
 
 void TdynParticleCaches::syncMemorySettings() {
     auto* vs = TdynParticleShape::sVsData();
@@ -67,7 +69,8 @@ bool TdynParticleCaches::restoreCachedAttributes(TdynParticleCache& cache, Tanim
     return true;
 }
 
-std::vector<std::pair<TanimTime, Tstring>> TdynParticleCaches::getAvailableDiskCachedFrames(const Tstring& path) const {
+std::vector<std::pair<TanimTime, Tstring>>
+TdynParticleCaches::getAvailableDiskCachedFrames(const Tstring& path) const {
     std::vector<std::pair<TanimTime, Tstring>> out;
     // The directory is what the naming rule puts before the object's name.
     const Tstring probe = TdynParticleImporter::fileName("", path, "", TanimTime());
@@ -90,8 +93,10 @@ std::vector<std::pair<TanimTime, Tstring>> TdynParticleCaches::getAvailableDiskC
     return out;
 }
 
-bool TdynParticleCaches::diskCacheAvailableForThisTime(const Tstring& path, TanimTime time, TdynParticleCache& cache) {
-    if (cache.getCacheFromPDCFile(time, TdynParticleImporter::fileName("", path, fOwner.name(), time))) return true;
+bool TdynParticleCaches::diskCacheAvailableForThisTime(const Tstring& path, TanimTime time,
+                                                       TdynParticleCache& cache) {
+    if (cache.getCacheFromPDCFile(time, TdynParticleImporter::fileName("", path, fOwner.name(), time)))
+        return true;
     const auto frames = getAvailableDiskCachedFrames(path);
     for (std::size_t i = 0; i + 1 < frames.size(); ++i) {
         if (frames[i].first < time && time < frames[i + 1].first) {
@@ -112,7 +117,8 @@ bool TdynParticleCaches::usingCachedAttributes(TanimTime time, const Tstring& pa
         if (globals && globals->getAttributeValue(&TdynGlobals::sVsData()->useParticleDiskCache, useDisk) &&
             useDisk != 0) {
             const Tstring dir = globals->cachePath();
-            if (diskCacheAvailableForThisTime(dir, time, fDisk)) restored = restoreCachedAttributes(fDisk, time, true);
+            if (diskCacheAvailableForThisTime(dir, time, fDisk))
+                restored = restoreCachedAttributes(fDisk, time, true);
         }
         if (!restored && !path.empty() && diskCacheAvailableForThisTime(path, time, fDisk))
             restored = restoreCachedAttributes(fDisk, time, true);
@@ -122,9 +128,13 @@ bool TdynParticleCaches::usingCachedAttributes(TanimTime time, const Tstring& pa
     TdynParticleCache* cache = fMemory.isEnabled() ? &fMemory : fAttribute.get();
     if (!cache) return false;
     switch (cache->timeWithinCacheRange(time)) {
-    case TdynParticleCache::kWithin: return restoreCachedAttributes(*cache, time, true);
-    case TdynParticleCache::kEarlier: cache->clearCachedAttributes(); break; // nothing known is valid ahead
-    default: break;
+    case TdynParticleCache::kWithin:
+        return restoreCachedAttributes(*cache, time, true);
+    case TdynParticleCache::kEarlier:
+        cache->clearCachedAttributes();
+        break; // nothing known is valid ahead
+    default:
+        break;
     }
     return false;
 }

@@ -56,7 +56,9 @@ void TdynParticleImporter::clearContents() {
     fVectors.clear();
 }
 
-Tstring TdynParticleImporter::composePath() { return TworkspaceRoot::directoryFor("particles") + "/"; }
+Tstring TdynParticleImporter::composePath() {
+    return TworkspaceRoot::directoryFor("particles") + "/";
+}
 
 Tstring TdynParticleImporter::fileName(const Tstring& directory, const Tstring& subdirectory,
                                        const Tstring& objectName, TanimTime time) {
@@ -82,8 +84,12 @@ std::uint64_t be64(const unsigned char* p) {
     return u;
 }
 // Turns n big-endian values into native ones where they lie.
-void swapDoubles(double* values, std::size_t n) { TdynBigEndian::swapWords64(values, n); }
-void swapInts(std::int32_t* values, std::size_t n) { TdynBigEndian::swapWords32(values, n); }
+void swapDoubles(double* values, std::size_t n) {
+    TdynBigEndian::swapWords64(values, n);
+}
+void swapInts(std::int32_t* values, std::size_t n) {
+    TdynBigEndian::swapWords32(values, n);
+}
 static_assert(sizeof(T4dDblVector) == 24, "vectors are read as three packed doubles");
 } // namespace
 
@@ -121,7 +127,9 @@ int TdynParticleImporterPDC::readAttributes() {
         if (!readBytes(w, 4)) return failAt(where + " ('" + name + "'): the file ends before the type code");
         const std::int32_t type = static_cast<std::int32_t>(be32(w));
         const Tstring what = where + " ('" + name + "')";
-        auto arrayFits = [&](std::size_t bytesEach) { return n * bytesEach <= static_cast<std::size_t>(remaining()); };
+        auto arrayFits = [&](std::size_t bytesEach) {
+            return n * bytesEach <= static_cast<std::size_t>(remaining());
+        };
         switch (type) {
         case 0: {
             if (!readBytes(w, 4)) return failAt(what + ": the file ends inside the value");
@@ -136,12 +144,14 @@ int TdynParticleImporterPDC::readAttributes() {
         case 4: {
             unsigned char v[24];
             if (!readBytes(v, 24)) return failAt(what + ": the file ends inside the value");
-            fVectors.emplace_back(name, T4dDblVector(std::bit_cast<double>(be64(v)), std::bit_cast<double>(be64(v + 8)),
+            fVectors.emplace_back(name, T4dDblVector(std::bit_cast<double>(be64(v)),
+                                                     std::bit_cast<double>(be64(v + 8)),
                                                      std::bit_cast<double>(be64(v + 16))));
             break;
         }
         case 1: {
-            if (!arrayFits(4)) return failAt(what + ": " + std::to_string(n) + " values run past the end of the file");
+            if (!arrayFits(4))
+                return failAt(what + ": " + std::to_string(n) + " values run past the end of the file");
             Tint32Array& a = out.addInt32Data(name);
             a.changeLogicalSizeTo(static_cast<unsigned>(n));
             if (!readBytes(a.data(), n * 4)) return failAt(what + ": the file ends inside the values");
@@ -149,7 +159,8 @@ int TdynParticleImporterPDC::readAttributes() {
             break;
         }
         case 3: {
-            if (!arrayFits(8)) return failAt(what + ": " + std::to_string(n) + " values run past the end of the file");
+            if (!arrayFits(8))
+                return failAt(what + ": " + std::to_string(n) + " values run past the end of the file");
             TdoubleArray& a = out.addDoubleData(name);
             a.changeLogicalSizeTo(static_cast<unsigned>(n));
             if (!readBytes(a.data(), n * 8)) return failAt(what + ": the file ends inside the values");
@@ -157,14 +168,16 @@ int TdynParticleImporterPDC::readAttributes() {
             break;
         }
         case 5: {
-            if (!arrayFits(24)) return failAt(what + ": " + std::to_string(n) + " vectors run past the end of the file");
+            if (!arrayFits(24))
+                return failAt(what + ": " + std::to_string(n) + " vectors run past the end of the file");
             T4dDblVectorArray& a = out.addVectorData(name);
             a.changeLogicalSizeTo(static_cast<unsigned>(n));
             if (!readBytes(a.data(), n * 24)) return failAt(what + ": the file ends inside the values");
             swapDoubles(reinterpret_cast<double*>(a.data()), n * 3);
             break;
         }
-        default: break; // an unknown type has no values we know of: the next bytes are the next record
+        default:
+            break; // an unknown type has no values we know of: the next bytes are the next record
         }
     }
     return 0;

@@ -18,7 +18,9 @@ namespace {
 const T4dDblVector kTestPositions[3] = {{1, 2, 3}, {-4.5, 0.25, 6}, {7, 8, 1e-3}};
 const double kTestIds[3] = {0, 1, 2};
 
-void describe(std::ostringstream& out, const T4dDblVector& v) { out << v.x << ' ' << v.y << ' ' << v.z; }
+void describe(std::ostringstream& out, const T4dDblVector& v) {
+    out << v.x << ' ' << v.y << ' ' << v.z;
+}
 
 std::string contents(TdynParticleImporter& in) {
     std::ostringstream out;
@@ -54,7 +56,8 @@ std::string contents(TdynParticleImporter& in) {
             for (std::int32_t v : a.ints(i))
                 out << ' ' << v;
             break;
-        default: break;
+        default:
+            break;
         }
         out << '\n';
     }
@@ -100,9 +103,12 @@ int TdynReadPDCAction::doIt(const TargList& args) {
     engine.clearResult();
     const bool test = db.isFlagSet("t") || db.isFlagSet("test");
     Tstring path;
-    if (db.isFlagSet("file")) path = db.flagArgumentString("file");
-    else if (db.isFlagSet("f")) path = db.flagArgumentString("f");
-    else if (!db.objects().empty()) path = db.objects().front();
+    if (db.isFlagSet("file"))
+        path = db.flagArgumentString("file");
+    else if (db.isFlagSet("f"))
+        path = db.flagArgumentString("f");
+    else if (!db.objects().empty())
+        path = db.objects().front();
 
     std::string selfTest; // -test without a file: the test case goes through a file of our own
     if (path.empty()) {
@@ -112,7 +118,8 @@ int TdynReadPDCAction::doIt(const TargList& args) {
         }
         std::error_code ec;
         const auto dir = std::filesystem::temp_directory_path(ec);
-        selfTest = (ec ? std::string("/tmp") : dir.string()) + "/readPDC-test-" + std::to_string(::getpid()) + ".pdc";
+        selfTest = (ec ? std::string("/tmp") : dir.string()) + "/readPDC-test-" + std::to_string(::getpid()) +
+                   ".pdc";
         std::ofstream out(selfTest, std::ios::binary | std::ios::trunc);
         TdynPDCDriver driver;
         if (!out || driver.writeFrame(out, testCase()) != 0) {
@@ -137,7 +144,8 @@ int TdynReadPDCAction::doIt(const TargList& args) {
     }
     if (test) {
         if (!matchesTestCase(in)) {
-            engine.displayError("readPDC -test:  Values read in do not match test case.  Read PDC test FAILED.");
+            engine.displayError(
+                "readPDC -test:  Values read in do not match test case.  Read PDC test FAILED.");
             engine.setResult(0);
             return -1;
         }

@@ -8,7 +8,8 @@
 
 double TdynZPDDriver::clockSeconds() const {
     if (fClockSet) return fClock;
-    if (const char* epoch = std::getenv("SOURCE_DATE_EPOCH"); epoch && *epoch) return std::strtod(epoch, nullptr);
+    if (const char* epoch = std::getenv("SOURCE_DATE_EPOCH"); epoch && *epoch)
+        return std::strtod(epoch, nullptr);
     return static_cast<double>(std::time(nullptr));
 }
 
@@ -21,7 +22,9 @@ template <class T> void put(std::string& out, T v) {
     std::memcpy(b, &v, sizeof(T));
     out.append(b, sizeof(T));
 }
-template <class T> void putAt(char* base, std::size_t offset, T v) { std::memcpy(base + offset, &v, sizeof(T)); }
+template <class T> void putAt(char* base, std::size_t offset, T v) {
+    std::memcpy(base + offset, &v, sizeof(T));
+}
 
 constexpr std::int32_t kMagic = 670;
 
@@ -60,9 +63,15 @@ int TdynZPDDriver::writeFrame(std::ostream& file, const TdynExportFrame& frame) 
             kind = 1;
             elementSize = 12;
             break;
-        case TdynExportColumn::kIntArray: kind = 3; length = static_cast<std::int32_t>(c->length); break;
-        case TdynExportColumn::kIntScalar: kind = 3; break;
-        default: break; // reals, arrays of the count's length and repeated scalars
+        case TdynExportColumn::kIntArray:
+            kind = 3;
+            length = static_cast<std::int32_t>(c->length);
+            break;
+        case TdynExportColumn::kIntScalar:
+            kind = 3;
+            break;
+        default:
+            break; // reals, arrays of the count's length and repeated scalars
         }
         out.clear();
         char tag[6] = {0, 0, 0, 0, 0, static_cast<char>(kind)};
@@ -92,10 +101,18 @@ int TdynZPDDriver::writeFrame(std::ostream& file, const TdynExportFrame& frame) 
                 for (double s : c->scalar)
                     put<float>(out, TdynASCIIDriver::limitToFloat(s));
                 break;
-            case TdynExportColumn::kDoubleArray: put<float>(out, TdynASCIIDriver::limitToFloat(c->doubles[i])); break;
-            case TdynExportColumn::kDoubleScalar: put<float>(out, TdynASCIIDriver::limitToFloat(c->scalar[0])); break;
-            case TdynExportColumn::kIntArray: put<std::int32_t>(out, c->ints[i]); break;
-            case TdynExportColumn::kIntScalar: put<std::int32_t>(out, static_cast<std::int32_t>(c->scalar[0])); break;
+            case TdynExportColumn::kDoubleArray:
+                put<float>(out, TdynASCIIDriver::limitToFloat(c->doubles[i]));
+                break;
+            case TdynExportColumn::kDoubleScalar:
+                put<float>(out, TdynASCIIDriver::limitToFloat(c->scalar[0]));
+                break;
+            case TdynExportColumn::kIntArray:
+                put<std::int32_t>(out, c->ints[i]);
+                break;
+            case TdynExportColumn::kIntScalar:
+                put<std::int32_t>(out, static_cast<std::int32_t>(c->scalar[0]));
+                break;
             }
         }
         file.write(out.data(), static_cast<std::streamsize>(out.size()));

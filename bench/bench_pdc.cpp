@@ -44,7 +44,8 @@ const Data& data() {
 }
 
 std::string path(const char* leaf) {
-    return (std::filesystem::temp_directory_path() / (std::string("bench-pdc-") + std::to_string(::getpid()) + leaf))
+    return (std::filesystem::temp_directory_path() /
+            (std::string("bench-pdc-") + std::to_string(::getpid()) + leaf))
         .string();
 }
 
@@ -87,7 +88,8 @@ BENCHMARK(BM_PlainFwrite)->Unit(benchmark::kMillisecond);
 
 void BM_PdcRead(benchmark::State& state) {
     const std::string p = path("-r.pdc");
-    std::ofstream(p, std::ios::binary).write(fileBytes().data(), static_cast<std::streamsize>(fileBytes().size()));
+    std::ofstream(p, std::ios::binary)
+        .write(fileBytes().data(), static_cast<std::streamsize>(fileBytes().size()));
     for (auto _ : state) {
         TdynParticleImporterPDC in(p);
         if (in.readAttributes() != 0) state.SkipWithError(in.error().c_str());
@@ -100,7 +102,8 @@ BENCHMARK(BM_PdcRead)->Unit(benchmark::kMillisecond);
 
 void BM_PlainFread(benchmark::State& state) {
     const std::string p = path("-fr.pdc");
-    std::ofstream(p, std::ios::binary).write(fileBytes().data(), static_cast<std::streamsize>(fileBytes().size()));
+    std::ofstream(p, std::ios::binary)
+        .write(fileBytes().data(), static_cast<std::streamsize>(fileBytes().size()));
     std::vector<char> buffer(fileBytes().size());
     for (auto _ : state) {
         std::FILE* f = std::fopen(p.c_str(), "rb");
@@ -116,7 +119,8 @@ BENCHMARK(BM_PlainFread)->Unit(benchmark::kMillisecond);
 // for BM_PdcRead (fresh pages cost as much as the copy).
 void BM_PlainFreadFresh(benchmark::State& state) {
     const std::string p = path("-ff.pdc");
-    std::ofstream(p, std::ios::binary).write(fileBytes().data(), static_cast<std::streamsize>(fileBytes().size()));
+    std::ofstream(p, std::ios::binary)
+        .write(fileBytes().data(), static_cast<std::streamsize>(fileBytes().size()));
     for (auto _ : state) {
         std::vector<double> buffer(fileBytes().size() / 8 + 1);
         std::FILE* f = std::fopen(p.c_str(), "rb");

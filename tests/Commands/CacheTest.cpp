@@ -17,20 +17,25 @@ namespace {
 
 namespace fs = std::filesystem;
 
-TanimTime frame(double f) { return TanimTime(f, kCurrentFrameUnit); }
+TanimTime frame(double f) {
+    return TanimTime(f, kCurrentFrameUnit);
+}
 
 std::unique_ptr<TdynAttributeCache> entry(double f, std::vector<double> ids, std::vector<T4dDblVector> pos,
                                           std::vector<double> mass = {}) {
     auto e = std::make_unique<TdynAttributeCache>(frame(f));
     TdoubleArray id;
-    for (double d : ids) id.addLast(d);
+    for (double d : ids)
+        id.addLast(d);
     T4dDblVectorArray p;
-    for (const auto& v : pos) p.addLast(v);
+    for (const auto& v : pos)
+        p.addLast(v);
     e->addDoubleToCache("particleId", id);
     e->addVectorToCache("position", p);
     if (!mass.empty()) {
         TdoubleArray m;
-        for (double d : mass) m.addLast(d);
+        for (double d : mass)
+            m.addLast(d);
         e->addDoubleToCache("mass", m);
     }
     return e;
@@ -119,10 +124,10 @@ TEST(ParticleCache, InterpolationFollowsTheIdsThroughBirthsAndDeaths) {
     ASSERT_NE(r, nullptr);
     EXPECT_EQ(r->time(), frame(1));
     const T4dDblVectorArray& p = *r->attribute("position")->vectors();
-    ASSERT_EQ(p.length(), 3u); // the dead particle is gone
-    EXPECT_EQ(p[0], T4dDblVector(5, 6, 1));              // id 2: (4,8,0) + 0.25 * (4,-8,4)
-    EXPECT_EQ(p[1], T4dDblVector(1, 1, 1));              // id 0: 0.25 * (4,4,4)
-    EXPECT_EQ(p[2], T4dDblVector(100, 200, 300));        // id 7, born since: the later values
+    ASSERT_EQ(p.length(), 3u);                    // the dead particle is gone
+    EXPECT_EQ(p[0], T4dDblVector(5, 6, 1));       // id 2: (4,8,0) + 0.25 * (4,-8,4)
+    EXPECT_EQ(p[1], T4dDblVector(1, 1, 1));       // id 0: 0.25 * (4,4,4)
+    EXPECT_EQ(p[2], T4dDblVector(100, 200, 300)); // id 7, born since: the later values
     const TdoubleArray& m = *r->attribute("mass")->doubles();
     EXPECT_EQ(m[0], 1.5); // 1 + 0.25 * 2
     EXPECT_EQ(m[1], 2.0); // 1 + 0.25 * 4

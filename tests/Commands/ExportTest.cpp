@@ -23,8 +23,9 @@ namespace {
 namespace fs = std::filesystem;
 
 TEST(ExportDrivers, FormatWordsChooseTheDriverAndItsExtension) {
-    const std::pair<const char*, const char*> rows[] = {{"binary", ".pdb"}, {"pdb", ".pdb"}, {"ascii", ".pda"},
-                                                        {"pda", ".pda"},    {"cache", ".pdc"}, {"pdc", ".pdc"}};
+    const std::pair<const char*, const char*> rows[] = {{"binary", ".pdb"}, {"pdb", ".pdb"},
+                                                        {"ascii", ".pda"},  {"pda", ".pda"},
+                                                        {"cache", ".pdc"},  {"pdc", ".pdc"}};
     for (auto [word, ext] : rows) {
         auto d = TdynExportDriver::forFormat(word);
         ASSERT_NE(d, nullptr) << word;
@@ -41,9 +42,12 @@ TEST(ExportDrivers, TextHeaderNamesKindsAndOneLinePerParticle) {
     const std::int32_t flags[2] = {-1, 12};
     TdynExportFrame f;
     f.count = 2;
-    f.columns = {TdynExportColumn::vectorArray("position", pos, 2), TdynExportColumn::doubleArray("particleId", ids, 2),
-                 TdynExportColumn::doubleArray("particleId0", ids0, 1), TdynExportColumn::intArray("flags", flags, 2),
-                 TdynExportColumn::doubleScalar("lifespan", 0.5), TdynExportColumn::intScalar("seed", 3)};
+    f.columns = {TdynExportColumn::vectorArray("position", pos, 2),
+                 TdynExportColumn::doubleArray("particleId", ids, 2),
+                 TdynExportColumn::doubleArray("particleId0", ids0, 1),
+                 TdynExportColumn::intArray("flags", flags, 2),
+                 TdynExportColumn::doubleScalar("lifespan", 0.5),
+                 TdynExportColumn::intScalar("seed", 3)};
     std::ostringstream out;
     TdynASCIIDriver d;
     ASSERT_EQ(d.writeFrame(out, f), 0) << d.error();
@@ -113,7 +117,8 @@ TEST(ExportDrivers, BinaryHeaderAndRecordsLeaveOutRealArraysOfTheWrongLength) {
     const std::int32_t ids[2] = {10, 11};
     TdynExportFrame f;
     f.count = 2;
-    f.columns = {TdynExportColumn::vectorArray("position", pos, 2), TdynExportColumn::doubleArray("skipped", wrong, 3),
+    f.columns = {TdynExportColumn::vectorArray("position", pos, 2),
+                 TdynExportColumn::doubleArray("skipped", wrong, 3),
                  TdynExportColumn::doubleArray("mass", mass, 2), TdynExportColumn::intArray("ids", ids, 2)};
     std::ostringstream out;
     TdynZPDDriver d;
@@ -196,22 +201,23 @@ protected:
 
 TEST_F(ExportScene, FrameRangeAndOverSamplesGiveOneFilePerTime) {
     std::vector<std::pair<long long, long long>> progress;
-    session.engine().setProgressHandler(
-        [&](const std::string& what, long long done, long long total) {
-            EXPECT_EQ(what, "dynExport");
-            progress.emplace_back(done, total);
-        });
+    session.engine().setProgressHandler([&](const std::string& what, long long done, long long total) {
+        EXPECT_EQ(what, "dynExport");
+        progress.emplace_back(done, total);
+    });
     ASSERT_TRUE(run("dynExport -path run1 -mnf 1 -mxf 3 -os 2 -f pdc -atr position -atr particleId p;"))
         << errors.str();
     // Ticks at 24 fps: 250 a frame. The over-sample after the last frame is not taken.
     EXPECT_EQ(filesIn(root / "particles" / "run1"),
-              (std::vector<std::string>{"pShape.250.pdc", "pShape.375.pdc", "pShape.500.pdc", "pShape.625.pdc",
-                                        "pShape.750.pdc"}));
+              (std::vector<std::string>{"pShape.250.pdc", "pShape.375.pdc", "pShape.500.pdc",
+                                        "pShape.625.pdc", "pShape.750.pdc"}));
     ASSERT_FALSE(progress.empty());
-    EXPECT_EQ(progress.back(), std::make_pair(5LL, 5LL)); // three frames of two samples, less the one past the end
+    EXPECT_EQ(progress.back(),
+              std::make_pair(5LL, 5LL)); // three frames of two samples, less the one past the end
     // Whole frames: x is one unit a frame from the start frame.
     for (auto [ticks, x] : {std::pair{250, 0.0}, {500, 1.0}, {750, 2.0}}) {
-        TdynParticleImporterPDC in((root / "particles" / "run1" / ("pShape." + std::to_string(ticks) + ".pdc")).string());
+        TdynParticleImporterPDC in(
+            (root / "particles" / "run1" / ("pShape." + std::to_string(ticks) + ".pdc")).string());
         ASSERT_EQ(in.readAttributes(), 0) << in.error();
         ASSERT_EQ(in.particleCount(), 1);
         ASSERT_EQ(in.arrays().count(), 2u);
@@ -229,7 +235,8 @@ TEST_F(ExportScene, OnlyUpdatingParticlesGivesTheSameFiles) {
     ASSERT_TRUE(run("currentTime 1;"));
     ASSERT_TRUE(run("dynExport -path b -mnf 1 -mxf 3 -f pdc -oup p;")) << errors.str();
     for (const char* leaf : {"pShape.250.pdc", "pShape.500.pdc", "pShape.750.pdc"}) {
-        const std::string a = slurp(root / "particles" / "a" / leaf), b = slurp(root / "particles" / "b" / leaf);
+        const std::string a = slurp(root / "particles" / "a" / leaf),
+                          b = slurp(root / "particles" / "b" / leaf);
         EXPECT_FALSE(a.empty()) << leaf;
         EXPECT_EQ(a, b) << leaf;
     }
@@ -238,7 +245,8 @@ TEST_F(ExportScene, OnlyUpdatingParticlesGivesTheSameFiles) {
 TEST_F(ExportScene, TextExportOfTheDefaultAttributesAndAllObjects) {
     ASSERT_TRUE(run("particle -n q -p 5 5 5 -p 6 6 6;"));
     ASSERT_TRUE(run("dynExport -path txt -mnf 2 -mxf 2 -f ascii -all;")) << errors.str();
-    EXPECT_EQ(filesIn(root / "particles" / "txt"), (std::vector<std::string>{"pShape.500.pda", "qShape.500.pda"}));
+    EXPECT_EQ(filesIn(root / "particles" / "txt"),
+              (std::vector<std::string>{"pShape.500.pda", "qShape.500.pda"}));
     const std::string text = slurp(root / "particles" / "txt" / "qShape.500.pda");
     std::istringstream lines(text);
     std::string l1, l2, l3, l4, l5, l6, p1, p2, rest;
@@ -262,8 +270,10 @@ TEST_F(ExportScene, TextExportOfTheDefaultAttributesAndAllObjects) {
     // One letter for each name.
     std::istringstream names(l2), kinds(l4);
     std::vector<std::string> n, k;
-    for (std::string w; names >> w;) n.push_back(w);
-    for (std::string w; kinds >> w;) k.push_back(w);
+    for (std::string w; names >> w;)
+        n.push_back(w);
+    for (std::string w; kinds >> w;)
+        k.push_back(w);
     EXPECT_EQ(n.size(), k.size());
 }
 

@@ -78,9 +78,12 @@ TEST_F(PdcFile, WriterMakesTheTableBytesForEveryType) {
     const std::int32_t ids[2] = {4, -9};
     TdynExportFrame f;
     f.count = 2;
-    f.columns = {TdynExportColumn::vectorArray("position", pos, 2), TdynExportColumn::doubleArray("mass", mass, 2),
-                 TdynExportColumn::intArray("emitterId", ids, 2), TdynExportColumn::doubleScalar("lifespan", 0.1),
-                 TdynExportColumn::intScalar("seed", -3), TdynExportColumn::vectorScalar("centroid", {1, 2, 3})};
+    f.columns = {TdynExportColumn::vectorArray("position", pos, 2),
+                 TdynExportColumn::doubleArray("mass", mass, 2),
+                 TdynExportColumn::intArray("emitterId", ids, 2),
+                 TdynExportColumn::doubleScalar("lifespan", 0.1),
+                 TdynExportColumn::intScalar("seed", -3),
+                 TdynExportColumn::vectorScalar("centroid", {1, 2, 3})};
 
     Bytes want = header(2, 6);
     name(want, "position");
@@ -113,7 +116,8 @@ TEST_F(PdcFile, ArraysArePaddedOrCutToTheCount) {
     const double longOne[4] = {1, 2, 3, 4};
     TdynExportFrame f;
     f.count = 2;
-    f.columns = {TdynExportColumn::doubleArray("a", shortOne, 1), TdynExportColumn::doubleArray("b", longOne, 4),
+    f.columns = {TdynExportColumn::doubleArray("a", shortOne, 1),
+                 TdynExportColumn::doubleArray("b", longOne, 4),
                  TdynExportColumn::vectorArray("v", nullptr, 0)};
     Bytes want = header(2, 3);
     name(want, "a");
@@ -320,7 +324,8 @@ TEST_F(PdcObject, ReadPDCPrintsTestsAndFailsClearly) {
     Bytes other = header(1, 0);
     const std::string wrong = file(other, "wrong.pdc");
     EXPECT_FALSE(run("readPDC -test -file \"" + wrong + "\";"));
-    EXPECT_NE(errors.str().find("Values read in do not match test case.  Read PDC test FAILED."), std::string::npos);
+    EXPECT_NE(errors.str().find("Values read in do not match test case.  Read PDC test FAILED."),
+              std::string::npos);
 
     const std::string cut = file(f.str().substr(0, 60), "cut.pdc");
     errors.str("");

@@ -24,7 +24,8 @@ double bigEndianDouble(const std::string& bytes, std::size_t at) {
 TEST(ExportScene, TheExampleWritesEveryFormatUnderTheProject) {
     const fs::path project = fs::path(writeScript("unused.mls", "")).parent_path() / "exported";
     fs::remove_all(project);
-    ProgramRun r = runProgram({"--project", project.string(), std::string(MOTILANE_SOURCE_DIR) + "/examples/export.mls"});
+    ProgramRun r = runProgram(
+        {"--project", project.string(), std::string(MOTILANE_SOURCE_DIR) + "/examples/export.mls"});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.out.find("wrote 24 cache files\n"), std::string::npos) << r.out;
     // readPDC prints the last file: two steps of 1/48 s a frame at 24 units a
@@ -45,7 +46,7 @@ TEST(ExportScene, TheExampleWritesEveryFormatUnderTheProject) {
     EXPECT_EQ(f12.substr(0, 4), "PDC ");
     EXPECT_EQ(f12.substr(20, 8), std::string("\0\0\0\2\0\0\0\3", 8)); // 2 particles, 3 records
     EXPECT_EQ(f12.substr(28, 12), std::string("\0\0\0\x08position", 12));
-    EXPECT_EQ(bigEndianDouble(f12, 44), 11.0); // x of particle 0 after 22 half-unit steps
+    EXPECT_EQ(bigEndianDouble(f12, 44), 11.0);          // x of particle 0 after 22 half-unit steps
     EXPECT_EQ(bigEndianDouble(f12, 44 + 24 + 8), 12.0); // y of particle 1, from 1
 
     // Text at a half frame has a state of its own.
