@@ -424,7 +424,10 @@ public:
                 return 0;
             }
             const int v = db.flagArgumentInt(which(db, "os", "overSampling"));
-            if (v < 1) fail(db, "-overSampling must be 1 or more, got " + std::to_string(v));
+            const auto most = TanimTime(1.0, kCurrentFrameUnit).ticks();
+            if (v < 1 || v > most)
+                fail(db, "-overSampling must lie between 1 and " + std::to_string(most) +
+                             " (one tick a step), got " + std::to_string(v));
             TstandaloneValue value(&vs->overSamples);
             value.handle().set(static_cast<std::int32_t>(v));
             g->setCachedValue(Tplug(g, &vs->overSamples), value.handle(), TdgContext::fsNormal);

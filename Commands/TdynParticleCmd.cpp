@@ -189,6 +189,10 @@ protected:
                 engine().displayError("particle: -numJitters and -jitterRadius cannot be negative");
                 return -1;
             }
+            if (static_cast<long long>(n) * static_cast<long long>(db.flagUseCount("jbp")) > 50'000'000) {
+                engine().displayError("particle: -numJitters would make more than 50,000,000 particles");
+                return -1;
+            }
             // A fixed stream, so that the same command makes the same points.
             unsigned short xsubi[3] = {0x330e, 0x1234, 0xabcd};
             for (std::size_t u = 0; u < db.flagUseCount("jbp"); ++u) {

@@ -16,7 +16,10 @@ bool TdynStatic::fIsRendering = false;
 
 int TdynStatic::activeGlobalsOverSampling() {
     TdynGlobals* g = TdynGlobals::activeGlobalsNode(false);
-    return g ? std::max(1, g->overSamples()) : 1;
+    if (!g) return 1;
+    // A sub-step is at least one tick.
+    const int most = static_cast<int>(std::max<std::int64_t>(1, TanimTime(1.0, kCurrentFrameUnit).ticks()));
+    return std::clamp(g->overSamples(), 1, most);
 }
 
 bool TdynStatic::runupToCurrentTimeIsOn() {
@@ -94,7 +97,8 @@ bool TdynStatic::runupSceneFromTo(TanimTime from, TanimTime to, int oversample, 
 
     TcommandEngine& engine = TcommandEngine::current();
     fIsInRunup = true;
-    const TanimTime sub = TanimTime::fromTicks(TanimTime(1.0, kCurrentFrameUnit).ticks() / oversample);
+    const TanimTime sub = TanimTime::fromTicks(
+        std::max<std::int64_t>(1, TanimTime(1.0, kCurrentFrameUnit).ticks() / oversample));
     TanimTime t = a;
     if (a == lastEvaluatedTime(oversample)) t += sub;
     // A fraction of a step past the end, so that `b` is met despite whole ticks.

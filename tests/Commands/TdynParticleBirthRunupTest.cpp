@@ -270,7 +270,13 @@ TEST_F(ParticleMoreTest, GlobalsAndControllerAreMadeOnceAndAnswerQueries) {
     EXPECT_EQ(session.engine().run("dynGlobals", {"-active"}).asString(), "dynGlobals1");
     errors.str("");
     EXPECT_FALSE(run("dynGlobals -os 0;"));
-    EXPECT_NE(errors.str().find("-overSampling must be 1 or more"), std::string::npos);
+    EXPECT_NE(errors.str().find("-overSampling must lie between 1 and 250"), std::string::npos);
+    EXPECT_FALSE(run("dynGlobals -os 251;"));
+    // The most steps a frame: one a tick. Still finite and on the grid.
+    ASSERT_TRUE(run("dynGlobals -os 250; particle -n fine -p 0 0 0; currentTime 1;"));
+    const std::uint64_t before = shape("fineShape")->stepCount();
+    ASSERT_TRUE(run("currentTime 2;"));
+    EXPECT_EQ(shape("fineShape")->stepCount() - before, 250u);
     TdynController* c = TdynController::controller(false);
     ASSERT_NE(c, nullptr);
     EXPECT_EQ(session.engine().run("dynControl", {"-q", "-particleLOD"}).asFloat(), 1.0);
