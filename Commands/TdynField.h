@@ -8,6 +8,7 @@
 #include "Commands/TdynPointReceptor.h"
 #include "Commands/TdynVolumePrimitive.h"
 
+#include <cmath>
 #include <limits>
 #include <memory>
 #include <string>
@@ -40,6 +41,14 @@ public:
     TattributeDouble sectionRadius;
     TattributeDouble volumeSweep;
 };
+
+// x to the power a, with the common exponents done by multiplication (bit for bit what pow gives for them,
+// since both round the exact result once).
+inline double fieldPower(double x, double a) {
+    if (a == 1) return x;
+    if (a == 2) return x * x;
+    return std::pow(x, a);
+}
 
 // What every law reads once before its loops.
 struct TdynFieldFrame {

@@ -25,7 +25,7 @@ bool TdynGravity::apply(TdynPointReceptor& r, int, bool) {
     const T4dDblVector* src = f.sources.data();
     const int ns = static_cast<int>(f.sources.length());
     const double a = f.attenuation, R = f.maxDistance, R2 = f.reachSquared();
-    return dispatchFieldLoop(f.useMaxDistance, a > 0, [&]<bool kUseMax, bool kAtten>() {
+    return dispatchFieldLoop(f.useMaxDistance, a > 0, [=, &r, &f]<bool kUseMax, bool kAtten>() {
         for (int i = static_cast<int>(r.count()) - 1; i >= 0; --i) {
             const T4dDblVector p = r.position(i);
             double W = 0;
@@ -36,7 +36,7 @@ bool TdynGravity::apply(TdynPointReceptor& r, int, bool) {
                     const double d = rel.length();
                     if (kUseMax && d > R) continue;
                     if (!f.inVolume(p)) continue;
-                    W += 1.0 / std::pow(1.0 + d, a);
+                    W += 1.0 / fieldPower(1.0 + d, a);
                 } else {
                     if (kUseMax && rel.lengthSquared() > R2) continue;
                     if (!f.inVolume(p)) continue;

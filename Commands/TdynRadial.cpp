@@ -49,7 +49,7 @@ bool TdynRadial::apply(TdynPointReceptor& r, int, bool) {
                     const T4dDblVector rel = p - src[s];
                     const double d = rel.length();
                     if (d > R || !f.inVolume(p)) continue;
-                    r.addForce(i, rel * (u * std::pow(1 - d / R, a)));
+                    r.addForce(i, rel * (u * fieldPower(1 - d / R, a)));
                 }
             }
         }
@@ -57,7 +57,7 @@ bool TdynRadial::apply(TdynPointReceptor& r, int, bool) {
     if (t > 0) {
         // Part A: rel with the common falloff.
         const double k = t * f.magnitude;
-        dispatchFieldLoop(f.useMaxDistance, a > 0, [&]<bool kUseMax, bool kAtten>() {
+        dispatchFieldLoop(f.useMaxDistance, a > 0, [=, &r, &f]<bool kUseMax, bool kAtten>() {
             for (int i = n - 1; i >= 0; --i) {
                 const T4dDblVector p = r.position(i);
                 for (int s = ns - 1; s >= 0; --s) {
@@ -66,7 +66,7 @@ bool TdynRadial::apply(TdynPointReceptor& r, int, bool) {
                         const double d = rel.length();
                         if (kUseMax && d > R) continue;
                         if (!f.inVolume(p)) continue;
-                        r.addForce(i, rel * (k / std::pow(1 + d, a)));
+                        r.addForce(i, rel * (k / fieldPower(1 + d, a)));
                     } else {
                         if (kUseMax && rel.lengthSquared() > R2) continue;
                         if (!f.inVolume(p)) continue;

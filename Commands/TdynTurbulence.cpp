@@ -116,7 +116,7 @@ bool TdynTurbulence::apply(TdynPointReceptor& r, int, bool) {
     auto onLattice = [](const T4dDblVector& q) {
         return q.x >= -kLimit && q.x <= kLimit && q.y >= -kLimit && q.y <= kLimit && q.z >= -kLimit && q.z <= kLimit;
     };
-    return dispatchFieldLoop(f.useMaxDistance, a > 0, [&]<bool kUseMax, bool kAtten>() {
+    return dispatchFieldLoop(f.useMaxDistance, a > 0, [=, &r, &f]<bool kUseMax, bool kAtten>() {
         for (int i = static_cast<int>(r.count()) - 1; i >= 0; --i) {
             const T4dDblVector p = r.position(i);
             if (!f.inVolume(p)) continue;
@@ -132,7 +132,7 @@ bool TdynTurbulence::apply(TdynPointReceptor& r, int, bool) {
                 const T4dDblVector q = (rel + phase) * freq;
                 if (!onLattice(q)) continue;
                 T4dDblVector force = fractalNoise(q, octaves, ratio, interpolation) * mag;
-                if constexpr (kAtten) force /= std::pow(1 + d, a);
+                if constexpr (kAtten) force /= fieldPower(1 + d, a);
                 r.addForce(i, force);
             }
         }

@@ -28,7 +28,7 @@ bool TdynUniform::apply(TdynPointReceptor& r, int, bool) {
     const T4dDblVector* src = f.sources.data();
     const int ns = static_cast<int>(f.sources.length());
     const double a = f.attenuation, R = f.maxDistance, R2 = f.reachSquared();
-    return dispatchFieldLoop(f.useMaxDistance, a > 0, [&]<bool kUseMax, bool kAtten>() {
+    return dispatchFieldLoop(f.useMaxDistance, a > 0, [=, &r, &f]<bool kUseMax, bool kAtten>() {
         for (int i = static_cast<int>(r.count()) - 1; i >= 0; --i) {
             const T4dDblVector p = r.position(i);
             if (!f.inVolume(p)) continue;
@@ -38,7 +38,7 @@ bool TdynUniform::apply(TdynPointReceptor& r, int, bool) {
                 if constexpr (kAtten) {
                     const double d = rel.length();
                     if (kUseMax && d > R) continue;
-                    W += 1.0 / std::pow(1.0 + d, a);
+                    W += 1.0 / fieldPower(1.0 + d, a);
                 } else {
                     if (kUseMax && rel.lengthSquared() > R2) continue;
                     W += 1.0;

@@ -35,17 +35,28 @@ bool TdynVortex::apply(TdynPointReceptor& r, int, bool useReceptorDeltaTime) {
     const int ns = static_cast<int>(f.sources.length());
     const double a = f.attenuation, R = f.maxDistance, R2 = f.reachSquared();
 
-    auto turn = [&](const T4dDblVector& rel, double c, double sn, double q) {
-        const T4dDblVector rot{(x * x * q + c) * rel.x + (x * y * q - sn * z) * rel.y + (x * z * q + y * sn) * rel.z,
-                               (x * y * q + sn * z) * rel.x + (y * y * q + c) * rel.y + (y * z * q - x * sn) * rel.z,
-                               (x * z * q - y * sn) * rel.x + (y * z * q + x * sn) * rel.y + (z * z * q + c) * rel.z};
+    // The turn as a matrix, rows giving the rotated x, y and z.
+    struct Turn {
+        double m[3][3];
+    };
+    auto makeTurn = [x, y, z](double c) {
+        const double sn = std::sqrt(1 - c * c), q = 1 - c;
+        return Turn{{{x * x * q + c, x * y * q - sn * z, x * z * q + y * sn},
+                     {x * y * q + sn * z, y * y * q + c, y * z * q - x * sn},
+                     {x * z * q - y * sn, y * z * q + x * sn, z * z * q + c}}};
+    };
+    auto displacement = [inv](const Turn& t, const T4dDblVector& rel) {
+        const T4dDblVector rot{t.m[0][0] * rel.x + t.m[0][1] * rel.y + t.m[0][2] * rel.z,
+                               t.m[1][0] * rel.x + t.m[1][1] * rel.y + t.m[1][2] * rel.z,
+                               t.m[2][0] * rel.x + t.m[2][1] * rel.y + t.m[2][2] * rel.z};
         return (rot - rel) * inv;
     };
     auto bounded = [B](const T4dDblVector& rel) {
         return std::fabs(rel.x) <= B && std::fabs(rel.y) <= B && std::fabs(rel.z) <= B;
     };
-    const double c0 = std::cos(angle), sn0 = std::sqrt(1 - c0 * c0), q0 = 1 - c0;
-    return dispatchFieldLoop(f.useMaxDistance, a > 0, [&]<bool kUseMax, bool kAtten>() {
+    // At attenuation 0 the cosine, and so the whole turn, is worked out once.
+    const Turn fixed = makeTurn(std::cos(angle));
+    return dispatchFieldLoop(f.useMaxDistance, a > 0, [=, &r, &f]<bool kUseMax, bool kAtten>() {
         for (int i = static_cast<int>(r.count()) - 1; i >= 0; --i) {
             const T4dDblVector p = r.position(i);
             for (int s = ns - 1; s >= 0; --s) {
@@ -54,12 +65,11 @@ bool TdynVortex::apply(TdynPointReceptor& r, int, bool useReceptorDeltaTime) {
                     const double d = rel.length();
                     if (kUseMax && d > R) continue;
                     if (!f.inVolume(p) || !bounded(rel)) continue;
-                    const double c = std::cos(angle / std::pow(1 + d, a));
-                    r.addForce(i, turn(rel, c, std::sqrt(1 - c * c), 1 - c));
+                    r.addForce(i, displacement(makeTurn(std::cos(angle / fieldPower(1 + d, a))), rel));
                 } else {
                     if (kUseMax && rel.lengthSquared() > R2) continue;
                     if (!f.inVolume(p) || !bounded(rel)) continue;
-                    r.addForce(i, turn(rel, c0, sn0, q0));
+                    r.addForce(i, displacement(fixed, rel));
                 }
             }
         }
