@@ -6,7 +6,7 @@
 #include "Commands/TdynParticleShape.h"
 #include "Host/Command/TargDatabase.h"
 #include "Host/Command/TcommandEngine.h"
-#include "Host/Files/TatomicFile.h"
+#include "Host/Files/TatomicFile.h" // makeDirectories
 #include "Host/Graph/TdependGraph.h"
 
 #include <cmath>
@@ -133,17 +133,8 @@ int TdynExportAction::doIt(const TargList& args) {
         graph.setTime(t, !onlyParticles);
         for (std::size_t i = 0; i < objects.size() && status == 0; ++i) {
             const Tstring file = exportFileName(directory, objects[i]->name(), t, driver->extension());
-            TatomicFile out(file);
-            if (!out.isOpen()) {
-                status = error("cannot write " + file);
-                break;
-            }
-            if (driver->writeAttributes(out.stream(), *objects[i], names[i]) != 0) {
-                status = error(file + ": " + driver->error());
-                break;
-            }
-            if (std::string why; !out.commit(why)) {
-                status = error(TmessageTable::text(4716) + why);
+            if (driver->writeFile(file, *objects[i], names[i]) != 0) {
+                status = error(driver->error());
                 break;
             }
             written.push_back(file);

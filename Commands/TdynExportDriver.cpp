@@ -3,6 +3,7 @@
 #include "Commands/TdynPDCDriver.h"
 #include "Commands/TdynParticleShape.h"
 #include "Host/Command/TcommandEngine.h"
+#include "Host/Files/TatomicFile.h"
 #include "Host/Graph/TdependGraph.h"
 
 #include <algorithm>
@@ -63,6 +64,15 @@ int TdynExportDriver::writeAttributes(std::ostream& file, TdynParticleShape& obj
     Tstring why;
     if (!frame.gather(object, names, why)) return fail(TmessageTable::text(4715) + why);
     return writeFrame(file, frame);
+}
+
+int TdynExportDriver::writeFile(const Tstring& path, TdynParticleShape& object,
+                                const std::vector<Tstring>& names) {
+    TatomicFile out(path);
+    if (!out.isOpen()) return fail("cannot write " + path);
+    if (writeAttributes(out.stream(), object, names) != 0) return fail(path + ": " + fError);
+    if (std::string why; !out.commit(why)) return fail(TmessageTable::text(4716) + why);
+    return 0;
 }
 
 double TdynExportDriver::currentFrame() const {

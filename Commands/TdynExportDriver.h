@@ -34,6 +34,10 @@ public:
     virtual double currentFrame() const;
     virtual const char* description() const = 0;
 
+    // One whole file at `path`: written under a temporary name and renamed into
+    // place, so a failure leaves no half-written file. 0, or -1 with error() set.
+    int writeFile(const Tstring& path, TdynParticleShape& object, const std::vector<Tstring>& names);
+
     // The format itself, over a plain frame. 0, or -1 with error() set.
     virtual int writeFrame(std::ostream& file, const TdynExportFrame& frame) = 0;
 
