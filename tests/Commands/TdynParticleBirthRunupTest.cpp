@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cmath>
 #include <sstream>
 
@@ -253,6 +254,17 @@ TEST_F(ParticleMoreTest, RunupCommandAndPreferences) {
                     "runup -mxf 7;"));
     TdynParticleShape* p = shape("pShape");
     EXPECT_EQ(vec(p, "position", 0).x, 6.0);
+    // From the start frame: the state is rebuilt rather than continued.
+    ASSERT_TRUE(run("runup -fsf -mxf 3;"));
+    EXPECT_EQ(vec(p, "position", 0).x, 2.0);
+    // An interrupt stops an interruptible run-up before its next step.
+    std::atomic<bool> stop{true};
+    session.engine().setInterruptFlag(&stop);
+    const std::uint64_t steps = p->stepCount();
+    EXPECT_TRUE(TdynStatic::runupSceneFromTo(TanimTime(3.0, kCurrentFrameUnit),
+                                             TanimTime(9.0, kCurrentFrameUnit), 1, true, true));
+    EXPECT_EQ(p->stepCount(), steps);
+    session.engine().setInterruptFlag(nullptr);
     ASSERT_TRUE(run("dynPref -rt 1 -rf 1;"));
     EXPECT_EQ(ToptionVars::intValue("dynPrefRunUpToCurrentTime"), 1);
     EXPECT_EQ(session.engine().run("dynPref", {"-q", "-rf"}).asInt(), 1);
