@@ -40,10 +40,16 @@ inline void swapWords32(void* data, std::size_t n) {
         std::memcpy(p, &u, 4);
     }
 }
-// n doubles into big-endian bytes at `out`.
+// n doubles into big-endian bytes at `out`, in one pass.
 inline void storeDoubles(unsigned char* out, const double* values, std::size_t n) {
-    std::memcpy(out, values, n * 8);
-    swapWords64(out, n);
+    if constexpr (kNativeIsBig) {
+        std::memcpy(out, values, n * 8);
+    } else {
+        for (std::size_t i = 0; i < n; ++i, out += 8) {
+            const std::uint64_t u = swap64(std::bit_cast<std::uint64_t>(values[i]));
+            std::memcpy(out, &u, 8);
+        }
+    }
 }
 
 } // namespace TdynBigEndian
