@@ -52,7 +52,7 @@ class TsetAttrCmd : public TsceneCommand {
             if (db.valueCount() > v.size()) fail("too many values for " + plug.name());
             T4dDblVector vec;
             for (std::size_t i = 0; i < v.size(); ++i) vec[static_cast<int>(i)] = v[i];
-            apply = [plug, vec] { writePlugVector(plug, vec); };
+            apply = [plug, vec] { writeOrThrow(plug, [&] { return writePlugVector(plug, vec); }); };
         } else if (a->isNumeric()) {
             if (!type.empty() && type != "double" && type != "float" && type != "long" && type != "bool")
                 fail("-type " + type + " does not fit " + plug.name() + ", which holds a number");
@@ -69,9 +69,9 @@ class TsetAttrCmd : public TsceneCommand {
             if (db.valueCount() > 1) fail("too many values for " + plug.name());
             if (a->type() == TattrType::Time) {
                 TanimTime t(v, kCurrentFrameUnit);
-                apply = [plug, t] { writePlugTime(plug, t); };
+                apply = [plug, t] { writeOrThrow(plug, [&] { return writePlugTime(plug, t); }); };
             } else {
-                apply = [plug, v] { writePlugNumber(plug, v); };
+                apply = [plug, v] { writeOrThrow(plug, [&] { return writePlugNumber(plug, v); }); };
             }
         } else if (typed) {
             Tdata d;
@@ -111,7 +111,7 @@ class TsetAttrCmd : public TsceneCommand {
             }
             if (!a->acceptsLetter(d.letterClass()))
                 fail("-type " + type + " does not fit " + plug.name());
-            apply = [plug, d] { writePlugData(plug, d); };
+            apply = [plug, d] { writeOrThrow(plug, [&] { return writePlugData(plug, d); }); };
         } else {
             fail(plug.name() + " cannot be set by value");
         }

@@ -136,30 +136,30 @@ void TplugSnapshot::restore() const {
     fPlug.node()->setCachedValue(fPlug, h, TdgContext::fsNormal);
 }
 
-void writePlugNumber(const Tplug& plug, double value) {
+bool writePlugNumber(const Tplug& plug, double value) {
     TstandaloneValue v(plug.attribute());
     TdataHandle h = v.handle();
     h.set(value);
-    plug.node()->setCachedValue(plug, h, TdgContext::fsNormal);
+    return plug.node()->setCachedValue(plug, h, TdgContext::fsNormal);
 }
 
-void writePlugVector(const Tplug& plug, const T4dDblVector& value) {
+bool writePlugVector(const Tplug& plug, const T4dDblVector& value) {
     TstandaloneValue v(plug.attribute());
     TdataHandle h = v.handle();
     h.set(value);
-    plug.node()->setCachedValue(plug, h, TdgContext::fsNormal);
+    return plug.node()->setCachedValue(plug, h, TdgContext::fsNormal);
 }
 
-void writePlugTime(const Tplug& plug, TanimTime value) {
+bool writePlugTime(const Tplug& plug, TanimTime value) {
     TstandaloneValue v(plug.attribute());
     TdataHandle h = v.handle();
     h.set(value);
-    plug.node()->setCachedValue(plug, h, TdgContext::fsNormal);
+    return plug.node()->setCachedValue(plug, h, TdgContext::fsNormal);
 }
 
-void writePlugData(const Tplug& plug, const Tdata& value) {
+bool writePlugData(const Tplug& plug, const Tdata& value) {
     TstandaloneValue v(plug.attribute());
     TdataHandle h = v.handle();
     h.set(value);
-    plug.node()->setCachedValue(plug, h, TdgContext::fsNormal);
+    return plug.node()->setCachedValue(plug, h, TdgContext::fsNormal);
 }

@@ -42,7 +42,12 @@ private:
 };
 
 // Writes a value to a plug from outside: stores it and dirties its dependents.
-void writePlugNumber(const Tplug& plug, double value);
-void writePlugVector(const Tplug& plug, const T4dDblVector& value);
-void writePlugTime(const Tplug& plug, TanimTime value);
-void writePlugData(const Tplug& plug, const Tdata& value);
+// False when the node refused it (its setCachedValue said no).
+bool writePlugNumber(const Tplug& plug, double value);
+bool writePlugVector(const Tplug& plug, const T4dDblVector& value);
+bool writePlugTime(const Tplug& plug, TanimTime value);
+bool writePlugData(const Tplug& plug, const Tdata& value);
+// As above, for commands: a refusal throws a TgraphError naming the plug.
+template <class Write> void writeOrThrow(const Tplug& plug, Write write) {
+    if (!write()) throw TgraphError(plug.name() + " refused the value");
+}

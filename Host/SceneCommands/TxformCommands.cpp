@@ -29,7 +29,8 @@ protected:
         Tplug plug(t, &attr);
         if (plug.isChildDestination()) fail(plug.name() + " is driven by a connection and cannot be changed");
         auto before = std::make_shared<TplugSnapshot>(plug);
-        perform([plug, v] { writePlugVector(plug, v); }, [before] { before->restore(); });
+        perform([plug, v] { writeOrThrow(plug, [&] { return writePlugVector(plug, v); }); },
+                [before] { before->restore(); });
     }
     T4dDblVector read(Ttransform* t, Tattribute3Double& attr) {
         return t->normalBlock().inputValue(&attr).asVector();

@@ -83,6 +83,8 @@ INSTANTIATE_TEST_SUITE_P(
                                "3: getAttr: no object matches name: nobody"},
                       BadInput{"missingAttribute", "getAttr t.wings;", "3: getAttr: no attribute 'wings'"},
                       BadInput{"indexOutOfRange", "getAttr t.translateX[99999999];", "3: getAttr: plug index out of range"},
+                      BadInput{"refused", "particle -n p -p 0 0 0;\nsetAttr pShape.particleRenderType 12;",
+                               "4: setAttr: pShape.particleRenderType refused the value"},
                       BadInput{"incompatible", "createNode transform -n u;\nconnectAttr t.worldMatrix u.translateX;",
                                "4: connectAttr: the data types of t.worldMatrix and u.translateX are not compatible"}),
     [](const ::testing::TestParamInfo<BadInput>& param) { return std::string(param.param.name); });
