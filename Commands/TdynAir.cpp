@@ -13,16 +13,16 @@ const char* const kDirShort[] = {"dx", "dy", "dz"};
 } // namespace
 
 TdnVSTdynAir::TdnVSTdynAir()
-    : direction("direction", "d", makeIffTag("DIRN"), kDirNames, kDirShort), speed("speed", "spd", makeIffTag("SPED")),
-      inheritVelocity("inheritVelocity", "iv", makeIffTag("IVEL")),
+    : direction("direction", "d", makeIffTag("DIRN"), kDirNames, kDirShort),
+      speed("speed", "spd", makeIffTag("SPED")), inheritVelocity("inheritVelocity", "iv", makeIffTag("IVEL")),
       componentOnly("componentOnly", "co", makeIffTag("CMPO")), spread("spread", "spr", makeIffTag("SPRD")),
       enableSpread("enableSpread", "es", makeIffTag("ESPD")),
       inheritRotation("inheritRotation", "ir", makeIffTag("IROT")) {}
 
 void TdnVSTdynAir::appendAttributes(TattributeList& list) {
     TdnVSTdynField::appendAttributes(list);
-    for (Tattribute* a : std::initializer_list<Tattribute*>{&direction, &speed, &inheritVelocity, &componentOnly,
-                                                            &spread, &enableSpread, &inheritRotation})
+    for (Tattribute* a : std::initializer_list<Tattribute*>{
+             &direction, &speed, &inheritVelocity, &componentOnly, &spread, &enableSpread, &inheritRotation})
         list.addAttribute(a);
 }
 
@@ -58,7 +58,8 @@ bool TdynAir::apply(TdynPointReceptor& r, int, bool useReceptorDeltaTime) {
     const double cs = std::cos(block.inputValue(&vs->spread).asDouble() * 1.57079632679);
     T4dDblVector wdir = block.inputValue(&vs->direction).asVector().normal();
     if (block.inputValue(&vs->inheritRotation).asBool())
-        wdir = TdynStatic::matrixWithoutTranslation(TdynStatic::matrixWithoutScale(f.worldMatrix)).transformVector(wdir);
+        wdir = TdynStatic::matrixWithoutTranslation(TdynStatic::matrixWithoutScale(f.worldMatrix))
+                   .transformVector(wdir);
     const double iv = block.inputValue(&vs->inheritVelocity).asDouble();
     const double k = std::clamp(block.inputValue(&vs->speed).asDouble(), 0.0, 1.0);
     const bool componentOnly = block.inputValue(&vs->componentOnly).asBool();
@@ -116,7 +117,8 @@ bool TdynAir::apply(TdynPointReceptor& r, int, bool useReceptorDeltaTime) {
     const int n = static_cast<int>(r.count());
     if (!perVertex || !hasOwner) {
         T4dDblVector mean;
-        for (const T4dDblVector& v : *V) mean += v;
+        for (const T4dDblVector& v : *V)
+            mean += v;
         if (V->length() > 0) mean /= V->length();
         const T4dDblVector wind = wdir * mag + mean * iv;
         const T4dDblVector s = f.sources.length() ? f.sources[0] : T4dDblVector();

@@ -23,19 +23,23 @@ TdnVSTdynAuxiliary::TdnVSTdynAuxiliary()
 
 void TdnVSTdynAuxiliary::appendAttributes(TattributeList& list) {
     TdnVSTtransform::appendAttributes(list);
-    for (Tattribute* a : std::initializer_list<Tattribute*>{&owner, &fromWhere, &subsetId, &positional, &ownerCentroid,
-                                                            &ownerPosData, &ownerVelData})
+    for (Tattribute* a : std::initializer_list<Tattribute*>{&owner, &fromWhere, &subsetId, &positional,
+                                                            &ownerCentroid, &ownerPosData, &ownerVelData})
         list.addAttribute(a);
 }
 
-bool TdnVSTdynAuxiliary::setupDependencies(TdependencyMatrix& m) { return TdnVSTtransform::setupDependencies(m); }
+bool TdnVSTdynAuxiliary::setupDependencies(TdependencyMatrix& m) {
+    return TdnVSTtransform::setupDependencies(m);
+}
 
 TdependNode* TdynAuxiliary::ownerObject() const {
     Tplug src = Tplug(const_cast<TdynAuxiliary*>(this), &auxVs()->owner).source();
     return src.node();
 }
 
-Tshape* TdynAuxiliary::ownerShape() const { return Tshape::cast(ownerObject()); }
+Tshape* TdynAuxiliary::ownerShape() const {
+    return Tshape::cast(ownerObject());
+}
 
 const T4dDblVectorArray* TdynAuxiliary::ownerPositions(TdataBlock& block) {
     auto* l = block.inputValue(&auxVs()->ownerPosData).data().as<TdataVectorArray>();
@@ -77,7 +81,8 @@ T4dDblPoint TdynAuxiliary::ownerCentroid(TdataBlock& block) {
         T4dDblVectorArray pts;
         if (ownerWorldPoints(block, pts) && pts.length() > 0) {
             T4dDblVector sum;
-            for (const T4dDblVector& p : pts) sum += p;
+            for (const T4dDblVector& p : pts)
+                sum += p;
             return sum / pts.length();
         }
     }
@@ -90,7 +95,8 @@ bool TdynAuxiliary::canBeOwnedBy(const TdependNode* object) {
 
 bool TdynAuxiliary::setOwner(TdependNode* object, std::string& why) {
     if (!canBeOwnedBy(object)) {
-        why = (object ? object->name() : std::string("(nothing)")) + " is not a shape and cannot own " + name();
+        why =
+            (object ? object->name() : std::string("(nothing)")) + " is not a shape and cannot own " + name();
         return false;
     }
     auto* vs = auxVs();

@@ -53,7 +53,8 @@ protected:
         for (unsigned i = 0; i < itemCount(); ++i) {
             TdependNode* n = item(i);
             // A field named with -fields and also selected is not a target.
-            if (auto* f = TdynField::cast(n); f && std::find(fFields.begin(), fFields.end(), f) != fFields.end())
+            if (auto* f = TdynField::cast(n);
+                f && std::find(fFields.begin(), fFields.end(), f) != fFields.end())
                 continue;
             auto* dag = TdagObject::cast(n);
             TdagObject* object = dag ? TdynStatic::dynamicObject(dag) : nullptr;
@@ -61,7 +62,8 @@ protected:
                 engine().displayError(cmd + ": '" + n->name() + "' is not a dynamic object");
                 return -1;
             }
-            if (std::find(fObjects.begin(), fObjects.end(), object) == fObjects.end()) fObjects.push_back(object);
+            if (std::find(fObjects.begin(), fObjects.end(), object) == fObjects.end())
+                fObjects.push_back(object);
         }
         if (fObjects.empty()) {
             engine().displayError(cmd + ": name a dynamic object to connect to");
@@ -88,7 +90,8 @@ protected:
                 if (!had) fMade.push_back({f, o, index});
             }
         std::vector<std::string> result;
-        for (TdynField* f : fFields) result.push_back(f->name());
+        for (TdynField* f : fFields)
+            result.push_back(f->name());
         engine().setResult(result);
         return 0;
     }
@@ -105,10 +108,11 @@ protected:
                     g.disconnect(dst.source(), dst);
             }
             if (fieldData) {
-                for (Tattribute* c : std::initializer_list<Tattribute*>{&vs->inputPositions, &vs->inputVelocities,
-                                                                        &vs->inputMass, &vs->deltaTime}) {
+                for (Tattribute* c : std::initializer_list<Tattribute*>{
+                         &vs->inputPositions, &vs->inputVelocities, &vs->inputMass, &vs->deltaTime}) {
                     Tplug child(it->field, c, it->index);
-                    if (Tplug src = child.source(); !src.isNull() && src.node() == it->object) g.disconnect(src, child);
+                    if (Tplug src = child.source(); !src.isNull() && src.node() == it->object)
+                        g.disconnect(src, child);
                 }
             }
         }

@@ -85,7 +85,8 @@ public:
     void connectionMade(const Tplug& plug, const Tplug& other, bool asSource) override;
     void connectionBroken(const Tplug& plug, const Tplug& other, bool asSource) override;
     void destroyNode() override;
-    // A client's new input element also dirties the output element of the same index, which may not exist yet.
+    // A client's new input element also dirties the output element of the same index, which may not exist
+    // yet.
     void setDependentsDirty(TmsgDirty& msg) override;
 
     // The force law: adds to the receptor's forces. `elementIndex` is the output element being computed.
@@ -127,6 +128,8 @@ public:
     void copyData(TdynField& from);
 
     // ---- finding fields ----
+    // The fields among the objects matching a name pattern in the active scene.
+    static void getFields(const std::string& pattern, TdynFieldPtrArray& out);
     static void getListOfFields(TdynFieldPtrArray& out);
     static void getAllPositionalFields(TdynFieldPtrArray& out);
     static void getFieldsOwnedBy(const TdependNode* shape, TdynFieldPtrArray& out);
@@ -134,8 +137,9 @@ public:
     // Fields whose outputForce reaches the object's inputForce.
     static void getFieldsConnectedTo(TdependNode* object, TdynFieldPtrArray& out);
     static bool isFieldOwner(const TdependNode* object);
-    // Connects the field to a client: client.fieldData -> inputData[i], outputForce[i] -> client.inputForce[i],
-    // with i the client's first free inputForce element. Returns i, or -1 with `why` set (nothing connected).
+    // Connects the field to a client: client.fieldData -> inputData[i], outputForce[i] ->
+    // client.inputForce[i], with i the client's first free inputForce element. Returns i, or -1 with `why`
+    // set (nothing connected).
     int connectToClient(TdependNode* client, std::string& why);
 
     // ---- attribute accessors ----
@@ -197,6 +201,7 @@ private:
 // Calls `body.template operator()<kUseMax, kAtten>()` for the case at hand: each law keeps one loop per
 // combination, so `pow` and square roots appear only in the loops that need them.
 template <class Body> inline bool dispatchFieldLoop(bool useMax, bool atten, Body&& body) {
-    if (useMax) return atten ? body.template operator()<true, true>() : body.template operator()<true, false>();
+    if (useMax)
+        return atten ? body.template operator()<true, true>() : body.template operator()<true, false>();
     return atten ? body.template operator()<false, true>() : body.template operator()<false, false>();
 }

@@ -41,9 +41,12 @@ protected:
     }
     Values creationDefaults(const TargDatabase&) const override {
         Values v = base(4, 1, 20);
-        for (auto p : std::initializer_list<std::pair<const char*, double>>{
-                 {"directionX", 1}, {"directionY", 0}, {"directionZ", 0}, {"speed", 1}, {"inheritVelocity", 1},
-                 {"spread", 1}})
+        for (auto p : std::initializer_list<std::pair<const char*, double>>{{"directionX", 1},
+                                                                            {"directionY", 0},
+                                                                            {"directionZ", 0},
+                                                                            {"speed", 1},
+                                                                            {"inheritVelocity", 1},
+                                                                            {"spread", 1}})
             set(v, p.first, p.second);
         return v;
     }
@@ -78,7 +81,8 @@ protected:
     }
     bool queryExtra(const TargDatabase& db, TdynField*, bool& ok) override {
         ok = true;
-        if (!isFlagSet(db, "wns", "windSetup") && !isFlagSet(db, "fs", "fanSetup") && !isFlagSet(db, "wks", "wakeSetup"))
+        if (!isFlagSet(db, "wns", "windSetup") && !isFlagSet(db, "fs", "fanSetup") &&
+            !isFlagSet(db, "wks", "wakeSetup"))
             return false;
         engine().displayWarning(TmessageTable::text(4805));
         ok = false;
@@ -156,7 +160,8 @@ protected:
     }
     Values creationDefaults(const TargDatabase&) const override {
         Values v = base(5, 0, -1);
-        for (const char* a : {"phaseX", "phaseY", "phaseZ"}) set(v, a, 0);
+        for (const char* a : {"phaseX", "phaseY", "phaseZ"})
+            set(v, a, 0);
         set(v, "frequency", 1);
         return v;
     }

@@ -12,10 +12,13 @@ TdynField::TdynField() = default;
 TdynField::~TdynField() = default;
 
 void TdynField::destroyNode() {
-    for (auto& p : fPrimitives) p.reset();
+    for (auto& p : fPrimitives)
+        p.reset();
 }
 
-bool TdynField::apply(TdynPointReceptor&, int, bool) { return false; }
+bool TdynField::apply(TdynPointReceptor&, int, bool) {
+    return false;
+}
 
 void TdynField::setDependentsDirty(TmsgDirty& msg) {
     TdynAuxiliary::setDependentsDirty(msg);
@@ -93,7 +96,8 @@ int TdynField::getForceAtPoint(const T4dDblVectorArray& positions, const T4dDblV
     fApiDeltaTime = deltaTime;
     apply(receptor, 0, false);
     if (forcesOut.length() == n) {
-        for (unsigned i = 0; i < n; ++i) forcesOut[i] += local[i];
+        for (unsigned i = 0; i < n; ++i)
+            forcesOut[i] += local[i];
     } else {
         forcesOut = std::move(local);
     }
@@ -131,7 +135,8 @@ bool TdynField::prepareFrame(TdynFieldFrame& f, bool needSources) {
     f.magnitude = block.inputValue(&vs->magnitude).asDouble();
     f.attenuation = std::max(0.0, block.inputValue(&vs->attenuation).asDouble());
     f.useMaxDistance = block.inputValue(&vs->useMaxDistance).asBool();
-    f.maxDistance = f.useMaxDistance ? block.inputValue(&vs->maxDistance).asDouble() : std::numeric_limits<double>::max();
+    f.maxDistance =
+        f.useMaxDistance ? block.inputValue(&vs->maxDistance).asDouble() : std::numeric_limits<double>::max();
     f.applyPerVertex = block.inputValue(&vs->applyPerVertex).asBool();
     f.exclusion = block.inputValue(&vs->volumeExclusion).asBool();
     f.primitive = volumePrimitive(block);

@@ -10,7 +10,8 @@ const char* const kOffsetShort[] = {"vox", "voy", "voz"};
 } // namespace
 
 TdnVSTdynField::TdnVSTdynField()
-    : magnitude("magnitude", "mag", makeIffTag("UMAG")), attenuation("attenuation", "att", makeIffTag("ATTN")),
+    : magnitude("magnitude", "mag", makeIffTag("UMAG")),
+      attenuation("attenuation", "att", makeIffTag("ATTN")),
       maxDistance("maxDistance", "max", makeIffTag("MAXD")),
       applyPerVertex("applyPerVertex", "apv", makeIffTag("APVX")),
       useMaxDistance("useMaxDistance", "umd", makeIffTag("UMDI")),
@@ -32,7 +33,8 @@ TdnVSTdynField::TdnVSTdynField()
     maxDistance.setNativeDefaultData(-1);
     maxDistance.setKeyable(true);
     // The client's arrays arrive with the connection; they are not stored with the scene.
-    for (Tattribute* c : std::initializer_list<Tattribute*>{&inputPositions, &inputVelocities, &inputMass, &deltaTime}) {
+    for (Tattribute* c :
+         std::initializer_list<Tattribute*>{&inputPositions, &inputVelocities, &inputMass, &deltaTime}) {
         c->setParent(&inputData);
         c->setStorable(false);
     }
@@ -48,7 +50,8 @@ TdnVSTdynField::TdnVSTdynField()
     outputForce.setWritable(false);
     outputForce.setComputeModifies(true);
     const char* shapes[] = {"none", "cube", "sphere", "cylinder", "cone", "torus"};
-    for (int i = 0; i < 6; ++i) volumeShape.addField(shapes[i], i);
+    for (int i = 0; i < 6; ++i)
+        volumeShape.addField(shapes[i], i);
     sectionRadius.setNativeDefaultData(0.5);
     volumeSweep.setNativeDefaultData(6.28319);
 }
@@ -56,18 +59,18 @@ TdnVSTdynField::TdnVSTdynField()
 void TdnVSTdynField::appendAttributes(TattributeList& list) {
     TdnVSTdynAuxiliary::appendAttributes(list);
     for (Tattribute* a : std::initializer_list<Tattribute*>{
-             &magnitude, &attenuation, &maxDistance, &applyPerVertex, &useMaxDistance, &inputData, &inputPositions,
-             &inputVelocities, &inputMass, &deltaTime, &inputForce, &outputForce, &volumeShape, &volumeExclusion,
-             &volumeOffset, &sectionRadius, &volumeSweep})
+             &magnitude, &attenuation, &maxDistance, &applyPerVertex, &useMaxDistance, &inputData,
+             &inputPositions, &inputVelocities, &inputMass, &deltaTime, &inputForce, &outputForce,
+             &volumeShape, &volumeExclusion, &volumeOffset, &sectionRadius, &volumeSweep})
         list.addAttribute(a);
 }
 
 bool TdnVSTdynField::setupDependencies(TdependencyMatrix& m) {
     if (!TdnVSTdynAuxiliary::setupDependencies(m)) return false;
     // The field's own settings do not dirty the output: it is stale until the client asks in a new step.
-    for (const Tattribute* a : std::initializer_list<const Tattribute*>{
-             &ownerPosData, &ownerCentroid, &inputForce, &inputData, &inputPositions, &inputVelocities, &inputMass,
-             &deltaTime})
+    for (const Tattribute* a :
+         std::initializer_list<const Tattribute*>{&ownerPosData, &ownerCentroid, &inputForce, &inputData,
+                                                  &inputPositions, &inputVelocities, &inputMass, &deltaTime})
         m.attributeAffects(a, &outputForce);
     return true;
 }

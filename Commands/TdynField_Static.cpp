@@ -4,6 +4,7 @@
 
 #include "Commands/TdynParticleShape.h"
 #include "Commands/TdynStatic.h"
+#include "Host/Dag/Tmodel.h"
 
 #include <algorithm>
 #include <set>
@@ -22,6 +23,15 @@ void TdynField::copyData(TdynField& from) {
     setMaxDistance(from.maxDistance());
     setUseMaxDistance(from.useMaxDistance());
     setApplyPerVertex(from.applyPerVertex());
+}
+
+void TdynField::getFields(const std::string& pattern, TdynFieldPtrArray& out) {
+    out.clear();
+    Tmodel* model = TmodelList::activeModel();
+    if (!model) return;
+    for (TdependNode* n : model->findMatches(pattern))
+        if (auto* f = TdynField::cast(n); f && std::find(out.begin(), out.end(), f) == out.end())
+            out.push_back(f);
 }
 
 void TdynField::getListOfFields(TdynFieldPtrArray& out) {
@@ -53,7 +63,8 @@ void TdynField::getAllFieldOwners(std::vector<TdependNode*>& out) {
     getListOfFields(all);
     out.clear();
     for (TdynField* f : all)
-        if (TdependNode* o = f->ownerObject(); o && std::find(out.begin(), out.end(), o) == out.end()) out.push_back(o);
+        if (TdependNode* o = f->ownerObject(); o && std::find(out.begin(), out.end(), o) == out.end())
+            out.push_back(o);
 }
 
 bool TdynField::isFieldOwner(const TdependNode* object) {
@@ -91,14 +102,16 @@ int TdynField::connectToClient(TdependNode* client, std::string& why) {
         return !Tplug(p, pvs->inputForce, k).source().isNull() ||
                !Tplug(this, &vs->inputPositions, k).source().isNull();
     };
-    while (taken(i)) ++i;
+    while (taken(i))
+        ++i;
     TdependGraph& g = TdependGraph::current();
     try {
         g.connect(Tplug(p, pvs->fieldData), Tplug(this, &vs->inputData, i));
         g.connect(Tplug(this, &vs->outputForce, i), Tplug(p, pvs->inputForce, i));
     } catch (const std::exception& e) {
         // Leave nothing half made.
-        for (Tattribute* c : std::initializer_list<Tattribute*>{&vs->inputPositions, &vs->inputVelocities, &vs->inputMass, &vs->deltaTime}) {
+        for (Tattribute* c : std::initializer_list<Tattribute*>{&vs->inputPositions, &vs->inputVelocities,
+                                                                &vs->inputMass, &vs->deltaTime}) {
             Tplug dst(this, c, i);
             Tplug src = dst.source();
             if (!src.isNull()) g.disconnect(src, dst);

@@ -8,12 +8,18 @@ constexpr double kDegreesPerRadian = 57.29577951308232;
 
 std::unique_ptr<TdynVolumePrimitive> makePrimitive(int shape) {
     switch (shape) {
-    case 1: return std::make_unique<TdynVolumeCube>();
-    case 2: return std::make_unique<TdynVolumeSphere>();
-    case 3: return std::make_unique<TdynVolumeCylinder>();
-    case 4: return std::make_unique<TdynVolumeCone>();
-    case 5: return std::make_unique<TdynVolumeTorus>();
-    default: return nullptr;
+    case 1:
+        return std::make_unique<TdynVolumeCube>();
+    case 2:
+        return std::make_unique<TdynVolumeSphere>();
+    case 3:
+        return std::make_unique<TdynVolumeCylinder>();
+    case 4:
+        return std::make_unique<TdynVolumeCone>();
+    case 5:
+        return std::make_unique<TdynVolumeTorus>();
+    default:
+        return nullptr;
     }
 }
 
@@ -23,7 +29,9 @@ void pushSettings(TdynVolumePrimitive* p, double sweepRadians, double sectionRad
 }
 } // namespace
 
-TdynVolumePrimitive* TdynField::volumePrimitive() { return volumePrimitive(lawBlock()); }
+TdynVolumePrimitive* TdynField::volumePrimitive() {
+    return volumePrimitive(lawBlock());
+}
 
 TdynVolumePrimitive* TdynField::volumePrimitive(TdataBlock& block) {
     auto* vs = fieldVs();
@@ -36,7 +44,9 @@ TdynVolumePrimitive* TdynField::volumePrimitive(TdataBlock& block) {
     return slot.get();
 }
 
-T4dDblMatrix TdynField::finalVolumeMatrix() { return finalVolumeMatrix(lawBlock()); }
+T4dDblMatrix TdynField::finalVolumeMatrix() {
+    return finalVolumeMatrix(lawBlock());
+}
 
 T4dDblMatrix TdynField::finalVolumeMatrix(TdataBlock& block) {
     auto* vs = fieldVs();
@@ -58,7 +68,8 @@ TboundingBox TdynField::boundingBox() {
     TdataBlock& block = normalBlock();
     std::unique_ptr<TdynVolumePrimitive> p = makePrimitive(block.inputValue(&vs->volumeShape).asInt());
     if (!p) return own;
-    pushSettings(p.get(), block.inputValue(&vs->volumeSweep).asDouble(), block.inputValue(&vs->sectionRadius).asDouble());
+    pushSettings(p.get(), block.inputValue(&vs->volumeSweep).asDouble(),
+                 block.inputValue(&vs->sectionRadius).asDouble());
     const T4dDblMatrix local =
         T4dDblMatrix::translation(block.inputValue(&vs->volumeOffset).asVector()) * computeLocalXform(block);
     TboundingBox box = p->boundingBox().transformed(local);

@@ -9,7 +9,8 @@ const char* const kDirNames[] = {"directionX", "directionY", "directionZ"};
 const char* const kDirShort[] = {"dx", "dy", "dz"};
 } // namespace
 
-TdnVSTdynGravity::TdnVSTdynGravity() : direction("direction", "d", makeIffTag("DIRN"), kDirNames, kDirShort) {}
+TdnVSTdynGravity::TdnVSTdynGravity()
+    : direction("direction", "d", makeIffTag("DIRN"), kDirNames, kDirShort) {}
 
 void TdnVSTdynGravity::appendAttributes(TattributeList& list) {
     TdnVSTdynField::appendAttributes(list);

@@ -32,10 +32,14 @@ constexpr double kGravityConstant = -0.667;
 enum class Power { kOne, kLinear, kSquare, kGeneral };
 inline double power(Power g, double d, double a) {
     switch (g) {
-    case Power::kOne: return 1;
-    case Power::kLinear: return d;
-    case Power::kSquare: return d * d;
-    default: return std::pow(d, a);
+    case Power::kOne:
+        return 1;
+    case Power::kLinear:
+        return d;
+    case Power::kSquare:
+        return d * d;
+    default:
+        return std::pow(d, a);
     }
 }
 } // namespace
@@ -81,7 +85,8 @@ bool TdynNewton::apply(TdynPointReceptor& r, int, bool) {
         double M = ns;
         if (ownerMass) {
             M = 0;
-            for (double m : *ownerMass) M += m;
+            for (double m : *ownerMass)
+                M += m;
         }
         for (int i = n - 1; i >= 0; --i) {
             const T4dDblVector p = r.position(i);

@@ -18,5 +18,6 @@ void TdynPointReceptor::setArrays(const T4dDblVectorArray* positions, const T4dD
 }
 
 void TdynPointReceptor::scaleAllForces(double s) {
-    for (unsigned i = 0; i < fCount; ++i) fForce[i] *= s;
+    for (unsigned i = 0; i < fCount; ++i)
+        fForce[i] *= s;
 }

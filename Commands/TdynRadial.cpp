@@ -30,7 +30,8 @@ bool TdynRadial::apply(TdynPointReceptor& r, int, bool) {
                 const T4dDblVector p = r.position(i);
                 T4dDblVector sum;
                 if (f.inVolume(p))
-                    for (int s = ns - 1; s >= 0; --s) sum += (p - src[s]) * u;
+                    for (int s = ns - 1; s >= 0; --s)
+                        sum += (p - src[s]) * u;
                 r.addForce(i, sum);
             }
         } else if (a == 0) {

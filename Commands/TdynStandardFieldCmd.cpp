@@ -44,7 +44,8 @@ void TdynStandardFieldCmd::writeValues(TdynField* field, const Values& values) {
 
 std::vector<TdynFieldFlag> TdynStandardFieldCmd::allFlags() const {
     std::vector<TdynFieldFlag> all = commonFlags();
-    for (const TdynFieldFlag& f : ownFlags()) all.push_back(f);
+    for (const TdynFieldFlag& f : ownFlags())
+        all.push_back(f);
     return all;
 }
 
@@ -57,13 +58,20 @@ std::unique_ptr<Tsyntax> TdynStandardFieldCmd::newSyntax() {
     for (const TdynFieldFlag& f : allFlags()) {
         switch (f.kind) {
         case TdynFieldFlag::kDouble:
-        case TdynFieldFlag::kAllThree: s->addFlag(f.shortName, f.longName, {T::Double}); break;
-        case TdynFieldFlag::kBool: s->addFlag(f.shortName, f.longName, {T::Bool}); break;
+        case TdynFieldFlag::kAllThree:
+            s->addFlag(f.shortName, f.longName, {T::Double});
+            break;
+        case TdynFieldFlag::kBool:
+            s->addFlag(f.shortName, f.longName, {T::Bool});
+            break;
         case TdynFieldFlag::kInt:
             // The volume shape is given by name.
-            s->addFlag(f.shortName, f.longName, {std::string(f.longName) == "volumeShape" ? T::String : T::Int});
+            s->addFlag(f.shortName, f.longName,
+                       {std::string(f.longName) == "volumeShape" ? T::String : T::Int});
             break;
-        case TdynFieldFlag::kTriple: s->addFlag(f.shortName, f.longName, {T::Double, T::Double, T::Double}); break;
+        case TdynFieldFlag::kTriple:
+            s->addFlag(f.shortName, f.longName, {T::Double, T::Double, T::Double});
+            break;
         }
     }
     addExtraFlags(*s);
@@ -105,13 +113,15 @@ bool TdynStandardFieldCmd::parseValueFlags(const TargDatabase& db, Values& out) 
                 return false;
             }
             if (lname == "torusSectionRadius" && v < 0) {
-                engine().displayError(cmd + ": -torusSectionRadius cannot be negative, got " + std::to_string(v));
+                engine().displayError(cmd + ": -torusSectionRadius cannot be negative, got " +
+                                      std::to_string(v));
                 return false;
             }
             v = std::min(std::max(v, f.low), f.high);
             if (lname == "volumeSweep") v /= kDegreesPerRadian; // typed in degrees, kept in radians
             const int n = f.kind == TdynFieldFlag::kAllThree ? 3 : 1;
-            for (int k = 0; k < n; ++k) set(out, f.attrs[k], v);
+            for (int k = 0; k < n; ++k)
+                set(out, f.attrs[k], v);
             // A reach given on the command line is meant to be used; a negative one means none.
             if (lname == "maxDistance") set(out, "useMaxDistance", v >= 0 ? 1 : 0);
             break;
@@ -131,7 +141,8 @@ bool TdynStandardFieldCmd::parseValueFlags(const TargDatabase& db, Values& out) 
         case TdynFieldFlag::kTriple: {
             T4dDblVector v;
             getFlagArg(db, f.shortName, f.longName, v, given);
-            for (int k = 0; k < 3; ++k) set(out, f.attrs[k], v[k]);
+            for (int k = 0; k < 3; ++k)
+                set(out, f.attrs[k], v[k]);
             break;
         }
         }
@@ -170,7 +181,8 @@ int TdynStandardFieldCmd::parseEditOrNew(const TargDatabase& db) {
 
 int TdynStandardFieldCmd::queryActions(const TargDatabase& db) {
     TdynField* f = nullptr;
-    for (unsigned i = 0; i < itemCount() && !f; ++i) f = TdynField::cast(item(i));
+    for (unsigned i = 0; i < itemCount() && !f; ++i)
+        f = TdynField::cast(item(i));
     const std::string cmd = db.commandName();
     if (!f) {
         engine().displayError(cmd + ": name a field to query");
@@ -237,7 +249,8 @@ int TdynStandardFieldCmd::createField() {
 
 int TdynStandardFieldCmd::doRedoIt() {
     if (isEditMode()) {
-        for (TdynField* f : fTargets) writeValues(f, fValues);
+        for (TdynField* f : fTargets)
+            writeValues(f, fValues);
         return 0;
     }
     if (fDetached) {
@@ -256,7 +269,8 @@ int TdynStandardFieldCmd::doRedoIt() {
 
 int TdynStandardFieldCmd::doUndoIt() {
     if (isEditMode()) {
-        for (std::size_t i = 0; i < fTargets.size(); ++i) writeValues(fTargets[i], fOld[i]);
+        for (std::size_t i = 0; i < fTargets.size(); ++i)
+            writeValues(fTargets[i], fOld[i]);
         return 0;
     }
     if (fField && !fDetached) fDetached = TdependGraph::current().detachNode(fField);

@@ -7,7 +7,8 @@ TDEFINE_NODE(TdynTurbulence, TdnVSTdynTurbulence, TdynField, "turbulenceField", 
 TdnVSTdynTurbulence::TdnVSTdynTurbulence()
     : frequency("frequency", "frq", makeIffTag("TFRQ")), phaseX("phaseX", "phx", makeIffTag("TPHS")),
       phaseY("phaseY", "phy", makeIffTag("TPHS")), phaseZ("phaseZ", "phz", makeIffTag("TPHS")),
-      noiseLevel("noiseLevel", "nslv", makeIffTag("NSLE")), noiseRatio("noiseRatio", "nsrt", makeIffTag("NSRT")),
+      noiseLevel("noiseLevel", "nslv", makeIffTag("NSLE")),
+      noiseRatio("noiseRatio", "nsrt", makeIffTag("NSRT")),
       interpolationType("interpolationType", "intr", makeIffTag("INTR")) {
     frequency.setNativeDefaultData(1);
     noiseRatio.setNativeDefaultData(0.707);
@@ -17,8 +18,8 @@ TdnVSTdynTurbulence::TdnVSTdynTurbulence()
 
 void TdnVSTdynTurbulence::appendAttributes(TattributeList& list) {
     TdnVSTdynField::appendAttributes(list);
-    for (Tattribute* a : std::initializer_list<Tattribute*>{&frequency, &phaseX, &phaseY, &phaseZ, &noiseLevel,
-                                                            &noiseRatio, &interpolationType})
+    for (Tattribute* a : std::initializer_list<Tattribute*>{&frequency, &phaseX, &phaseY, &phaseZ,
+                                                            &noiseLevel, &noiseRatio, &interpolationType})
         list.addAttribute(a);
 }
 
@@ -26,7 +27,9 @@ namespace {
 constexpr std::uint32_t kMul[3][3] = {{67, 59, 71}, {73, 79, 83}, {89, 97, 101}};
 
 // Lattice coordinate of a double, wrapped to 32 bits the way the hash sees it.
-inline std::uint32_t cell(double v) { return static_cast<std::uint32_t>(static_cast<std::int64_t>(std::floor(v))); }
+inline std::uint32_t cell(double v) {
+    return static_cast<std::uint32_t>(static_cast<std::int64_t>(std::floor(v)));
+}
 
 inline double hashValue(std::uint32_t ix, std::uint32_t iy, std::uint32_t iz, int c) {
     std::uint32_t n = kMul[c][0] * ix + kMul[c][1] * iy + kMul[c][2] * iz;
@@ -41,8 +44,8 @@ inline double parabola(double a0, double a1, double a2, double t) {
 } // namespace
 
 double TdynTurbulence::latticeValue(std::int32_t ix, std::int32_t iy, std::int32_t iz, int component) {
-    return hashValue(static_cast<std::uint32_t>(ix), static_cast<std::uint32_t>(iy), static_cast<std::uint32_t>(iz),
-                     component);
+    return hashValue(static_cast<std::uint32_t>(ix), static_cast<std::uint32_t>(iy),
+                     static_cast<std::uint32_t>(iz), component);
 }
 
 T4dDblVector TdynTurbulence::noiseLinear(const T4dDblVector& q) {
@@ -54,10 +57,12 @@ T4dDblVector TdynTurbulence::noiseLinear(const T4dDblVector& q) {
         double v[2][2][2];
         for (int k = 0; k < 2; ++k)
             for (int j = 0; j < 2; ++j)
-                for (int i = 0; i < 2; ++i) v[k][j][i] = hashValue(ix + i, iy + j, iz + k, c);
+                for (int i = 0; i < 2; ++i)
+                    v[k][j][i] = hashValue(ix + i, iy + j, iz + k, c);
         double yz[2][2];
         for (int k = 0; k < 2; ++k)
-            for (int j = 0; j < 2; ++j) yz[k][j] = v[k][j][0] + fx * (v[k][j][1] - v[k][j][0]);
+            for (int j = 0; j < 2; ++j)
+                yz[k][j] = v[k][j][0] + fx * (v[k][j][1] - v[k][j][0]);
         const double z0 = yz[0][0] + fy * (yz[0][1] - yz[0][0]);
         const double z1 = yz[1][0] + fy * (yz[1][1] - yz[1][0]);
         out[c] = z0 + fz * (z1 - z0);
@@ -79,7 +84,8 @@ T4dDblVector TdynTurbulence::noiseQuadratic(const T4dDblVector& q) {
                                         hashValue(ix + 1, y, z, c), tx);
             }
         double alongZ[3];
-        for (int k = 0; k < 3; ++k) alongZ[k] = parabola(alongY[k][0], alongY[k][1], alongY[k][2], ty);
+        for (int k = 0; k < 3; ++k)
+            alongZ[k] = parabola(alongY[k][0], alongY[k][1], alongY[k][2], ty);
         out[c] = parabola(alongZ[0], alongZ[1], alongZ[2], tz);
     }
     return out;
@@ -103,7 +109,8 @@ bool TdynTurbulence::apply(TdynPointReceptor& r, int, bool) {
     auto* vs = sVsData();
     TdataBlock& block = lawBlock();
     const double freq = block.inputValue(&vs->frequency).asDouble();
-    const T4dDblVector phase{block.inputValue(&vs->phaseX).asDouble(), block.inputValue(&vs->phaseY).asDouble(),
+    const T4dDblVector phase{block.inputValue(&vs->phaseX).asDouble(),
+                             block.inputValue(&vs->phaseY).asDouble(),
                              block.inputValue(&vs->phaseZ).asDouble()};
     const int octaves = block.inputValue(&vs->noiseLevel).asInt();
     const double ratio = block.inputValue(&vs->noiseRatio).asDouble();
@@ -114,7 +121,8 @@ bool TdynTurbulence::apply(TdynPointReceptor& r, int, bool) {
     constexpr double kLimit = 2147483647.0;
     // The lattice works on 32-bit integers: points beyond it give no force.
     auto onLattice = [](const T4dDblVector& q) {
-        return q.x >= -kLimit && q.x <= kLimit && q.y >= -kLimit && q.y <= kLimit && q.z >= -kLimit && q.z <= kLimit;
+        return q.x >= -kLimit && q.x <= kLimit && q.y >= -kLimit && q.y <= kLimit && q.z >= -kLimit &&
+               q.z <= kLimit;
     };
     return dispatchFieldLoop(f.useMaxDistance, a > 0, [=, &r, &f]<bool kUseMax, bool kAtten>() {
         for (int i = static_cast<int>(r.count()) - 1; i >= 0; --i) {

@@ -19,15 +19,17 @@ const char* const kOffShort[] = {"tox", "toy", "toz"};
 TdnVSTdynVolumeAxis::TdnVSTdynVolumeAxis()
     : invertAttenuation("invertAttenuation", "ia", makeIffTag("INVA")),
       awayFromCenter("awayFromCenter", "afc", makeIffTag("AFCE")),
-      awayFromAxis("awayFromAxis", "afa", makeIffTag("AFAX")), alongAxis("alongAxis", "alx", makeIffTag("ALXI")),
-      aroundAxis("aroundAxis", "arx", makeIffTag("ARXI")),
+      awayFromAxis("awayFromAxis", "afa", makeIffTag("AFAX")),
+      alongAxis("alongAxis", "alx", makeIffTag("ALXI")), aroundAxis("aroundAxis", "arx", makeIffTag("ARXI")),
       directionalSpeed("directionalSpeed", "drs", makeIffTag("DRSP")),
       direction("direction", "d", makeIffTag("DIRN"), kDirNames, kDirShort),
-      displaySpeed("displaySpeed", "dss", makeIffTag("DSPS")), turbulence("turbulence", "trb", makeIffTag("TRBL")),
+      displaySpeed("displaySpeed", "dss", makeIffTag("DSPS")),
+      turbulence("turbulence", "trb", makeIffTag("TRBL")),
       turbulenceSpeed("turbulenceSpeed", "trs", makeIffTag("TRSP")),
       turbulenceFrequency("turbulenceFrequency", "tf", makeIffTag("TFRQ"), kFreqNames, kFreqShort),
       turbulenceOffset("turbulenceOffset", "to", makeIffTag("TOFF"), kOffNames, kOffShort),
-      detailTurbulence("detailTurbulence", "dtr", makeIffTag("DTRB")), time("time", "tim", makeIffTag("STIM")) {
+      detailTurbulence("detailTurbulence", "dtr", makeIffTag("DTRB")),
+      time("time", "tim", makeIffTag("STIM")) {
     awayFromCenter.setNativeDefaultData(1);
     awayFromAxis.setNativeDefaultData(1);
     direction.setNativeDefaultData(1, 0, 0);
@@ -40,8 +42,8 @@ void TdnVSTdynVolumeAxis::appendAttributes(TattributeList& list) {
     TdnVSTdynField::appendAttributes(list);
     for (Tattribute* a : std::initializer_list<Tattribute*>{
              &invertAttenuation, &awayFromCenter, &awayFromAxis, &alongAxis, &aroundAxis, &directionalSpeed,
-             &direction, &displaySpeed, &turbulence, &turbulenceSpeed, &turbulenceFrequency, &turbulenceOffset,
-             &detailTurbulence, &time})
+             &direction, &displaySpeed, &turbulence, &turbulenceSpeed, &turbulenceFrequency,
+             &turbulenceOffset, &detailTurbulence, &time})
         list.addAttribute(a);
 }
 
@@ -59,8 +61,9 @@ bool TdynVolumeAxis::apply(TdynPointReceptor& r, int, bool) {
     const TdynVolumePrimitive* prim = f.primitive;
     const TdynVolumeMatrix& M = f.volumeMatrix;
 
-    const T4dDblVector dir = f.worldMatrix.transformVector(block.inputValue(&vs->direction).asVector()).normal() *
-                             block.inputValue(&vs->directionalSpeed).asDouble();
+    const T4dDblVector dir =
+        f.worldMatrix.transformVector(block.inputValue(&vs->direction).asVector()).normal() *
+        block.inputValue(&vs->directionalSpeed).asDouble();
     const double away = (shape == 1 || shape == 2) ? block.inputValue(&vs->awayFromCenter).asDouble()
                                                    : block.inputValue(&vs->awayFromAxis).asDouble();
     const double along = block.inputValue(&vs->alongAxis).asDouble();

@@ -4,7 +4,9 @@
 #include <cstdlib>
 
 namespace {
-double rowLength(const T4dDblMatrix& m, int r) { return std::sqrt(m[r][0] * m[r][0] + m[r][1] * m[r][1] + m[r][2] * m[r][2]); }
+double rowLength(const T4dDblMatrix& m, int r) {
+    return std::sqrt(m[r][0] * m[r][0] + m[r][1] * m[r][1] + m[r][2] * m[r][2]);
+}
 } // namespace
 
 TdynVolumeMatrix::TdynVolumeMatrix(const T4dDblMatrix& m) : matrix(m), inverse(m.inverse()), rotation(m) {
@@ -12,14 +14,16 @@ TdynVolumeMatrix::TdynVolumeMatrix(const T4dDblMatrix& m) : matrix(m), inverse(m
     scale = {rowLength(m, 0), rowLength(m, 1), rowLength(m, 2)};
     for (int r = 0; r < 3; ++r)
         if (scale[r] > 1e-10)
-            for (int c = 0; c < 3; ++c) rotation[r][c] /= scale[r];
+            for (int c = 0; c < 3; ++c)
+                rotation[r][c] /= scale[r];
     rotation.setTranslation({});
 }
 
 // ---- base ----
 
 double TdynVolumePrimitive::volume(const TdynVolumeMatrix& matrix) const {
-    return std::fabs(matrix.scale.x) * std::fabs(matrix.scale.y) * std::fabs(matrix.scale.z) * basePrimitiveVolume();
+    return std::fabs(matrix.scale.x) * std::fabs(matrix.scale.y) * std::fabs(matrix.scale.z) *
+           basePrimitiveVolume();
 }
 
 double TdynVolumePrimitive::volumeScaleOfBasePrimitive(const TdynVolumeMatrix& matrix) const {
@@ -28,7 +32,9 @@ double TdynVolumePrimitive::volumeScaleOfBasePrimitive(const TdynVolumeMatrix& m
     return volume(matrix) / base;
 }
 
-TboundingBox TdynVolumePrimitive::boundingBox() const { return TboundingBox({-1, -1, -1}, {1, 1, 1}); }
+TboundingBox TdynVolumePrimitive::boundingBox() const {
+    return TboundingBox({-1, -1, -1}, {1, 1, 1});
+}
 
 double TdynVolumePrimitive::distanceFromAxis(const T4dDblPoint& point, const TdynVolumeMatrix& matrix) const {
     const T4dDblVector l = matrix.toLocal(point);
@@ -56,7 +62,8 @@ T4dDblPoint TdynVolumePrimitive::randomPointInVolumeFromStream(unsigned short ra
     return matrix.toWorld(randomPointInVolumeFromStreamWarp(randomState, matrix));
 }
 
-T4dDblVector TdynVolumePrimitive::localDirectionToWorld(const T4dDblVector& local, const TdynVolumeMatrix& matrix) {
+T4dDblVector TdynVolumePrimitive::localDirectionToWorld(const T4dDblVector& local,
+                                                        const TdynVolumeMatrix& matrix) {
     return matrix.rotation.transformVector(local.normal()).normal();
 }
 
@@ -67,8 +74,10 @@ void TdynVolumeSwept::setSweep(double degrees) {
     // A full turn stored as radians to a few decimals (the field's 6.28319) lands a hair above 360 degrees:
     // it still means the whole solid, not a sliver.
     if (degrees > 360 && degrees < 360 + 1e-3) degrees = 360;
-    while (degrees > 360) degrees -= 360;
-    while (degrees < 0) degrees += 360;
+    while (degrees > 360)
+        degrees -= 360;
+    while (degrees < 0)
+        degrees += 360;
     fSweep = degrees;
     fSweepRad = degrees * 3.14159265359 * 0.00555555555556;
 }
@@ -88,7 +97,9 @@ void TdynVolumeSwept::includeSweepPoints(TboundingBox& box, double r, double y) 
 
 // ---- cube ----
 
-TboundingBox TdynVolumeCube::boundingBox() const { return TboundingBox({-1, -1, -1}, {1, 1, 1}); }
+TboundingBox TdynVolumeCube::boundingBox() const {
+    return TboundingBox({-1, -1, -1}, {1, 1, 1});
+}
 
 bool TdynVolumeCube::isPointInVolume(const T4dDblPoint& point, const TdynVolumeMatrix& matrix) const {
     return isPointInBoundingBox(point, matrix);
@@ -99,9 +110,12 @@ T4dDblVector TdynVolumeCube::vectorFromPointInVolume(TdynVolumeVectorType type, 
     if (testInside && !isPointInVolume(point, matrix)) return {};
     const T4dDblVector l = matrix.toLocal(point);
     switch (type) {
-    case kVolumeAway: return localDirectionToWorld(l, matrix);
-    case kVolumeAlong: return localDirectionToWorld({0, 1, 0}, matrix);
-    case kVolumeAround: return localDirectionToWorld({l.z, 0, -l.x}, matrix);
+    case kVolumeAway:
+        return localDirectionToWorld(l, matrix);
+    case kVolumeAlong:
+        return localDirectionToWorld({0, 1, 0}, matrix);
+    case kVolumeAround:
+        return localDirectionToWorld({l.z, 0, -l.x}, matrix);
     }
     return {};
 }
@@ -134,13 +148,17 @@ bool TdynVolumeSphere::isPointInVolume(const T4dDblPoint& point, const TdynVolum
 }
 
 T4dDblVector TdynVolumeSphere::vectorFromPointInVolume(TdynVolumeVectorType type, const T4dDblPoint& point,
-                                                       const TdynVolumeMatrix& matrix, bool testInside) const {
+                                                       const TdynVolumeMatrix& matrix,
+                                                       bool testInside) const {
     if (testInside && !isPointInVolume(point, matrix)) return {};
     const T4dDblVector l = matrix.toLocal(point);
     switch (type) {
-    case kVolumeAway: return localDirectionToWorld(l, matrix);
-    case kVolumeAlong: return localDirectionToWorld({0, 1, 0}, matrix);
-    case kVolumeAround: return localDirectionToWorld({l.z, 0, -l.x}, matrix);
+    case kVolumeAway:
+        return localDirectionToWorld(l, matrix);
+    case kVolumeAlong:
+        return localDirectionToWorld({0, 1, 0}, matrix);
+    case kVolumeAround:
+        return localDirectionToWorld({l.z, 0, -l.x}, matrix);
     }
     return {};
 }
@@ -161,7 +179,8 @@ T4dDblPoint TdynVolumeSphere::randomPointInVolumeFromStreamWarp(unsigned short r
     const double ph = std::acos(1 - 2 * u1);
     const double az = fSweepRad * u2;
     const double rr = std::pow(u3, 0.3333333333);
-    return matrix.toWorld({std::cos(az) * std::sin(ph) * rr, std::cos(ph) * rr, std::sin(az) * std::sin(ph) * rr});
+    return matrix.toWorld(
+        {std::cos(az) * std::sin(ph) * rr, std::cos(ph) * rr, std::sin(az) * std::sin(ph) * rr});
 }
 
 // ---- cylinder ----
@@ -179,13 +198,17 @@ bool TdynVolumeCylinder::isPointInVolume(const T4dDblPoint& point, const TdynVol
 }
 
 T4dDblVector TdynVolumeCylinder::vectorFromPointInVolume(TdynVolumeVectorType type, const T4dDblPoint& point,
-                                                         const TdynVolumeMatrix& matrix, bool testInside) const {
+                                                         const TdynVolumeMatrix& matrix,
+                                                         bool testInside) const {
     if (testInside && !isPointInVolume(point, matrix)) return {};
     const T4dDblVector l = matrix.toLocal(point);
     switch (type) {
-    case kVolumeAway: return localDirectionToWorld({l.x, 0, l.z}, matrix);
-    case kVolumeAlong: return localDirectionToWorld({0, 1, 0}, matrix);
-    case kVolumeAround: return localDirectionToWorld({l.z, 0, -l.x}, matrix);
+    case kVolumeAway:
+        return localDirectionToWorld({l.x, 0, l.z}, matrix);
+    case kVolumeAlong:
+        return localDirectionToWorld({0, 1, 0}, matrix);
+    case kVolumeAround:
+        return localDirectionToWorld({l.z, 0, -l.x}, matrix);
     }
     return {};
 }
@@ -223,9 +246,12 @@ T4dDblVector TdynVolumeCone::vectorFromPointInVolume(TdynVolumeVectorType type, 
     if (testInside && !isPointInVolume(point, matrix)) return {};
     const T4dDblVector l = matrix.toLocal(point);
     switch (type) {
-    case kVolumeAway: return localDirectionToWorld({l.x, 0, l.z}, matrix);
-    case kVolumeAlong: return localDirectionToWorld(l, matrix);
-    case kVolumeAround: return localDirectionToWorld({l.z, 0, -l.x}, matrix);
+    case kVolumeAway:
+        return localDirectionToWorld({l.x, 0, l.z}, matrix);
+    case kVolumeAlong:
+        return localDirectionToWorld(l, matrix);
+    case kVolumeAround:
+        return localDirectionToWorld({l.z, 0, -l.x}, matrix);
     }
     return {};
 }
@@ -279,9 +305,12 @@ T4dDblVector TdynVolumeTorus::vectorFromPointInVolume(TdynVolumeVectorType type,
     const T4dDblVector ring = ringPoint(l);
     const T4dDblVector tangent = T4dDblVector{0, 1, 0}.cross(ring);
     switch (type) {
-    case kVolumeAway: return localDirectionToWorld(l - ring, matrix);
-    case kVolumeAlong: return localDirectionToWorld(tangent, matrix);
-    case kVolumeAround: return localDirectionToWorld(tangent.cross(l - ring), matrix);
+    case kVolumeAway:
+        return localDirectionToWorld(l - ring, matrix);
+    case kVolumeAlong:
+        return localDirectionToWorld(tangent, matrix);
+    case kVolumeAround:
+        return localDirectionToWorld(tangent.cross(l - ring), matrix);
     }
     return {};
 }

@@ -52,14 +52,17 @@ public:
     bool isPointInBoundingBox(const T4dDblPoint& point, const TdynVolumeMatrix& matrix) const {
         return boundingBox().contains(matrix.toLocal(point));
     }
-    bool isPointInBoundingBoxInverseMatrix(const T4dDblPoint& point, const T4dDblMatrix& inverseMatrix) const {
+    bool isPointInBoundingBoxInverseMatrix(const T4dDblPoint& point,
+                                           const T4dDblMatrix& inverseMatrix) const {
         return boundingBox().contains(inverseMatrix.transformPoint(point));
     }
     // What emitters call; `interrupted` is left false (one draw never runs long).
     T4dDblPoint randomPointInVolumeFromStreamWithInterrupt(unsigned short randomState[3], bool& interrupted,
-                                                           TdynVolumeMatrix matrix, Tcomputation* computation) const;
+                                                           TdynVolumeMatrix matrix,
+                                                           Tcomputation* computation) const;
     // Kept for outside callers: the matrix is applied twice.
-    T4dDblPoint randomPointInVolumeFromStream(unsigned short randomState[3], const TdynVolumeMatrix& matrix) const;
+    T4dDblPoint randomPointInVolumeFromStream(unsigned short randomState[3],
+                                              const TdynVolumeMatrix& matrix) const;
 
 protected:
     // Direction from local to world: rotation only, unit length.

@@ -22,7 +22,8 @@ struct Points {
     std::vector<double> x, y, z;
     T4dDblVectorArray positions, velocities;
     TdoubleArray masses;
-    Points() : x(kPoints), y(kPoints), z(kPoints), positions(kPoints), velocities(kPoints), masses(kPoints, 1.0) {
+    Points()
+        : x(kPoints), y(kPoints), z(kPoints), positions(kPoints), velocities(kPoints), masses(kPoints, 1.0) {
         // A lattice of points spread over a 20-unit cube, some outside the reach of 15.
         for (unsigned i = 0; i < kPoints; ++i) {
             x[i] = (i % 100) * 0.2 - 10;
@@ -85,7 +86,8 @@ void BM_PlainTurbulence(benchmark::State& state) {
     std::vector<double> fx(kPoints), fy(kPoints), fz(kPoints);
     const std::uint32_t mul[3][3] = {{67, 59, 71}, {73, 79, 83}, {89, 97, 101}};
     for (auto _ : state) {
-        for (unsigned i = 0; i < kPoints; ++i) fx[i] = fy[i] = fz[i] = 0;
+        for (unsigned i = 0; i < kPoints; ++i)
+            fx[i] = fy[i] = fz[i] = 0;
         for (unsigned i = kPoints; i-- > 0;) {
             const double qx = p.x[i], qy = p.y[i], qz = p.z[i];
             const double x0 = std::floor(qx), y0 = std::floor(qy), z0 = std::floor(qz);
@@ -96,13 +98,17 @@ void BM_PlainTurbulence(benchmark::State& state) {
             double out[3];
             for (int c = 0; c < 3; ++c) {
                 const std::uint32_t A = mul[c][0], B = mul[c][1], C = mul[c][2];
-                const double a00 = lattice(ix, iy, iz, A, B, C) + tx * (lattice(ix + 1, iy, iz, A, B, C) - lattice(ix, iy, iz, A, B, C));
-                const double a10 = lattice(ix, iy + 1, iz, A, B, C) +
-                                   tx * (lattice(ix + 1, iy + 1, iz, A, B, C) - lattice(ix, iy + 1, iz, A, B, C));
-                const double a01 = lattice(ix, iy, iz + 1, A, B, C) +
-                                   tx * (lattice(ix + 1, iy, iz + 1, A, B, C) - lattice(ix, iy, iz + 1, A, B, C));
-                const double a11 = lattice(ix, iy + 1, iz + 1, A, B, C) +
-                                   tx * (lattice(ix + 1, iy + 1, iz + 1, A, B, C) - lattice(ix, iy + 1, iz + 1, A, B, C));
+                const double a00 = lattice(ix, iy, iz, A, B, C) +
+                                   tx * (lattice(ix + 1, iy, iz, A, B, C) - lattice(ix, iy, iz, A, B, C));
+                const double a10 =
+                    lattice(ix, iy + 1, iz, A, B, C) +
+                    tx * (lattice(ix + 1, iy + 1, iz, A, B, C) - lattice(ix, iy + 1, iz, A, B, C));
+                const double a01 =
+                    lattice(ix, iy, iz + 1, A, B, C) +
+                    tx * (lattice(ix + 1, iy, iz + 1, A, B, C) - lattice(ix, iy, iz + 1, A, B, C));
+                const double a11 =
+                    lattice(ix, iy + 1, iz + 1, A, B, C) +
+                    tx * (lattice(ix + 1, iy + 1, iz + 1, A, B, C) - lattice(ix, iy + 1, iz + 1, A, B, C));
                 const double b0 = a00 + ty * (a10 - a00), b1 = a01 + ty * (a11 - a01);
                 out[c] = b0 + tz * (b1 - b0);
             }
@@ -134,7 +140,8 @@ void BM_PlainRadial(benchmark::State& state) {
     volatile double settings[3] = {5, 15, 1};
     const double u = settings[0], R = settings[1], a = settings[2];
     for (auto _ : state) {
-        for (unsigned i = 0; i < kPoints; ++i) fx[i] = fy[i] = fz[i] = 0;
+        for (unsigned i = 0; i < kPoints; ++i)
+            fx[i] = fy[i] = fz[i] = 0;
         for (unsigned i = kPoints; i-- > 0;) {
             const double d = std::sqrt(p.x[i] * p.x[i] + p.y[i] * p.y[i] + p.z[i] * p.z[i]);
             if (d > R) continue;
@@ -165,7 +172,8 @@ void BM_PlainVortex(benchmark::State& state) {
     const double x = settings[0], y = settings[1], z = settings[2], angle = settings[3];
     const double c = std::cos(angle), sn = std::sqrt(1 - c * c), q = 1 - c, inv = 1 / kStep;
     for (auto _ : state) {
-        for (unsigned i = 0; i < kPoints; ++i) fx[i] = fy[i] = fz[i] = 0;
+        for (unsigned i = 0; i < kPoints; ++i)
+            fx[i] = fy[i] = fz[i] = 0;
         for (unsigned i = kPoints; i-- > 0;) {
             const double rx = p.x[i], ry = p.y[i], rz = p.z[i];
             const double X = (x * x * q + c) * rx + (x * y * q - sn * z) * ry + (x * z * q + y * sn) * rz;

@@ -74,7 +74,8 @@ TEST_F(FieldCommandTest, CreationDefaultsOverrideTheNodesAndFlagsOverrideThem) {
 }
 
 TEST_F(FieldCommandTest, CommonFlagsSetReachVolumeAndPlace) {
-    ASSERT_TRUE(run("uniform -mxd 4 -att 2 -pv on -vsh torus -vsw 180 -tsr 0.25 -vof 1 2 3 -vex on -pos 5 6 7 -n u;"))
+    ASSERT_TRUE(
+        run("uniform -mxd 4 -att 2 -pv on -vsh torus -vsw 180 -tsr 0.25 -vof 1 2 3 -vex on -pos 5 6 7 -n u;"))
         << errors.str();
     EXPECT_EQ(num("u", "maxDistance"), 4);
     EXPECT_EQ(num("u", "useMaxDistance"), 1);
@@ -109,6 +110,22 @@ TEST_F(FieldCommandTest, AirPresetsComeFirstAndClampSpeed) {
     EXPECT_FALSE(run("air -q -fanSetup fan;"));
 }
 
+TEST_F(FieldCommandTest, AFieldMadeWithAGeometrySelectedBelongsToIt) {
+    ASSERT_TRUE(run("polyCube -n box; select -r box; radial -n r -m 1 -att 0;")) << errors.str();
+    TdynField* r = field("r");
+    ASSERT_NE(r->ownerShape(), nullptr);
+    EXPECT_EQ(r->ownerShape()->name(), "boxShape");
+    TdynFieldPtrArray found;
+    TdynField::getFields("r*", found);
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0], r);
+    // It acts from the cube's centroid, the origin: at (0, 3, 0) the push is rel itself.
+    T4dDblVectorArray out;
+    ASSERT_EQ(r->getForceAtPoint({{0, 3, 0}}, {}, {}, out, 0.1), 0);
+    EXPECT_NEAR(out[0].y, 3, 1e-12);
+    EXPECT_NEAR(out[0].x, 0, 1e-12);
+}
+
 TEST_F(FieldCommandTest, EditUndoRedoSwapsTheValues) {
     ASSERT_TRUE(run("vortex -n v -m 2;")) << errors.str();
     ASSERT_TRUE(run("vortex -e -m 7 -ay 0 -ax 1 v;")) << errors.str();
@@ -140,7 +157,8 @@ TEST_F(FieldCommandTest, BadInputIsAClearErrorAndMakesNothing) {
 }
 
 TEST_F(FieldCommandTest, FieldsMadeWithParticlesSelectedAndConnectDynamicJoinAtMatchingIndices) {
-    ASSERT_TRUE(run("particle -p 0 0 0 -n a; particle -p 1 0 0 -n b; select -r a b; gravity -n g;")) << errors.str();
+    ASSERT_TRUE(run("particle -p 0 0 0 -n a; particle -p 1 0 0 -n b; select -r a b; gravity -n g;"))
+        << errors.str();
     auto* a = TdynParticleShape::cast(session.graph().findNode("aShape"));
     auto* b = TdynParticleShape::cast(session.graph().findNode("bShape"));
     ASSERT_TRUE(a && b);

@@ -1,6 +1,7 @@
 // The field pipeline: output elements per client through the graph, chained
 // inputs, the query path's failures, source points from owners, and volumes.
 
+#include "Commands/TdynAir.h"
 #include "Commands/TdynGravity.h"
 #include "Commands/TdynRadial.h"
 #include "Commands/TdynUniform.h"
@@ -22,7 +23,8 @@ protected:
     }
     TdynUniform* uniform(const T4dDblVector& dir = {0, 1, 0}, double mag = 2) {
         auto* f = TdynUniform::cast(graph.createNode("uniformField"));
-        for (int k = 0; k < 3; ++k) f->setNumber(TdynUniform::saDirection()->children()[k], dir[k]);
+        for (int k = 0; k < 3; ++k)
+            f->setNumber(TdynUniform::saDirection()->children()[k], dir[k]);
         f->setMagnitude(mag);
         return f;
     }
@@ -50,7 +52,8 @@ protected:
     TmeshShape* meshWith(const std::vector<T4dDblVector>& points) {
         auto* m = TmeshShape::cast(graph.createNode("mesh"));
         TpolyMesh poly;
-        for (const T4dDblVector& p : points) poly.addPoint(p);
+        for (const T4dDblVector& p : points)
+            poly.addPoint(p);
         m->setMesh(poly);
         return m;
     }
@@ -98,7 +101,8 @@ TEST_F(FieldFrameworkTest, TwoChainedFieldsAddAndAShortChainCountsAsZero) {
     TdynUniform* second = uniform({0, 0, 1}, 3);
     feed(first, 0, {{0, 0, 0}}, {{}}, {1});
     feed(second, 0, {{0, 0, 0}, {2, 0, 0}}, {{}, {}}, {1, 1});
-    graph.connect(Tplug(first, &first->fieldVs()->outputForce, 0), Tplug(second, &second->fieldVs()->inputForce, 0));
+    graph.connect(Tplug(first, &first->fieldVs()->outputForce, 0),
+                  Tplug(second, &second->fieldVs()->inputForce, 0));
     Tdata keep;
     const T4dDblVectorArray* out = output(second, 0, keep);
     ASSERT_NE(out, nullptr);
@@ -173,7 +177,8 @@ TEST_F(FieldFrameworkTest, OwnersActFromEveryPointOrFromTheirCentroid) {
 
 TEST_F(FieldFrameworkTest, VolumesGateThePointsWithExclusionAndOffset) {
     auto* f = TdynGravity::cast(graph.createNode("gravityField"));
-    for (int k = 0; k < 3; ++k) f->setNumber(TdynGravity::saDirection()->children()[k], k == 1 ? -1 : 0);
+    for (int k = 0; k < 3; ++k)
+        f->setNumber(TdynGravity::saDirection()->children()[k], k == 1 ? -1 : 0);
     const T4dDblVectorArray pts{{0.5, 0, 0}, {3, 0, 0}};
     auto run = [&] {
         T4dDblVectorArray out;
@@ -210,6 +215,98 @@ TEST_F(FieldFrameworkTest, VolumesGateThePointsWithExclusionAndOffset) {
     EXPECT_TRUE(f->applyVolumeField({3, 0.2, 2})); // local (0, 0.1, 1), on the ring
     f->setNumber(TdynField::saVolumeSweep(), 3.14159265358979);
     EXPECT_NEAR(dynamic_cast<TdynVolumeTorus*>(f->volumePrimitive())->sweep(), 180, 1e-9);
+}
+
+} // namespace
+
+namespace {
+
+// Scene files hold these names and tags: a wrong one loses data.
+TEST(FieldNodes, TypesNamesShortNamesAndTagsAreThoseOfTheCatalogue) {
+    TdependGraph graph;
+    TdependGraph* previous = TdependGraph::hasCurrent() ? &TdependGraph::current() : nullptr;
+    TdependGraph::setCurrent(&graph);
+    struct Type {
+        const char *type, *tag, *base;
+    };
+    for (const Type& t :
+         {Type{"airField", "YAIR", "airField#"}, Type{"dragField", "YDRG", "dragField#"},
+          Type{"gravityField", "YGRA", "gravityField#"}, Type{"newtonField", "YNEW", "newtonField#"},
+          Type{"radialField", "YRAD", "radialField#"}, Type{"turbulenceField", "YTUR", "turbulenceField#"},
+          Type{"uniformField", "YUNI", "uniformField#"}, Type{"volumeAxisField", "YVXF", "volumeAxisField#"},
+          Type{"vortexField", "YVOR", "vortexField#"}}) {
+        auto* f = TdynField::cast(graph.createNode(t.type));
+        ASSERT_NE(f, nullptr) << t.type;
+        EXPECT_EQ(f->iffTag(), makeIffTag(t.tag)) << t.type;
+        EXPECT_STREQ(f->baseObjectName(), t.base);
+        EXPECT_TRUE(f->isA(Ttransform::sMetaclass()));
+    }
+    struct Row {
+        const char *type, *name, *shortName, *tag;
+        double def;
+    };
+    const Row rows[] = {
+        {"uniformField", "owner", "ow", "OWNR", 0},
+        {"uniformField", "fromWhere", "fw", "FRWH", 0},
+        {"uniformField", "subsetId", "sid", "SSID", -1},
+        {"uniformField", "positional", "psl", "PSNL", 1},
+        {"uniformField", "ownerCentroid", "ocd", "OCTD", 0},
+        {"uniformField", "ownerPosData", "opd", "OPDT", 0},
+        {"uniformField", "magnitude", "mag", "UMAG", 1},
+        {"uniformField", "attenuation", "att", "ATTN", 0},
+        {"uniformField", "maxDistance", "max", "MAXD", -1},
+        {"uniformField", "applyPerVertex", "apv", "APVX", 0},
+        {"uniformField", "useMaxDistance", "umd", "UMDI", 0},
+        {"uniformField", "inputData", "ind", "INPD", 0},
+        {"uniformField", "inputPositions", "inp", "INPP", 0},
+        {"uniformField", "deltaTime", "dt", "DELT", 0},
+        {"uniformField", "inputForce", "inf", "INPF", 0},
+        {"uniformField", "outputForce", "of", "OUTF", 0},
+        {"uniformField", "volumeShape", "vol", "VLMS", 0},
+        {"uniformField", "volumeExclusion", "vex", "VLEX", 0},
+        {"uniformField", "volumeOffset", "vfo", "VLFO", 0},
+        {"uniformField", "sectionRadius", "tsr", "VTSR", 0.5},
+        {"uniformField", "volumeSweep", "vsw", "VSWP", 6.28319},
+        {"uniformField", "direction", "d", "DIRN", 0},
+        {"uniformField", "inheritFactor", "inh", "UINH", 0},
+        {"dragField", "useDirection", "ud", "UDIR", 0},
+        {"newtonField", "minDistance", "min", "MIND", 0},
+        {"newtonField", "ownerMassData", "omd", "OMSD", 0},
+        {"radialField", "radialType", "typ", "TYPE", 0},
+        {"vortexField", "axis", "ax", "AXIS", 0},
+        {"airField", "speed", "spd", "SPED", 0},
+        {"airField", "inheritVelocity", "iv", "IVEL", 0},
+        {"airField", "componentOnly", "co", "CMPO", 0},
+        {"airField", "enableSpread", "es", "ESPD", 0},
+        {"airField", "inheritRotation", "ir", "IROT", 0},
+        {"turbulenceField", "frequency", "frq", "TFRQ", 1},
+        {"turbulenceField", "phaseY", "phy", "TPHS", 0},
+        {"turbulenceField", "noiseLevel", "nslv", "NSLE", 0},
+        {"turbulenceField", "noiseRatio", "nsrt", "NSRT", 0.707},
+        {"turbulenceField", "interpolationType", "intr", "INTR", 0},
+        {"volumeAxisField", "awayFromCenter", "afc", "AFCE", 1},
+        {"volumeAxisField", "directionX", "dx", "DIRX", 1},
+        {"volumeAxisField", "turbulenceSpeed", "trs", "TRSP", 0.2},
+        {"volumeAxisField", "turbulenceFrequencyZ", "tfz", "TFRZ", 1},
+        {"volumeAxisField", "displaySpeed", "dss", "DSPS", 1},
+        {"volumeAxisField", "time", "tim", "STIM", 0},
+    };
+    for (const Row& r : rows) {
+        TdependNode* n = graph.createNode(r.type);
+        Tattribute* a = n->attribute(r.name);
+        ASSERT_NE(a, nullptr) << r.type << "." << r.name;
+        EXPECT_EQ(a->shortName(), r.shortName) << r.name;
+        // Children of numeric compounds take their tag from the parent's naming; only named tags are checked.
+        if (std::string(r.name) != "directionX" && std::string(r.name) != "turbulenceFrequencyZ") {
+            EXPECT_EQ(a->tag(), makeIffTag(r.tag)) << r.name;
+        }
+        if (a->isNumeric()) {
+            EXPECT_DOUBLE_EQ(a->defaultNumber(), r.def) << r.name;
+        }
+        EXPECT_EQ(n->attribute(r.shortName), a) << r.shortName;
+    }
+    graph.clear();
+    TdependGraph::setCurrent(previous);
 }
 
 } // namespace

@@ -38,7 +38,8 @@ protected:
         return f;
     }
     static void setVec(TdynField* f, Tattribute3Double* a, const T4dDblVector& v) {
-        for (int k = 0; k < 3; ++k) f->setNumber(a->children()[k], v[k]);
+        for (int k = 0; k < 3; ++k)
+            f->setNumber(a->children()[k], v[k]);
     }
     static void reach(TdynField* f, double maxDistance, double attenuation) {
         f->setUseMaxDistance(true);
@@ -52,26 +53,29 @@ protected:
         EXPECT_EQ(f->getForceAtPoint(p, v, m, out, dt), 0);
         return out;
     }
-    static T4dDblVector force1(TdynField* f, const T4dDblVector& p, const T4dDblVector& v = {}, double dt = 1.0 / 24) {
+    static T4dDblVector force1(TdynField* f, const T4dDblVector& p, const T4dDblVector& v = {},
+                               double dt = 1.0 / 24) {
         return force(f, {p}, {v}, {}, dt)[0];
     }
     static void move(TdynField* f, const T4dDblVector& t) {
-        for (int k = 0; k < 3; ++k) f->setNumber(f->attribute(std::string("translate") + "XYZ"[k]), t[k]);
+        for (int k = 0; k < 3; ++k)
+            f->setNumber(f->attribute(std::string("translate") + "XYZ"[k]), t[k]);
     }
     static void scale(TdynField* f, double s) {
-        for (int k = 0; k < 3; ++k) f->setNumber(f->attribute(std::string("scale") + "XYZ"[k]), s);
+        for (int k = 0; k < 3; ++k)
+            f->setNumber(f->attribute(std::string("scale") + "XYZ"[k]), s);
     }
 
     TdependGraph graph;
     TdependGraph* fPrevious = nullptr;
 };
 
-#define EXPECT_VEC(actual, ex, ey, ez)                                                                         \
-    do {                                                                                                       \
-        const T4dDblVector v_ = (actual);                                                                      \
-        EXPECT_NEAR(v_.x, (ex), kTol);                                                                         \
-        EXPECT_NEAR(v_.y, (ey), kTol);                                                                         \
-        EXPECT_NEAR(v_.z, (ez), kTol);                                                                         \
+#define EXPECT_VEC(actual, ex, ey, ez)                                                                       \
+    do {                                                                                                     \
+        const T4dDblVector v_ = (actual);                                                                    \
+        EXPECT_NEAR(v_.x, (ex), kTol);                                                                       \
+        EXPECT_NEAR(v_.y, (ey), kTol);                                                                       \
+        EXPECT_NEAR(v_.z, (ez), kTol);                                                                       \
     } while (0)
 
 // ---- reach and falloff, shared by every law ----
@@ -203,7 +207,8 @@ TEST_F(FieldLawTest, VortexTurnsByOneStepAndANegativeMagnitudeOnlyFlipsTheSign) 
 TEST(FieldTurbulenceLattice, NodesHaveTheirHashedValuesAndTheFormsMeetThem) {
     // At the origin every component hashes n = 0: 1 - 1376312589 / 2^30.
     const double origin = 1.0 - 1376312589.0 / 1073741824.0;
-    for (int c = 0; c < 3; ++c) EXPECT_NEAR(TdynTurbulence::latticeValue(0, 0, 0, c), origin, 1e-15);
+    for (int c = 0; c < 3; ++c)
+        EXPECT_NEAR(TdynTurbulence::latticeValue(0, 0, 0, c), origin, 1e-15);
     // Values worked out separately in 64-bit arithmetic masked to 32 bits.
     EXPECT_NEAR(TdynTurbulence::latticeValue(2, 3, -1, 0), -0.8141412110999227, 1e-15);
     EXPECT_NEAR(TdynTurbulence::latticeValue(2, 3, -1, 1), -0.888026156462729, 1e-15);
@@ -223,8 +228,8 @@ TEST(FieldTurbulenceLattice, NodesHaveTheirHashedValuesAndTheFormsMeetThem) {
     EXPECT_NEAR(mid.x, (-0.8141412110999227 + -0.541531321592629) / 2, 1e-15);
     EXPECT_NEAR(mid.z, (0.018991890363395214 + -0.7130975918844342) / 2, 1e-15);
     // Linear at a quarter: three quarters of the first node.
-    EXPECT_NEAR(TdynTurbulence::noiseLinear({2.25, 3, -1}).y, 0.75 * -0.888026156462729 + 0.25 * -0.3942473651841283,
-                1e-15);
+    EXPECT_NEAR(TdynTurbulence::noiseLinear({2.25, 3, -1}).y,
+                0.75 * -0.888026156462729 + 0.25 * -0.3942473651841283, 1e-15);
 }
 
 TEST(FieldTurbulenceLattice, QuadraticIsContinuousAcrossCellBorders) {
@@ -234,10 +239,12 @@ TEST(FieldTurbulenceLattice, QuadraticIsContinuousAcrossCellBorders) {
             const double eps = 1e-9;
             const T4dDblVector below = TdynTurbulence::noiseQuadratic({border - eps, off.y, off.z});
             const T4dDblVector at = TdynTurbulence::noiseQuadratic({border, off.y, off.z});
-            for (int c = 0; c < 3; ++c) EXPECT_NEAR(below[c], at[c], 1e-7) << border;
+            for (int c = 0; c < 3; ++c)
+                EXPECT_NEAR(below[c], at[c], 1e-7) << border;
             const T4dDblVector belowY = TdynTurbulence::noiseQuadratic({off.x, border - eps, off.z});
             const T4dDblVector atY = TdynTurbulence::noiseQuadratic({off.x, border, off.z});
-            for (int c = 0; c < 3; ++c) EXPECT_NEAR(belowY[c], atY[c], 1e-7) << border;
+            for (int c = 0; c < 3; ++c)
+                EXPECT_NEAR(belowY[c], atY[c], 1e-7) << border;
         }
     // Off the nodes the quadratic form differs from the linear one: it really bends.
     const T4dDblVector q{2.5, 3.25, -0.5};
@@ -254,17 +261,20 @@ TEST_F(FieldLawTest, TurbulenceAddsOctavesAtPhaseAndFrequency) {
     f->setNumber(&TdynTurbulence::saVs()->phaseX, 2);
     f->setNumber(&TdynTurbulence::saVs()->phaseY, 3);
     f->setNumber(&TdynTurbulence::saVs()->phaseZ, -1);
-    EXPECT_VEC(force1(f, {0, 0, 0}), 2 * -0.8141412110999227, 2 * -0.888026156462729, 2 * 0.018991890363395214);
+    EXPECT_VEC(force1(f, {0, 0, 0}), 2 * -0.8141412110999227, 2 * -0.888026156462729,
+               2 * 0.018991890363395214);
     // Frequency 0.5 at point (2,0,0) with those phases: q = (2, 1.5, -0.5)... use an integer-landing one.
     f->setNumber(TdynTurbulence::saFrequency(), 0.5);
     f->setNumber(&TdynTurbulence::saVs()->phaseX, 0);
     f->setNumber(&TdynTurbulence::saVs()->phaseY, 0);
     f->setNumber(&TdynTurbulence::saVs()->phaseZ, 0);
-    EXPECT_VEC(force1(f, {4, 6, -2}), 2 * -0.8141412110999227, 2 * -0.888026156462729, 2 * 0.018991890363395214);
+    EXPECT_VEC(force1(f, {4, 6, -2}), 2 * -0.8141412110999227, 2 * -0.888026156462729,
+               2 * 0.018991890363395214);
     // One more level at ratio 0.5: node (2,3,-1) plus half of node (4,6,-2).
     f->setNumber(TdynTurbulence::saNoiseLevel(), 1);
     f->setNumber(TdynTurbulence::saNoiseRatio(), 0.5);
-    const T4dDblVector second{TdynTurbulence::latticeValue(4, 6, -2, 0), TdynTurbulence::latticeValue(4, 6, -2, 1),
+    const T4dDblVector second{TdynTurbulence::latticeValue(4, 6, -2, 0),
+                              TdynTurbulence::latticeValue(4, 6, -2, 1),
                               TdynTurbulence::latticeValue(4, 6, -2, 2)};
     EXPECT_VEC(force1(f, {4, 6, -2}), 2 * (-0.8141412110999227 + 0.5 * second.x),
                2 * (-0.888026156462729 + 0.5 * second.y), 2 * (0.018991890363395214 + 0.5 * second.z));

@@ -40,7 +40,8 @@ protected:
 TEST_F(FieldSceneTest, GravityFromRestFallsByTheSumOfItsSteps) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0; gravity -n g; connectDynamic -f g p;")) << errors.str();
     TdynParticleShape* p = shape("pShape");
-    for (int f = 2; f <= 25; ++f) frame(f);
+    for (int f = 2; f <= 25; ++f)
+        frame(f);
     // 24 steps: v_k = -9.8 dt k, y = sum v_k dt = -9.8 dt^2 * 24 * 25 / 2. A few dozen roundings: 1e-12.
     EXPECT_NEAR(get(p, "position", 0).y, -9.8 * kFrame * kFrame * 24 * 25 / 2, 1e-12);
     EXPECT_NEAR(get(p, "velocity", 0).y, -9.8 * kFrame * 24, 1e-12);
@@ -71,7 +72,8 @@ TEST_F(FieldSceneTest, DragAloneScalesTheSpeedEachStep) {
 TEST_F(FieldSceneTest, TwoConnectedFieldsAdd) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0; select -r p; gravity -n g; uniform -n u -m 2;")) << errors.str();
     TdynParticleShape* p = shape("pShape");
-    for (int f = 2; f <= 25; ++f) frame(f);
+    for (int f = 2; f <= 25; ++f)
+        frame(f);
     const double sum = kFrame * kFrame * 24 * 25 / 2;
     const T4dDblVector q = get(p, "position", 0);
     EXPECT_NEAR(q.x, 2 * sum, 1e-12);

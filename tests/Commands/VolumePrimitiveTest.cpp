@@ -14,7 +14,9 @@ constexpr double kPi = 3.14159265358979;
 const TdynVolumeMatrix kIdentity{T4dDblMatrix()};
 
 // A point at polar angle `rad` (from +x towards +z) and radius r, height y.
-T4dDblVector atAngle(double rad, double r = 0.5, double y = 0) { return {std::cos(rad) * r, y, std::sin(rad) * r}; }
+T4dDblVector atAngle(double rad, double r = 0.5, double y = 0) {
+    return {std::cos(rad) * r, y, std::sin(rad) * r};
+}
 
 TEST(VolumeSweep, AnglesAreBroughtIntoOneTurnAndTheGateHasASmallSlack) {
     TdynVolumeSphere s;
@@ -49,7 +51,7 @@ TEST(VolumeInside, EachSolidAcceptsItsInteriorAndRefusesJustOutside) {
     EXPECT_FALSE(cube.isPointInVolume({1.001, 0, 0}, kIdentity));
 
     TdynVolumeSphere sphere;
-    EXPECT_TRUE(sphere.isPointInVolume({0.6, 0.6, 0.5}, kIdentity)); // |p| = 0.9887
+    EXPECT_TRUE(sphere.isPointInVolume({0.6, 0.6, 0.5}, kIdentity));  // |p| = 0.9887
     EXPECT_FALSE(sphere.isPointInVolume({0.6, 0.6, 0.6}, kIdentity)); // |p| = 1.039
 
     TdynVolumeCylinder cyl;
@@ -61,7 +63,7 @@ TEST(VolumeInside, EachSolidAcceptsItsInteriorAndRefusesJustOutside) {
     EXPECT_TRUE(cone.isPointInVolume({0, 0.5, 0}, kIdentity));
     EXPECT_EQ(cone.distanceFromAxisRatio({0, 0.5, 0}, kIdentity, true), 0);
     EXPECT_EQ(cone.distanceFromAxisRatio({0, 0, 0}, kIdentity, false), 0);
-    EXPECT_TRUE(cone.isPointInVolume({0.3, 0.5, 0.3}, kIdentity)); // radius 0.424 < 0.5
+    EXPECT_TRUE(cone.isPointInVolume({0.3, 0.5, 0.3}, kIdentity));  // radius 0.424 < 0.5
     EXPECT_FALSE(cone.isPointInVolume({0.4, 0.5, 0.4}, kIdentity)); // radius 0.566 > 0.5
     EXPECT_FALSE(cone.isPointInVolume({0, -0.1, 0}, kIdentity));
 
@@ -147,9 +149,12 @@ TEST(VolumeVectors, DirectionsAreUnitAndFollowTheTable) {
     TdynVolumeTorus t;
     // At (1.2, 0, 0): ring point (1,0,0); away (1,0,0); along (0,1,0)x(1,0,0) = (0,0,-1);
     // around (0,0,-1) x (0.2,0,0) normalised = (0,-1,0).
-    EXPECT_TRUE(t.vectorFromPointInVolume(kVolumeAway, {1.2, 0, 0}, kIdentity, true).isEquivalent({1, 0, 0}, 1e-12));
-    EXPECT_TRUE(t.vectorFromPointInVolume(kVolumeAlong, {1.2, 0, 0}, kIdentity, true).isEquivalent({0, 0, -1}, 1e-12));
-    EXPECT_TRUE(t.vectorFromPointInVolume(kVolumeAround, {1.2, 0, 0}, kIdentity, true).isEquivalent({0, -1, 0}, 1e-12));
+    EXPECT_TRUE(
+        t.vectorFromPointInVolume(kVolumeAway, {1.2, 0, 0}, kIdentity, true).isEquivalent({1, 0, 0}, 1e-12));
+    EXPECT_TRUE(t.vectorFromPointInVolume(kVolumeAlong, {1.2, 0, 0}, kIdentity, true)
+                    .isEquivalent({0, 0, -1}, 1e-12));
+    EXPECT_TRUE(t.vectorFromPointInVolume(kVolumeAround, {1.2, 0, 0}, kIdentity, true)
+                    .isEquivalent({0, -1, 0}, 1e-12));
 
     // Scale and translation do not reach a direction; rotation does. Rotate 90 degrees about z: x -> y.
     T4dDblMatrix m = TxformMatrix::rotationMatrix({0, 0, 90}, TxformMatrix::kXYZ) * T4dDblMatrix::scaling(3);
@@ -206,7 +211,8 @@ TEST(VolumeRandom, DrawsLandInsideTheirSolidAndRepeat) {
         unsigned short state[3] = {1, 2, 3};
         int inside = 0;
         const int n = 3000;
-        for (int i = 0; i < n; ++i) inside += s->isPointInVolume(s->randomPointInVolumeFromStreamWarp(state, at), at);
+        for (int i = 0; i < n; ++i)
+            inside += s->isPointInVolume(s->randomPointInVolumeFromStreamWarp(state, at), at);
         // The inside tests are exact up to rounding at the surface; allow a handful of points on it.
         EXPECT_GE(inside, n - 3) << "shape " << index;
         unsigned short a[3] = {7, 8, 9}, b[3] = {7, 8, 9};
@@ -219,7 +225,8 @@ TEST(VolumeRandom, DrawsLandInsideTheirSolidAndRepeat) {
     fat.setSectionRadius(1.5);
     unsigned short state[3] = {4, 5, 6};
     int inside = 0;
-    for (int i = 0; i < 2000; ++i) inside += fat.isPointInVolume(fat.randomPointInVolumeFromStreamWarp(state, kIdentity), kIdentity);
+    for (int i = 0; i < 2000; ++i)
+        inside += fat.isPointInVolume(fat.randomPointInVolumeFromStreamWarp(state, kIdentity), kIdentity);
     EXPECT_GE(inside, 1997);
 
     // The outside-caller form applies the matrix twice.

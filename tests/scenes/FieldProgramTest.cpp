@@ -19,7 +19,8 @@ std::vector<double> resultNumbers(const std::string& out, std::size_t from = 0) 
     if (end == std::string::npos) return v;
     std::istringstream in(std::string(out, begin, end - begin));
     double x;
-    while (in >> x) v.push_back(x);
+    while (in >> x)
+        v.push_back(x);
     return v;
 }
 
@@ -28,7 +29,8 @@ TEST(FieldProgram, AParticleFallsUnderGravityFrameByFrame) {
                                      "for ($f = 2; $f <= 25; $f++) currentTime $f;"
                                      "getParticleAttr -at position p;"});
     ASSERT_EQ(r.status, 0) << r.err;
-    // Each command that returns something prints a result: the gravity's name, connectDynamic's list, the position.
+    // Each command that returns something prints a result: the gravity's name, connectDynamic's list, the
+    // position.
     const std::size_t last = r.out.rfind("// Result: ");
     const std::vector<double> p = resultNumbers(r.out, last);
     ASSERT_EQ(p.size(), 3u) << r.out;
@@ -47,13 +49,15 @@ TEST(FieldProgram, TheFieldsExampleRunsAndMovesItsParticles) {
 }
 
 TEST(FieldProgram, BadFieldInputStopsTheScriptWithAMessage) {
-    std::string script = writeScript("badfield.mls", "particle -n p;\nuniform -vsh blob;\nprint \"after\\n\";\n");
+    std::string script =
+        writeScript("badfield.mls", "particle -n p;\nuniform -vsh blob;\nprint \"after\\n\";\n");
     ProgramRun r = runProgram({script});
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.err.find("badfield.mls:2: uniform: unknown volume shape 'blob'"), std::string::npos) << r.err;
     EXPECT_EQ(r.out.find("after"), std::string::npos);
 
-    r = runProgram({"-c", "particle -n p; gravity -n g; createNode transform -n box; connectDynamic -f g box;"});
+    r = runProgram(
+        {"-c", "particle -n p; gravity -n g; createNode transform -n box; connectDynamic -f g box;"});
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.err.find("connectDynamic: 'box' is not a dynamic object"), std::string::npos) << r.err;
 }
