@@ -710,12 +710,12 @@ bool Inductive::pivot_loop(bool from_warm) {
         // The count is per driving row: a big island legitimately needs many
         // pivots in all, but one row needing this many is cycling. Cycling among
         // rows is caught by a bound on the whole: each row enters and leaves a
-        // couple of times at most in a healthy solve.
+        // few times at most in a healthy solve.
         if (d != driving) {
             driving = d;
             count = 0;
         }
-        if (++count > 200 || ++total > 2 * n_ + 200) return false;
+        if (++count > 200 || ++total > 4 * n_ + 200) return false;
         ++report.pivots;
         ++totals.pivots;
         rebasis();
