@@ -508,10 +508,20 @@ void Poly3dPoly3dSeparator::make_contact() {
         count = out;
     }
     const RigidBody* owner_body = face_on_first ? r1 : r2;
+    // Clipping a slightly turned face leaves points a hair apart near the
+    // corners; a second contact there is only a dependent row, so points
+    // closer than the band to one already taken are dropped.
+    triple taken[64];
+    int n_taken = 0;
     for (int i = 0; i < count; ++i) {
         const triple& p = poly_buf[cur][i];
         double depth = nf.dot(p) - off;
         if (depth > T) continue;
+        bool near = false;
+        for (int j = 0; j < n_taken && !near; ++j)
+            near = (taken[j] - p).length() < T;
+        if (near) continue;
+        taken[n_taken++] = p;
         triple proj = p - nf * depth;
         triple n = face_on_first ? -nf : nf;
         triple p1 = face_on_first ? proj : p, p2 = face_on_first ? p : proj;
