@@ -37,9 +37,15 @@ std::string TdependGraph::uniqueName(const std::string& wanted, const TdependNod
     std::string base = wanted;
     while (!base.empty() && std::isdigit(static_cast<unsigned char>(base.back()))) base.pop_back();
     if (base.empty()) base = "node";
-    for (unsigned n = 1;; ++n) {
+    unsigned& next = fNextSuffix[base];
+    if (next == 0) next = 1;
+    // A name freed below the hint is not reused; names only need to be unique.
+    for (unsigned n = next;; ++n) {
         std::string candidate = base + std::to_string(n);
-        if (!taken(candidate)) return candidate;
+        if (!taken(candidate)) {
+            next = n;
+            return candidate;
+        }
     }
 }
 
@@ -58,7 +64,7 @@ TdependNode* TdependGraph::addNode(std::unique_ptr<TdependNode> node, const std:
     n->setNameInternal(uniqueName(name));
     fByName[n->name()] = n;
     fOrder.push_back(n);
-    fOwned.push_back(std::move(node));
+    fOwned.emplace(n, std::move(node));
     n->addToGraph();
     n->postConstructor();
     if (nodeListener) nodeListener(n, true);
@@ -75,15 +81,15 @@ std::unique_ptr<TdependNode> TdependGraph::detachNode(TdependNode* node) {
     for (auto& [s, d] : links) disconnect(s, d);
     node->aboutToDelete();
     fByName.erase(node->name());
-    fOrder.erase(std::remove(fOrder.begin(), fOrder.end(), node), fOrder.end());
+    // Searched from the back: clearing a scene removes the newest first.
+    if (auto it = std::find(fOrder.rbegin(), fOrder.rend(), node); it != fOrder.rend())
+        fOrder.erase(std::next(it).base());
     if (node == fTimeNode) fTimeNode = nullptr;
     std::unique_ptr<TdependNode> out;
-    for (auto it = fOwned.begin(); it != fOwned.end(); ++it)
-        if (it->get() == node) {
-            out = std::move(*it);
-            fOwned.erase(it);
-            break;
-        }
+    if (auto it = fOwned.find(node); it != fOwned.end()) {
+        out = std::move(it->second);
+        fOwned.erase(it);
+    }
     for (auto& [id, blocks] : fContextBlocks) blocks.erase(node);
     node->removeFromGraph();
     if (nodeListener) nodeListener(node, false);
@@ -95,7 +101,7 @@ void TdependGraph::reattachNode(std::unique_ptr<TdependNode> node) {
     n->setNameInternal(uniqueName(n->name()));
     fByName[n->name()] = n;
     fOrder.push_back(n);
-    fOwned.push_back(std::move(node));
+    fOwned.emplace(n, std::move(node));
     n->addToGraph();
     if (nodeListener) nodeListener(n, true);
 }

@@ -85,7 +85,10 @@ private:
 
     std::unordered_map<std::string, TdependNode*> fByName;
     std::vector<TdependNode*> fOrder;
-    std::vector<std::unique_ptr<TdependNode>> fOwned;
+    std::unordered_map<TdependNode*, std::unique_ptr<TdependNode>> fOwned;
+    // Next number to try per name stem, so that making many "transform1",
+    // "transform2" ... nodes is not quadratic. Only a hint: names are still checked.
+    mutable std::unordered_map<std::string, unsigned> fNextSuffix;
     std::deque<Tplug> fDirtyQueue;
     bool fPropagating = false;
     TanimTime fTime;
