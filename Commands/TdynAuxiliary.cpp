@@ -32,6 +32,21 @@ bool TdnVSTdynAuxiliary::setupDependencies(TdependencyMatrix& m) {
     return TdnVSTtransform::setupDependencies(m);
 }
 
+bool TdynAuxiliary::computePlug(const Tplug& plug, TdataBlock& block) {
+    // The transform's compute compares against its own class's descriptors, which a derived class holds
+    // copies of: the local matrices are made here.
+    auto* vs = auxVs();
+    if (plug.attribute() == &vs->matrix) {
+        block.outputValue(&vs->matrix).set(makeMatrixData(computeLocalXform(block)));
+        return true;
+    }
+    if (plug.attribute() == &vs->inverseMatrix) {
+        block.outputValue(&vs->inverseMatrix).set(makeMatrixData(computeLocalXform(block).inverse()));
+        return true;
+    }
+    return Ttransform::computePlug(plug, block);
+}
+
 TdependNode* TdynAuxiliary::ownerObject() const {
     Tplug src = Tplug(const_cast<TdynAuxiliary*>(this), &auxVs()->owner).source();
     return src.node();

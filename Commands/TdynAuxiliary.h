@@ -59,6 +59,8 @@ public:
     // False, with `why` set, when it cannot own the node.
     bool setOwner(TdependNode* object, std::string& why);
 
+    // The transform's own matrices, computed from this class's copies of its attributes.
+    bool computePlug(const Tplug& plug, TdataBlock& block) override;
     TboundingBox boundingBox() override;
     // Not drawn by a display-less build; always 512, as a mask for the viewport.
     int excludeObjectDisplay() const { return 512; }

@@ -5,9 +5,12 @@
 #include "Commands/TdynGravity.h"
 #include "Commands/TdynRadial.h"
 #include "Commands/TdynUniform.h"
+#include "Commands/TdynVortex.h"
 #include "Host/Graph/TdependGraph.h"
 
 #include <gtest/gtest.h>
+
+#include <cmath>
 
 namespace {
 
@@ -307,6 +310,55 @@ TEST(FieldNodes, TypesNamesShortNamesAndTagsAreThoseOfTheCatalogue) {
     }
     graph.clear();
     TdependGraph::setCurrent(previous);
+}
+
+} // namespace
+
+namespace {
+
+TEST_F(FieldFrameworkTest, TheClientsStepReachesTheLawInSecondsAndTheMatrixFollowsTheTransform) {
+    auto* v = TdynVortex::cast(graph.createNode("vortexField"));
+    v->setMagnitude(100); // one radian a step
+    for (int k = 0; k < 3; ++k)
+        v->setNumber(TdynVortex::saAxis()->children()[k], k == 1 ? 1 : 0);
+    feed(v, 2, {{1, 0, 0}}, {{}}, {1}, 0.5);
+    Tdata keep;
+    const T4dDblVectorArray* out = output(v, 2, keep);
+    ASSERT_NE(out, nullptr);
+    // (cos 1 - 1, 0, -sin 1) / 0.5: the step arrived as 0.5 s.
+    EXPECT_NEAR((*out)[0].x, (std::cos(1.0) - 1) / 0.5, 1e-12);
+    EXPECT_NEAR((*out)[0].z, -std::sin(1.0) / 0.5, 1e-12);
+    EXPECT_NEAR(v->deltaTime(2), 0.5, 1e-12);
+
+    v->setNumber(v->attribute("translateX"), 4);
+    Tdata m;
+    ASSERT_TRUE(v->getAttributeValue(v->attribute("matrix"), m));
+    ASSERT_NE(m.as<TdataMatrix>(), nullptr);
+    EXPECT_EQ(m.as<TdataMatrix>()->matrix().getTranslation(), (T4dDblVector{4, 0, 0}));
+}
+
+TEST_F(FieldFrameworkTest, AirFromEveryOwnerPointTakesTheSumsDirectionAtTheStrongestStrength) {
+    TmeshShape* mesh = meshWith({{0, 0, 0}, {0, 2, 0}});
+    auto* air = TdynAir::cast(graph.createNode("airField"));
+    std::string why;
+    ASSERT_TRUE(air->setOwner(mesh, why)) << why;
+    air->setMagnitude(0);
+    air->setApplyPerVertex(true);
+    air->setNumber(&TdynAir::saVs()->speed, 1);
+    air->setNumber(&TdynAir::saVs()->inheritVelocity, 1);
+    // Without owner velocities the law cannot run.
+    T4dDblVectorArray out;
+    air->getForceAtPoint({{5, 0, 0}}, {}, {}, out, 0.1);
+    EXPECT_EQ(out[0], T4dDblVector());
+    // The owner points move at (3,0,0) and (0,4,0): winds of length 3 and 4.
+    TstandaloneValue vel(&air->auxVs()->ownerVelData);
+    vel.handle().set(makeData<TdataVectorArray>(T4dDblVectorArray{{3, 0, 0}, {0, 4, 0}}));
+    air->setCachedValue(Tplug(air, &air->auxVs()->ownerVelData), vel.handle(), TdgContext::fsNormal);
+    out.clear();
+    air->getForceAtPoint({{5, 0, 0}}, {}, {}, out, 0.1);
+    // Sum (3,4,0) normalised, at the strength of the stronger, 4.
+    EXPECT_NEAR(out[0].x, 0.6 * 4, 1e-12);
+    EXPECT_NEAR(out[0].y, 0.8 * 4, 1e-12);
 }
 
 } // namespace
