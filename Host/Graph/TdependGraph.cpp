@@ -245,6 +245,14 @@ void TdependGraph::disconnect(const Tplug& src, const Tplug& dst) {
 
 void TdependGraph::queueDirty(const Tplug& plug) { fDirtyQueue.push_back(plug); }
 
+void TdependGraph::queueDestinations(const Tplug& plug) {
+    // Straight from the node's table: this runs for every dirtied plug.
+    const auto& out = plug.node()->fOutputs;
+    if (out.empty()) return;
+    auto range = out.equal_range(TdependNode::PlugKey{plug.attribute()->index(), plug.multiIndex()});
+    for (auto it = range.first; it != range.second; ++it) queueDirty(it->second);
+}
+
 void TdependGraph::dirtyPlug(const Tplug& plug) {
     if (!TdependNode::fsDirtyPropagation) return;
     queueDirty(plug);
@@ -256,13 +264,13 @@ void TdependGraph::dirtyDependents(const Tplug& plug) {
     TdependNode* node = plug.node();
     TmsgDirty msg(plug);
     node->setDependentsDirty(msg);
-    for (const Tplug& d : plug.destinations()) queueDirty(d);
+    queueDestinations(plug);
     if (auto* c = asCompound(plug.attribute()))
         for (Tattribute* k : c->children()) {
             Tplug kp(node, k, plug.multiIndex());
             TmsgDirty km(kp);
             node->setDependentsDirty(km);
-            for (const Tplug& d : kp.destinations()) queueDirty(d);
+            queueDestinations(kp);
         }
     propagate();
 }
@@ -282,7 +290,7 @@ void TdependGraph::propagate() {
         TmsgDirty msg(p);
         node->setDirty(msg);
         node->setDependentsDirty(msg);
-        for (const Tplug& d : p.destinations()) queueDirty(d);
+        queueDestinations(p);
         if (auto* c = asCompound(p.attribute()))
             for (Tattribute* k : c->children()) queueDirty(Tplug(node, k, p.multiIndex()));
     }

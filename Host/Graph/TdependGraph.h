@@ -82,6 +82,7 @@ public:
 
 private:
     void propagate();
+    void queueDestinations(const Tplug& plug);
 
     std::unordered_map<std::string, TdependNode*> fByName;
     std::vector<TdependNode*> fOrder;
