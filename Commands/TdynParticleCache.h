@@ -96,6 +96,8 @@ public:
     TdynParticleCache& memoryCache() { return fMemory; }
     TdynParticleCache& diskCache() { return fDisk; }
     TdynParticleCache* attributeCache() { return fAttribute.get(); }
+    // The attribute cache, made if absent; steps fill it from then on while the memory cache is off.
+    TdynParticleCache& makeAttributeCache();
     TdynParticleCache* stateCache() { return fState.get(); }
 
     // At the top of a step: replaces the state by cached data for `time` when

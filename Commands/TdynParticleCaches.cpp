@@ -142,8 +142,15 @@ bool TdynParticleCaches::usingCachedAttributes(TanimTime time, const Tstring& pa
 bool TdynParticleCaches::cacheAttributes(TanimTime time) {
     syncMemorySettings();
     if (fMemory.isEnabled()) return fMemory.cacheCurrentState(time);
+    // Only an attribute cache that was asked for: filling one on every step
+    // would copy every array each step, and would put back, at the same time,
+    // a state that an edit has since changed.
+    return fAttribute && fAttribute->cacheCurrentState(time);
+}
+
+TdynParticleCache& TdynParticleCaches::makeAttributeCache() {
     if (!fAttribute) fAttribute = std::make_unique<TdynParticleCache>(&fOwner, 1, true);
-    return fAttribute->cacheCurrentState(time);
+    return *fAttribute;
 }
 
 bool TdynParticleCaches::cacheState(TanimTime time) {
