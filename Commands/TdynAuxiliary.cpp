@@ -123,6 +123,9 @@ bool TdynAuxiliary::setOwner(TdependNode* object, std::string& why) {
         g.connect(Tplug(p, pvs->cachedWorldPosition), Tplug(this, &vs->ownerPosData), true);
         g.connect(Tplug(p, pvs->cachedWorldVelocity), Tplug(this, &vs->ownerVelData), true);
         g.connect(Tplug(p, pvs->cachedWorldCentroid), Tplug(this, &vs->ownerCentroid), true);
+        // Laws that weigh by the owner's masses (newton) have a place for them.
+        if (Tattribute* masses = attribute("ownerMassData"))
+            g.connect(Tplug(p, pvs->mass), Tplug(this, masses), true);
     }
     return true;
 }

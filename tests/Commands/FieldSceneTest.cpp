@@ -99,4 +99,23 @@ TEST_F(FieldSceneTest, AFieldOwnedByParticlesPushesFromEachOfThemOrFromTheirCent
     EXPECT_NEAR(get(b, "velocity", 0).x, v2, 1e-12);
 }
 
+TEST_F(FieldSceneTest, NewtonOwnedByParticlesWeighsByTheirMasses) {
+    ASSERT_TRUE(run("particle -n src -p 0 0 0 -p 10 0 0; particle -e -id 0 -at mass -fv 2 src;"
+                    "particle -e -id 1 -at mass -fv 3 src; newton -n n -m 1;"))
+        << errors.str();
+    auto* field = TdynField::cast(session.graph().findNode("n"));
+    std::string why;
+    ASSERT_TRUE(field->setOwner(shape("srcShape"), why)) << why;
+    const double K = -0.667;
+    T4dDblVectorArray out;
+    // From the centroid (5,0,0) with the masses' sum 5: rel (-2,0,0), d = 2.
+    ASSERT_EQ(field->getForceAtPoint({{3, 0, 0}}, {}, {}, out, kFrame), 0);
+    EXPECT_NEAR(out[0].x, -2.0 / 3 * 5 * K, 1e-12);
+    // From each point with its own mass: (3/4) 2 K + (-7/8) 3 K.
+    field->setApplyPerVertex(true);
+    out.clear();
+    ASSERT_EQ(field->getForceAtPoint({{3, 0, 0}}, {}, {}, out, kFrame), 0);
+    EXPECT_NEAR(out[0].x, 0.75 * 2 * K - 7.0 / 8 * 3 * K, 1e-12);
+}
+
 } // namespace
