@@ -355,6 +355,21 @@ TEST_F(FieldLawTest, AirInheritsTheFieldsOwnMotion) {
     EXPECT_VEC(force1(f, {5, 0, 0}, {}, 0.5), 0, 0, 0);
 }
 
+TEST_F(FieldLawTest, AirTurnsItsDirectionWithTheFieldOnlyWhenAsked) {
+    auto* f = make<TdynAir>("airField");
+    f->setMagnitude(2);
+    setVec(f, &TdynAir::saVs()->direction, {1, 0, 0});
+    f->setNumber(&TdynAir::saVs()->speed, 1);
+    // Turned 90 degrees about z and scaled: the scale must not reach the wind.
+    f->setNumber(f->attribute("rotateZ"), 90);
+    scale(f, 3);
+    EXPECT_VEC(force1(f, {0, 0, 0}), 2, 0, 0);
+    f->setNumber(&TdynAir::saVs()->inheritRotation, 1);
+    const T4dDblVector w = force1(f, {0, 0, 0});
+    EXPECT_NEAR(w.length(), 2, kTol);
+    EXPECT_NEAR(std::fabs(w.y), 2, kTol);
+}
+
 // ---- volume axis ----
 
 TEST_F(FieldLawTest, VolumeAxisFlowsAwayAlongAndAroundInsideItsVolume) {
