@@ -54,11 +54,16 @@ bool TdynVortex::apply(TdynPointReceptor& r, int, bool useReceptorDeltaTime) {
     auto bounded = [B](const T4dDblVector& rel) {
         return std::fabs(rel.x) <= B && std::fabs(rel.y) <= B && std::fabs(rel.z) <= B;
     };
+    if (r.count() == 0) return true;
     // At attenuation 0 the cosine, and so the whole turn, is worked out once.
     const Turn fixed = makeTurn(std::cos(angle));
     return dispatchFieldLoop(f.useMaxDistance, a > 0, [=, &r, &f]<bool kUseMax, bool kAtten>() {
-        for (int i = static_cast<int>(r.count()) - 1; i >= 0; --i) {
-            const T4dDblVector p = r.position(i);
+        // Locals, not members of this closure: the force stores cannot touch them, so they stay in registers.
+        const Turn turn = fixed;
+        const T4dDblVector* pos = &r.position(0);
+        const int n = static_cast<int>(r.count());
+        for (int i = n - 1; i >= 0; --i) {
+            const T4dDblVector p = pos[i];
             for (int s = ns - 1; s >= 0; --s) {
                 const T4dDblVector rel = p - src[s];
                 if constexpr (kAtten) {
@@ -69,7 +74,7 @@ bool TdynVortex::apply(TdynPointReceptor& r, int, bool useReceptorDeltaTime) {
                 } else {
                     if (kUseMax && rel.lengthSquared() > R2) continue;
                     if (!f.inVolume(p) || !bounded(rel)) continue;
-                    r.addForce(i, displacement(fixed, rel));
+                    r.addForce(i, displacement(turn, rel));
                 }
             }
         }
