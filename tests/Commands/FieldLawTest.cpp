@@ -283,6 +283,12 @@ TEST_F(FieldLawTest, TurbulenceAddsOctavesAtPhaseAndFrequency) {
     f->setAttenuation(1);
     const double d = std::sqrt(16.0 + 36 + 4);
     EXPECT_NEAR(force1(f, {4, 6, -2}).x, 2 * -0.8141412110999227 / (1 + d), kTol);
+    // The quadratic form through the field, off the nodes.
+    f->setAttenuation(0);
+    f->setNumber(TdynTurbulence::saInterpolationType(), 1);
+    const T4dDblVector quad = TdynTurbulence::noiseQuadratic({1.25, 0.5, -0.75}) * 2;
+    EXPECT_VEC(force1(f, {2.5, 1, -1.5}), quad.x, quad.y, quad.z);
+    f->setNumber(TdynTurbulence::saInterpolationType(), 0);
     // Beyond the 32-bit lattice: no force.
     f->setAttenuation(0);
     f->setNumber(TdynTurbulence::saFrequency(), 1);
