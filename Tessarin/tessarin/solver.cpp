@@ -715,7 +715,7 @@ bool Inductive::pivot_loop(bool from_warm) {
             driving = d;
             count = 0;
         }
-        if (++count > 200 || ++total > 4 * n_ + 200) return false;
+        if (++count > 200 || ++total > 2 * n_ + 200) return false;
         ++report.pivots;
         ++totals.pivots;
         rebasis();
