@@ -59,7 +59,8 @@ bool TdnVSTtransform::setupDependencies(TdependencyMatrix& m) {
 }
 
 TxformMatrix Ttransform::xform(TdataBlock& block) {
-    auto* vs = sVsData();
+    // Derived node classes hold their own copies of these attributes.
+    auto* vs = static_cast<TdnVSTtransform*>(vsData());
     TxformMatrix x;
     x.setTranslation(block.inputValue(&vs->translate).asVector());
     x.setRotation(block.inputValue(&vs->rotate).asVector());
@@ -74,7 +75,8 @@ TxformMatrix Ttransform::xform(TdataBlock& block) {
 }
 
 void Ttransform::setXform(const TxformMatrix& x) {
-    auto* vs = sVsData();
+    // Derived node classes hold their own copies of these attributes.
+    auto* vs = static_cast<TdnVSTtransform*>(vsData());
     auto put = [&](Tattribute3Double& a, const T4dDblVector& v) {
         TstandaloneValue value(&a);
         TdataHandle h = value.handle();
@@ -90,7 +92,8 @@ void Ttransform::setXform(const TxformMatrix& x) {
 T4dDblMatrix Ttransform::computeLocalXform(TdataBlock& block) { return xform(block).asMatrix(); }
 
 bool Ttransform::computePlug(const Tplug& plug, TdataBlock& block) {
-    auto* vs = sVsData();
+    // Derived node classes hold their own copies of these attributes.
+    auto* vs = static_cast<TdnVSTtransform*>(vsData());
     if (plug.attribute() == &vs->matrix) {
         block.outputValue(&vs->matrix).set(makeMatrixData(computeLocalXform(block)));
         return true;

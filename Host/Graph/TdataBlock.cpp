@@ -166,6 +166,12 @@ TvalueSlot& TdataBlock::slot(const Tattribute* attr, int element) {
     if (it != s.elements.end()) return it->second;
     TvalueSlot& e = s.elements[element];
     initSlot(attr, e);
+    // A computed element that appears only now has never been computed.
+    TdependNodeVS* vs = fNode.vsData();
+    const int i = attr->index();
+    if (attr->hasFlag(Tattribute::kComputeModifies) ||
+        (i >= 0 && static_cast<unsigned>(i) < vs->attributeCount() && vs->isAffected(i)))
+        e.dirty = true;
     // The multi root records every present index.
     const Tattribute* root = attr->arrayAncestor();
     if (root != attr) {

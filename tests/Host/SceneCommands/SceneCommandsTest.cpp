@@ -191,3 +191,37 @@ TEST_F(SceneCommands, ObjImportMakesOneMeshPerObject) {
 }
 
 } // namespace
+
+// A node class built on the transform keeps its own copies of the transform's
+// attributes; the transform's computations must use those.
+class TdnVSTtestDerivedXform : public TdnVSTtransform {
+public:
+    TdnVSTtestDerivedXform() : weight("weight", "wt", makeIffTag("TDXW")) {}
+    void appendAttributes(TattributeList& list) override {
+        TdnVSTtransform::appendAttributes(list);
+        list.addAttribute(&weight);
+    }
+    TattributeDouble weight;
+};
+
+class TtestDerivedXform : public Ttransform {
+    TDECLARE_NODE(TtestDerivedXform, TdnVSTtestDerivedXform)
+};
+
+TDEFINE_NODE(TtestDerivedXform, TdnVSTtestDerivedXform, Ttransform, "testDerivedXform", "TDXF")
+
+namespace {
+
+TEST_F(SceneCommands, DerivedTransformsComputeTheirOwnMatrices) {
+    ASSERT_TRUE(run("createNode testDerivedXform -n d; setAttr d.translate 1 2 3; setAttr d.scaleX 2;"));
+    EXPECT_EQ(floats("xform -q -ws -t d"), (std::vector<double>{1, 2, 3}));
+    EXPECT_EQ(floats("getAttr d.matrix"),
+              (std::vector<double>{2, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 1, 2, 3, 1}));
+    auto* d = Ttransform::cast(session.graph().findNode("d"));
+    TxformMatrix x;
+    x.setTranslation({4, 0, 0});
+    d->setXform(x);
+    EXPECT_EQ(floats("xform -q -ws -t d"), (std::vector<double>{4, 0, 0}));
+}
+
+} // namespace
