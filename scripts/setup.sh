@@ -18,6 +18,7 @@ if [ ${#missing[@]} -gt 0 ]; then
   $SUDO apt-get install -y -qq "${missing[@]}" >/dev/null
 fi
 
+# Later -D options override the default build type.
 motilane_build() {
   cmake -S "$ROOT" -B "$BUILD" -G Ninja -DCMAKE_BUILD_TYPE=Release "$@" >/dev/null
   cmake --build "$BUILD" -j "$(nproc)"
