@@ -32,7 +32,10 @@ void TdynParticleCaches::forget(const TdynParticleShape* shape) {
 void TdynParticleCaches::syncMemorySettings() {
     auto* vs = TdynParticleShape::sVsData();
     TdataBlock& block = fOwner.normalBlock();
-    fMemory.setEnabled(block.outputValue(vs->cacheData).asBool());
+    const bool on = block.outputValue(vs->cacheData).asBool();
+    // Entries kept while off would be out of date when it is turned on again.
+    if (!on && fMemory.isEnabled()) fMemory.deleteCache();
+    fMemory.setEnabled(on);
     const int width = block.outputValue(vs->cacheWidth).asInt();
     if (width != fMemory.width()) fMemory.setCacheWidth(width);
 }

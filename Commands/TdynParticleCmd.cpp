@@ -3,6 +3,7 @@
 
 #include "Commands/TdynParticleCmd.h"
 #include "Commands/TdynCmd.h"
+#include "Commands/TdynParticleCache.h"
 #include "Commands/TdynParticleShape.h"
 
 #include "Host/Dag/Ttransform.h"
@@ -215,6 +216,10 @@ protected:
     }
 
     int parseEdit(const TargDatabase& db) {
+        getFlagArg(db, "ch", "cache", fCache, fCacheSet);
+        fDeleteCache = isFlagSet(db, "dc", "deleteCache");
+        if (fCacheSet)
+            fOldCache = fShape->normalBlock().outputValue(TdynParticleShape::sVsData()->cacheData).asBool();
         if (!isFlagSet(db, "at", "attribute")) return 0;
         fAttr = db.flagArgumentString("at");
         if (!isFlagSet(db, "id", "particleId")) {
@@ -278,6 +283,9 @@ protected:
 
     int doRedoIt() override {
         if (isEditMode()) {
+            if (fCacheSet) writeNumber(fShape, TdynParticleShape::sVsData()->cacheData, fCache ? 1.0 : 0.0);
+            // Cached frames can't be brought back by undo: deleting them only costs a rerun.
+            if (fDeleteCache) TdynParticleCaches::of(*fShape).memoryCache().deleteCache();
             writeParticle(true);
             return 0;
         }
@@ -315,6 +323,8 @@ protected:
 
     int doUndoIt() override {
         if (isEditMode()) {
+            if (fCacheSet)
+                writeNumber(fShape, TdynParticleShape::sVsData()->cacheData, fOldCache ? 1.0 : 0.0);
             writeParticle(false);
             return 0;
         }
@@ -345,6 +355,7 @@ private:
     std::string fName;
     double fConserve = 1, fInherit = 0;
     bool fConserveSet = false, fInheritSet = false, fCache = false, fCacheSet = false;
+    bool fOldCache = false, fDeleteCache = false;
     T4dDblVectorArray fPoints;
     std::vector<TdependNode*> fNodes;
     std::vector<std::unique_ptr<TdependNode>> fDetached;

@@ -128,6 +128,8 @@ public:
     bool saveInitialState(const Tattribute* attribute);
     void patchInitialStateData(TdataBlock& block);
     void updateCachedAttributes(TdataBlock& block);
+    // The step's bookkeeping when cached data stood in for it.
+    void useCachedState(TdataBlock& block, TanimTime current, TanimTime sceneTime);
 
     // ---- births, deaths, identifiers ----
     void computeEmission(TdataBlock& block);

@@ -1,6 +1,7 @@
 // The evaluation loop: how a pull at a time becomes at most one step, the
 // integrator, force accumulation with goals, and the derived arrays.
 
+#include "Commands/TdynParticleCache.h"
 #include "Commands/TdynParticleShape.h"
 
 #include "Host/Command/TcommandEngine.h"
@@ -132,6 +133,14 @@ bool TdynParticleShape::computeCount(TdataBlock& block) {
     const TanimTime cached = block.inputValue(vs->cachedTime).asTime();
     const TanimTime t = graph.time();
 
+    // Cached data for this time (disk files, the memory cache) stands in for the step.
+    TdynParticleCaches& caches = TdynParticleCaches::of(*this);
+    if (caches.usingCachedAttributes(current)) {
+        useCachedState(block, current, t);
+        dirtyCountDependents();
+        return true;
+    }
+
     const double d = (current - cached).seconds();
     if (d < 0 || (t <= start && std::fabs(d) > kEps)) restoreState(block);
 
@@ -167,6 +176,8 @@ bool TdynParticleShape::computeCount(TdataBlock& block) {
         TdataHandle c = block.outputValue(vs->count);
         c.set(static_cast<std::int32_t>(countNoCompute()));
         c.setClean();
+        // The memory cache takes the step's result.
+        caches.cacheAttributes(block.outputValue(vs->evaluationTime).asTime());
     }
     block.outputValue(vs->computingCount).set(false);
 
@@ -183,6 +194,25 @@ bool TdynParticleShape::computeCount(TdataBlock& block) {
         }
     }
     return true;
+}
+
+void TdynParticleShape::useCachedState(TdataBlock& block, TanimTime current, TanimTime sceneTime) {
+    auto* vs = sVsData();
+    auto setTime = [&](const Tattribute* a, TanimTime v) {
+        TdataHandle h = block.outputValue(a);
+        h.set(v);
+        h.setClean();
+    };
+    setTime(vs->lastTimeEvaluated, current);
+    setTime(vs->cachedTime, current);
+    setAttributeValue(vs->lastSceneTime, sceneTime);
+    block.inputValue(vs->lastSceneTime);
+    // Force providers see the restored state.
+    block.outputValue(vs->cachedPosition).set(block.outputValue(vs->position).data());
+    block.outputValue(vs->cachedVelocity).set(block.outputValue(vs->velocity).data());
+    TdataHandle c = block.outputValue(vs->count);
+    c.set(static_cast<std::int32_t>(countNoCompute()));
+    c.setClean();
 }
 
 void TdynParticleShape::computeEvaluationTime(TdataBlock& block) {

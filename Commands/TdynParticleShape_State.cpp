@@ -1,6 +1,7 @@
 // Set-up of the arrays, the return to the initial state, saving the initial
 // state, and the reactions to values written from outside.
 
+#include "Commands/TdynParticleCache.h"
 #include "Commands/TdynParticleShape.h"
 
 #include "Host/Command/TcommandEngine.h"
@@ -35,6 +36,7 @@ TdynParticleShape::~TdynParticleShape() {
     TtimeEvents::timeChanged().removeClient(&fTimeChangeClient);
     TtimeEvents::timeUnitChanged().removeClient(&fUnitClient);
     TtimeEvents::rangeChanged().removeClient(&fRangeClient);
+    TdynParticleCaches::forget(this);
 }
 
 void TdynParticleShape::postConstructor() {
@@ -228,6 +230,7 @@ bool TdynParticleShape::restoreState(TdataBlock& block) {
 
 void TdynParticleShape::copyInitialToRuntime(TdataBlock& block) {
     auto* vs = sVsData();
+    TdynParticleCaches::of(*this).clearAttributeCache();
     auto copy = [&](const Tattribute* from, const Tattribute* to) {
         copyParticleAttribute(from, block, to, block);
     };

@@ -1,0 +1,120 @@
+// Playback through the particle step: frames served from the memory cache and
+// from exported files take no step of their own.
+
+#include "Commands/TdynParticleCache.h"
+#include "Commands/TdynParticleShape.h"
+#include "Host/Command/TworkspaceRoot.h"
+#include "Host/Session/Tsession.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <sstream>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class CachePlayback : public ::testing::Test {
+protected:
+    void SetUp() override {
+        root = fs::temp_directory_path() / ("motilane-playback-" + std::to_string(::getpid()) + "-" +
+                                            ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::create_directories(root);
+        TworkspaceRoot::set(root.string());
+        session.engine().setErrorStream(&errors);
+        // One particle at one unit a frame along x.
+        ASSERT_TRUE(run("particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv 24 0 0 p;"));
+        shape = TdynParticleShape::cast(session.graph().findNode("pShape"));
+        ASSERT_NE(shape, nullptr);
+    }
+    void TearDown() override {
+        TdynParticleCaches::forget(shape);
+        TworkspaceRoot::reset();
+        std::error_code ec;
+        fs::remove_all(root, ec);
+    }
+    bool run(const std::string& text) { return session.runText(text, "test", false); }
+    void go(double f) { session.graph().setTime(TanimTime(f, kCurrentFrameUnit), true); }
+    std::vector<double> xs() {
+        std::vector<double> out;
+        if (T4dDblVectorArray* p = shape->vectorArrayValue(TdynParticleShape::sVsData()->position))
+            for (const T4dDblVector& v : *p)
+                out.push_back(v.x);
+        return out;
+    }
+    fs::path root;
+    Tsession session;
+    std::ostringstream errors;
+    TdynParticleShape* shape = nullptr;
+};
+
+TEST_F(CachePlayback, ScrubbingBackServesCachedFramesWithoutStepping) {
+    ASSERT_TRUE(run("dynCache -enable on -width 10 p;"));
+    std::vector<std::vector<double>> steps;
+    for (int f = 1; f <= 6; ++f) {
+        go(f);
+        if (f == 4) {
+            ASSERT_TRUE(run("emit -object p -pos 10 0 0 -at velocity -vv 24 0 0;"));
+        }
+        steps.push_back(xs());
+    }
+    ASSERT_EQ(steps[5].size(), 2u);
+    const std::uint64_t taken = shape->stepCount();
+    for (int f : {3, 1, 5, 2}) {
+        go(f);
+        EXPECT_EQ(xs(), steps[static_cast<std::size_t>(f - 1)]) << "frame " << f;
+    }
+    EXPECT_EQ(shape->stepCount(), taken); // no step was taken to show them
+    // Between frames 4 and 5 the state is the blend of the two through the ids:
+    // particle 0 half way, the one emitted at 4 from its frame-4 place.
+    go(4.5);
+    const std::vector<double> mid = xs();
+    ASSERT_EQ(mid.size(), steps[4].size());
+    EXPECT_NEAR(mid[0], (steps[3][0] + steps[4][0]) / 2, 1e-12);
+    // The emitted particle came after frame 4 was cached: it is born between
+    // the two entries and keeps the later one's value.
+    EXPECT_EQ(mid[1], steps[4][1]);
+    EXPECT_EQ(shape->stepCount(), taken);
+    // Past the cached frames the simulation goes on from the latest one.
+    go(7);
+    EXPECT_EQ(shape->stepCount(), taken + 1);
+    EXPECT_NEAR(xs()[0], steps[5][0] + 1, 1e-12);
+}
+
+TEST_F(CachePlayback, TheParticleCommandStartsAndDeletesTheCache) {
+    ASSERT_TRUE(run("particle -e -cache on p; particle -e -deleteCache p;"));
+    TdynParticleCache& memory = TdynParticleCaches::of(*shape).memoryCache();
+    for (int f = 1; f <= 3; ++f)
+        go(f);
+    EXPECT_TRUE(memory.isEnabled());
+    EXPECT_EQ(memory.length(), 3u);
+    ASSERT_TRUE(run("particle -e -deleteCache p;"));
+    EXPECT_EQ(memory.length(), 0u);
+    // Back to frame 2 with nothing cached: the object is evaluated anew, and that goes into the cache.
+    go(2);
+    EXPECT_EQ(memory.length(), 1u);
+    // Turned off, caching stops and what was kept is forgotten.
+    ASSERT_TRUE(run("particle -e -cache off p;"));
+    go(3);
+    EXPECT_FALSE(memory.isEnabled());
+    EXPECT_EQ(memory.length(), 0u);
+}
+
+TEST_F(CachePlayback, FilesFromAnEarlierExportAreWhatTheObjectShows) {
+    ASSERT_TRUE(run("dynExport -path disk -mnf 1 -mxf 4 -f pdc p;"));
+    // Change the object so that a step could not give the files' values.
+    ASSERT_TRUE(run("particle -e -id 0 -at velocity -vv 0 0 0 p; dynGlobals -active;"
+                    "setAttr dynGlobals1.useParticleDiskCache 1;"
+                    "setAttr -type \"string\" dynGlobals1.cacheDirectory \"disk\";"));
+    const std::uint64_t taken = shape->stepCount();
+    go(3);
+    EXPECT_EQ(xs(), std::vector<double>{2.0});
+    go(2.2); // 550 ticks: a fifth of the way from frame 2 to frame 3
+    ASSERT_EQ(xs().size(), 1u);
+    EXPECT_NEAR(xs()[0], 1.2, 1e-12);
+    EXPECT_EQ(shape->stepCount(), taken);
+}
+
+} // namespace
