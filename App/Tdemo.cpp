@@ -2,6 +2,8 @@
 #include "TdemoScript.h"
 #include "Tprogress.h"
 
+#include "Commands/TdynExportAction.h"
+#include "Commands/TdynPDCDriver.h"
 #include "Commands/TdynParticleShape.h"
 #include "Host/Dag/Ttransform.h"
 #include "Host/Files/TatomicFile.h"
@@ -43,6 +45,14 @@ int runDemo(const TdemoOptions& options) {
     const std::string particlePath = (std::filesystem::path(options.outDir) / "particle_positions.txt").string();
     TatomicFile particles(particlePath);
     particles.stream() << "# frame id x y z (position of each particle of spray)\n";
+    // The spray's state per frame as particle data files, as dynExport writes them.
+    const std::string pdcDir = (std::filesystem::path(options.outDir) / "particles").string() + "/";
+    if (!makeDirectories(pdcDir, error)) {
+        std::cerr << "// Error: " << error << " //\n";
+        return 1;
+    }
+    TdynPDCDriver pdc;
+    const std::vector<Tstring> pdcNames{"position", "velocity", "particleId", "age"};
     Tprogress progress("demo", static_cast<int>(end - start + 1), options.quiet);
     for (double f = start; f <= end; f += 1.0) {
         if (Tsession::interruptFlag()) {
@@ -62,6 +72,12 @@ int runDemo(const TdemoOptions& options) {
                                << formatScriptNumber(q.x) << ' ' << formatScriptNumber(q.y) << ' '
                                << formatScriptNumber(q.z) << '\n';
         }
+        const std::string pdcPath =
+            TdynExportAction::exportFileName(pdcDir, spray->name(), TanimTime(f, kCurrentFrameUnit), pdc.extension());
+        if (pdc.writeFile(pdcPath, *spray, pdcNames) != 0) {
+            std::cerr << "// Error: " << pdc.error() << " //\n";
+            return 1;
+        }
         progress.step();
     }
     progress.done();
@@ -72,6 +88,7 @@ int runDemo(const TdemoOptions& options) {
     std::cout << "Demo written to " << std::filesystem::absolute(options.outDir).string() << ":\n  "
               << std::filesystem::absolute(path).string() << " (world position of the ball, frames "
               << formatScriptNumber(start) << " to " << formatScriptNumber(end) << ")\n  "
-              << std::filesystem::absolute(particlePath).string() << " (positions of the particles of spray)\n";
+              << std::filesystem::absolute(particlePath).string() << " (positions of the particles of spray)\n  "
+              << std::filesystem::absolute(pdcDir).string() << " (spray's particle data, one .pdc file a frame)\n";
     return 0;
 }

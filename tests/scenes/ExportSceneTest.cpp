@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <charconv>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -80,6 +81,44 @@ TEST(ExportScene, AnExportThatCantWriteStopsTheScript) {
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.err.find("dynExport: cannot make directory"), std::string::npos) << r.err;
     EXPECT_EQ(r.out.find("after"), std::string::npos);
+}
+
+TEST(ExportScene, TheDemoWritesOneParticleDataFilePerFrame) {
+    const fs::path out = fs::path(writeScript("unused.mls", "")).parent_path() / "demo-pdc";
+    fs::remove_all(out);
+    ProgramRun r = runProgram({"demo", "--out", out.string(), "--frames", "24"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    std::size_t n = 0;
+    for (const auto& e : fs::directory_iterator(out / "particles")) {
+        EXPECT_EQ(e.path().extension(), ".pdc") << e.path();
+        ++n;
+    }
+    EXPECT_EQ(n, 24u);
+    // Frame 24 (6000 ticks): the positions agree with the text the demo writes.
+    const std::string text = readFile((out / "particle_positions.txt").string());
+    const std::string pdc = readFile((out / "particles" / "sprayShape.6000.pdc").string());
+    ASSERT_GT(pdc.size(), 28u + 4 + 8 + 4);
+    EXPECT_EQ(pdc.substr(0, 4), "PDC ");
+    EXPECT_EQ(pdc.substr(28, 12), std::string("\0\0\0\x08position", 12));
+    std::int32_t count = 0;
+    for (int k = 0; k < 4; ++k)
+        count = (count << 8) | static_cast<unsigned char>(pdc[20 + static_cast<std::size_t>(k)]);
+    ASSERT_GT(count, 0);
+    // Each particle's line in the text for frame 24 is "24 id x y z".
+    for (std::int32_t i = 0; i < count; ++i) {
+        const std::size_t at = 44 + 24 * static_cast<std::size_t>(i);
+        const double x = bigEndianDouble(pdc, at), y = bigEndianDouble(pdc, at + 8),
+                     z = bigEndianDouble(pdc, at + 16);
+        // The text prints the shortest form that reads back the same double.
+        std::string line;
+        for (double v : {x, y, z}) {
+            char buf[32];
+            line += ' ';
+            line.append(buf, std::to_chars(buf, buf + sizeof buf, v).ptr);
+        }
+        line += '\n';
+        EXPECT_NE(text.find(line), std::string::npos) << line;
+    }
 }
 
 } // namespace
