@@ -7,13 +7,8 @@
 
 TDEFINE_NODE(TdynAir, TdnVSTdynAir, TdynField, "airField", "YAIR")
 
-namespace {
-const char* const kDirNames[] = {"directionX", "directionY", "directionZ"};
-const char* const kDirShort[] = {"dx", "dy", "dz"};
-} // namespace
-
 TdnVSTdynAir::TdnVSTdynAir()
-    : direction("direction", "d", makeIffTag("DIRN"), kDirNames, kDirShort),
+    : direction("direction", "d", makeIffTag("DIRN"), kFieldDirectionNames, kFieldDirectionShortNames),
       speed("speed", "spd", makeIffTag("SPED")), inheritVelocity("inheritVelocity", "iv", makeIffTag("IVEL")),
       componentOnly("componentOnly", "co", makeIffTag("CMPO")), spread("spread", "spr", makeIffTag("SPRD")),
       enableSpread("enableSpread", "es", makeIffTag("ESPD")),

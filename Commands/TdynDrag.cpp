@@ -4,13 +4,8 @@
 
 TDEFINE_NODE(TdynDrag, TdnVSTdynDrag, TdynField, "dragField", "YDRG")
 
-namespace {
-const char* const kDirNames[] = {"directionX", "directionY", "directionZ"};
-const char* const kDirShort[] = {"dx", "dy", "dz"};
-} // namespace
-
 TdnVSTdynDrag::TdnVSTdynDrag()
-    : direction("direction", "d", makeIffTag("DIRN"), kDirNames, kDirShort),
+    : direction("direction", "d", makeIffTag("DIRN"), kFieldDirectionNames, kFieldDirectionShortNames),
       useDirection("useDirection", "ud", makeIffTag("UDIR")) {}
 
 void TdnVSTdynDrag::appendAttributes(TattributeList& list) {

@@ -9,6 +9,10 @@
 #include "Commands/TdynVolumePrimitive.h"
 
 #include <cmath>
+
+// Child names of the `direction` compound most fields carry.
+inline const char* const kFieldDirectionNames[] = {"directionX", "directionY", "directionZ"};
+inline const char* const kFieldDirectionShortNames[] = {"dx", "dy", "dz"};
 #include <limits>
 #include <memory>
 #include <string>

@@ -4,13 +4,8 @@
 
 TDEFINE_NODE(TdynGravity, TdnVSTdynGravity, TdynField, "gravityField", "YGRA")
 
-namespace {
-const char* const kDirNames[] = {"directionX", "directionY", "directionZ"};
-const char* const kDirShort[] = {"dx", "dy", "dz"};
-} // namespace
-
 TdnVSTdynGravity::TdnVSTdynGravity()
-    : direction("direction", "d", makeIffTag("DIRN"), kDirNames, kDirShort) {}
+    : direction("direction", "d", makeIffTag("DIRN"), kFieldDirectionNames, kFieldDirectionShortNames) {}
 
 void TdnVSTdynGravity::appendAttributes(TattributeList& list) {
     TdnVSTdynField::appendAttributes(list);

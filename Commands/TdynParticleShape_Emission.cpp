@@ -226,32 +226,30 @@ void TdynParticleShape::fillNewValues(Tattribute* a, TdataArrayAttrs& batch, Tda
     block.outputValue(a).set(d);
 }
 
-void TdynParticleShape::rearrangeParticles(TdoubleArray& array, const Tint32Array& dead,
-                                           const Tint32Array& from, unsigned newLength) {
+namespace {
+// Fills each hole with the survivor moved into it; the same for every element type.
+template <class A>
+void rearrangeArray(A& array, const Tint32Array& dead, const Tint32Array& from, unsigned newLength) {
     const unsigned len = array.length();
     for (unsigned j = 0; j < dead.length() && j < from.length() && static_cast<unsigned>(dead[j]) < newLength;
          ++j)
         if (static_cast<unsigned>(dead[j]) < len && static_cast<unsigned>(from[j]) < len)
             array[dead[j]] = array[from[j]];
     if (len > newLength) array.changeLogicalSizeTo(newLength);
+}
+} // namespace
+
+void TdynParticleShape::rearrangeParticles(TdoubleArray& array, const Tint32Array& dead,
+                                           const Tint32Array& from, unsigned newLength) {
+    rearrangeArray(array, dead, from, newLength);
 }
 void TdynParticleShape::rearrangeParticles(T4dDblVectorArray& array, const Tint32Array& dead,
                                            const Tint32Array& from, unsigned newLength) {
-    const unsigned len = array.length();
-    for (unsigned j = 0; j < dead.length() && j < from.length() && static_cast<unsigned>(dead[j]) < newLength;
-         ++j)
-        if (static_cast<unsigned>(dead[j]) < len && static_cast<unsigned>(from[j]) < len)
-            array[dead[j]] = array[from[j]];
-    if (len > newLength) array.changeLogicalSizeTo(newLength);
+    rearrangeArray(array, dead, from, newLength);
 }
 void TdynParticleShape::rearrangeParticles(Tint32Array& array, const Tint32Array& dead,
                                            const Tint32Array& from, unsigned newLength) {
-    const unsigned len = array.length();
-    for (unsigned j = 0; j < dead.length() && j < from.length() && static_cast<unsigned>(dead[j]) < newLength;
-         ++j)
-        if (static_cast<unsigned>(dead[j]) < len && static_cast<unsigned>(from[j]) < len)
-            array[dead[j]] = array[from[j]];
-    if (len > newLength) array.changeLogicalSizeTo(newLength);
+    rearrangeArray(array, dead, from, newLength);
 }
 
 void TdynParticleShape::removeDeadParticles(const Tint32Array& dead, TdataBlock& block) {

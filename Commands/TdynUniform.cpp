@@ -4,13 +4,8 @@
 
 TDEFINE_NODE(TdynUniform, TdnVSTdynUniform, TdynField, "uniformField", "YUNI")
 
-namespace {
-const char* const kDirNames[] = {"directionX", "directionY", "directionZ"};
-const char* const kDirShort[] = {"dx", "dy", "dz"};
-} // namespace
-
 TdnVSTdynUniform::TdnVSTdynUniform()
-    : direction("direction", "d", makeIffTag("DIRN"), kDirNames, kDirShort),
+    : direction("direction", "d", makeIffTag("DIRN"), kFieldDirectionNames, kFieldDirectionShortNames),
       inheritFactor("inheritFactor", "inh", makeIffTag("UINH")) {}
 
 void TdnVSTdynUniform::appendAttributes(TattributeList& list) {

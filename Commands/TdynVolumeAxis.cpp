@@ -8,8 +8,6 @@
 TDEFINE_NODE(TdynVolumeAxis, TdnVSTdynVolumeAxis, TdynField, "volumeAxisField", "YVXF")
 
 namespace {
-const char* const kDirNames[] = {"directionX", "directionY", "directionZ"};
-const char* const kDirShort[] = {"dx", "dy", "dz"};
 const char* const kFreqNames[] = {"turbulenceFrequencyX", "turbulenceFrequencyY", "turbulenceFrequencyZ"};
 const char* const kFreqShort[] = {"tfx", "tfy", "tfz"};
 const char* const kOffNames[] = {"turbulenceOffsetX", "turbulenceOffsetY", "turbulenceOffsetZ"};
@@ -22,7 +20,7 @@ TdnVSTdynVolumeAxis::TdnVSTdynVolumeAxis()
       awayFromAxis("awayFromAxis", "afa", makeIffTag("AFAX")),
       alongAxis("alongAxis", "alx", makeIffTag("ALXI")), aroundAxis("aroundAxis", "arx", makeIffTag("ARXI")),
       directionalSpeed("directionalSpeed", "drs", makeIffTag("DRSP")),
-      direction("direction", "d", makeIffTag("DIRN"), kDirNames, kDirShort),
+      direction("direction", "d", makeIffTag("DIRN"), kFieldDirectionNames, kFieldDirectionShortNames),
       displaySpeed("displaySpeed", "dss", makeIffTag("DSPS")),
       turbulence("turbulence", "trb", makeIffTag("TRBL")),
       turbulenceSpeed("turbulenceSpeed", "trs", makeIffTag("TRSP")),
