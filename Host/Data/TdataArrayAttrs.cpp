@@ -50,6 +50,11 @@ TstringArray* TdataArrayAttrs::getStringData(const Tstring& n) {
     return e ? &e->strings : nullptr;
 }
 
+TvoidPtrArray* TdataArrayAttrs::getVoidPtrData(const Tstring& n) {
+    Entry* e = find(n, Kind::VoidPtr);
+    return e ? &e->pointers : nullptr;
+}
+
 bool TdataArrayAttrs::getIndex(const Tstring& n, unsigned& index) const {
     for (unsigned i = 0; i < fEntries.size(); ++i)
         if (fEntries[i].name == n) {

@@ -27,6 +27,7 @@ public:
     T4dDblVectorArray* getVectorData(const Tstring& name);
     Tint32Array* getInt32Data(const Tstring& name);
     TstringArray* getStringData(const Tstring& name);
+    TvoidPtrArray* getVoidPtrData(const Tstring& name);
     bool getIndex(const Tstring& name, unsigned& index) const;
 
     bool isDoubleType(unsigned i) const { return fEntries[i].kind == Kind::Double; }
