@@ -1,4 +1,4 @@
-// motilane-rigid SCENE [--frames N] [--count N]: runs a named rigid-body scene
+// motilane-rigid SCENE [--frames N] [--count N] [--stats]: runs a named rigid-body scene
 // at 24 frames a second and prints one line of key=value pairs per frame.
 #include <chrono>
 #include <cstdio>
@@ -6,13 +6,14 @@
 #include <cstring>
 #include <string>
 
+#include "Tessarin/tessarin/solver.h"
 #include "rigid_scenes.h"
 
 namespace {
 
 int usage(const char* why) {
     std::fprintf(stderr,
-                 "motilane-rigid: %s\nusage: motilane-rigid SCENE [--frames N] [--count N]\n"
+                 "motilane-rigid: %s\nusage: motilane-rigid SCENE [--frames N] [--count N] [--stats]\n"
                  "scenes: drop slide stack pyramid pile\n",
                  why);
     return 2;
@@ -32,9 +33,12 @@ int main(int argc, char** argv) {
     if (argc < 2) return usage("no scene given");
     std::string name = argv[1];
     int frames = 240, count = 100;
+    bool stats = false;
     for (int i = 2; i < argc; ++i) {
         if (!std::strcmp(argv[i], "--frames") && i + 1 < argc) {
             if (!parse_int(argv[++i], frames)) return usage("--frames wants a positive whole number");
+        } else if (!std::strcmp(argv[i], "--stats")) {
+            stats = true;
         } else if (!std::strcmp(argv[i], "--count") && i + 1 < argc) {
             if (!parse_int(argv[++i], count)) return usage("--count wants a positive whole number");
         } else {
@@ -66,7 +70,14 @@ int main(int argc, char** argv) {
             worst_move = std::max(worst_move, m);
             std::printf(" maxmove=%.6f", m);
         }
-        std::printf(" contacts=%d rows=%d\n", scene->sys->contacts.size(), scene->sys->rows_solved.step);
+        std::printf(" contacts=%d rows=%d", scene->sys->contacts.size(), scene->sys->rows_solved.step);
+        if (stats) {
+            // Solver totals since the start, for profiling.
+            const auto& t = tessarin::solver_totals();
+            std::printf(" solves=%ld warm=%ld/%ld cached=%ld pivots=%ld failures=%ld refused=%ld", t.solves, t.warm_ok,
+                        t.warm_tried, t.cache_hits, t.pivots, t.failures, t.refused);
+        }
+        std::printf("\n");
         std::fflush(stdout);
         if (scene->stalled) break;
     }

@@ -109,8 +109,18 @@ void BodySystem::solve_island(std::vector<Constraint*>& island, int n) {
         const int dim = c->dimension();
         for (int i = 0; i < dim; ++i) {
             const int gi = c->index + i;
-            for (int j = 0; j < dim; ++j)
-                A(gi, c->index + j) = coupling(c, i, c, j);
+            // The own block is worked out once per pair of rows so that A stays
+            // exactly symmetric, which lets the solver walk rows for columns.
+            if (c->symmetric) {
+                for (int j = 0; j <= i; ++j) {
+                    const double v = coupling(c, i, c, j);
+                    A(gi, c->index + j) = v;
+                    A(c->index + j, gi) = v;
+                }
+            } else {
+                for (int j = 0; j < dim; ++j)
+                    A(gi, c->index + j) = coupling(c, i, c, j);
+            }
             for (Constraint* c2 : c->neighbours) {
                 if (c2->index == -1 || !counts(*this, c2)) continue;
                 const bool sym = c->symmetric && c2->symmetric;
