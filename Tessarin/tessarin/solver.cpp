@@ -5,6 +5,7 @@
 #include <cstring>
 #include <limits>
 
+#include "Tessarin/tessarin/basis_factors.h"
 #include "Tessarin/tessarin/body_system.h"
 #include "Tessarin/tessarin/constraint.h"
 #include "Tessarin/tessarin/messages.h"
@@ -20,9 +21,9 @@ SolverTotals totals;
 // Process-wide work arrays; they grow and are never given back, so a solve
 // allocates nothing once the largest island has been seen.
 struct Work {
-    std::vector<double> a, dx, da, binv, col, row, u, w, rhs;
+    std::vector<double> a, dx, da, col, row, u, w, rhs;
     std::vector<int> old_states, basis, pos, sig;
-    int cap = 0;
+    BasisFactors fac; // Q B = R of the basis matrix
 
     void size_to(int n) {
         if (int(a.size()) < n) {
@@ -38,23 +39,20 @@ struct Work {
             pos.resize(size_t(n));
             sig.resize(size_t(n));
         }
-        if (cap < n) {
-            cap = n;
-            binv.resize(size_t(n) * size_t(n));
-        }
         basis.reserve(size_t(n));
     }
 } work;
 
-// Basis inverses left by recent solves, with what they were built from, one
+// Basis factors left by recent solves, with what they were built from, one
 // per island size (a pile has many islands). When a warm start brings the same
-// rows and basis, the inverse is taken as it stands (same matrix: bodies at
+// rows and basis, the factors are taken as they stand (same matrix: bodies at
 // rest) or refined against the new matrix (bodies that moved a little).
 struct BasisCache {
     bool valid = false;
     int n = -1;
     long used = 0;
-    std::vector<double> A, mu, binv;
+    std::vector<double> A, mu;
+    BasisFactors fac;
     std::vector<int> type, basis, sig;
 };
 BasisCache caches[4];
@@ -90,8 +88,6 @@ private:
     bool refine(const double* rhs);
     void remember();
     bool pivot_loop(bool from_warm);
-    double* binv_row(int r) { return work.binv.data() + size_t(r) * size_t(work.cap); }
-    const double* binv_row(int r) const { return work.binv.data() + size_t(r) * size_t(work.cap); }
 
     BodySystem& sys_;
     LcpSystem& s_;
@@ -100,7 +96,7 @@ private:
     int* st_;
     double T_;
     double eps_ = 0;
-    bool exact_ = true; // the basis inverse belongs to this matrix
+    bool exact_ = true; // the basis factors belong to this matrix
     BasisCache* hit_ = nullptr;
 };
 
@@ -169,8 +165,8 @@ int Inductive::next_violated(int d) const {
     return pick;
 }
 
-// Bordered update of the basis inverse: the new pivot is the Schur complement
-// d - r B^-1 c. At most 0.001 in magnitude means the row depends on the basis.
+// Borders the factors with the row's column and row; a last diagonal of at
+// most 0.001 in magnitude means the row depends on the basis.
 bool Inductive::add_to_basis(int i) {
     if (work.pos[size_t(i)] >= 0) {
         internal_error("add_to_basis: constraint %d already in basis", i);
@@ -179,56 +175,25 @@ bool Inductive::add_to_basis(int i) {
     const int k = int(work.basis.size());
     double* c = work.col.data();
     double* r = work.row.data();
-    double* u = work.u.data();
-    double* w = work.w.data();
     for (int p = 0; p < k; ++p) {
         int bp = work.basis[size_t(p)];
         c[p] = colc(i, bp);
         r[p] = colc(bp, i);
     }
-    double d = colc(i, i);
-    // u = B^-1 c and w = r B^-1 in one pass over the inverse.
-    for (int q = 0; q < k; ++q)
-        w[q] = 0;
-    for (int p = 0; p < k; ++p) {
-        const double* br = binv_row(p);
-        const double rp = r[p];
-        double su = 0;
-        for (int q = 0; q < k; ++q) {
-            su += br[q] * c[q];
-            w[q] += rp * br[q];
-        }
-        u[p] = su;
-    }
-    double piv = d;
-    for (int p = 0; p < k; ++p)
-        piv -= r[p] * u[p];
-    if (std::fabs(piv) <= 0.001) {
+    const double piv = work.fac.add(c, r, colc(i, i));
+    work.basis.push_back(i);
+    work.pos[size_t(i)] = k;
+    work.sig[size_t(i)] = coupling(i);
+    if (std::fabs(piv) <= BasisFactors::singular) {
+        take_from_basis(i);
         st_[i] = ST_FREE;
         ++report.refused;
         ++totals.refused;
         return false;
     }
-    const double ip = 1 / piv;
-    for (int p = 0; p < k; ++p) {
-        double* br = binv_row(p);
-        double up = u[p] * ip;
-        if (up != 0)
-            for (int q = 0; q < k; ++q)
-                br[q] += up * w[q];
-        br[k] = -up;
-    }
-    double* last = binv_row(k);
-    for (int q = 0; q < k; ++q)
-        last[q] = -w[q] * ip;
-    last[k] = ip;
-    work.basis.push_back(i);
-    work.pos[size_t(i)] = k;
-    work.sig[size_t(i)] = coupling(i);
     return true;
 }
 
-// Removing a row and column of B: B'^-1 = E - f g / h from the blocks of B^-1.
 void Inductive::take_from_basis(int i) {
     const int p = work.pos[size_t(i)];
     if (p < 0) {
@@ -236,31 +201,7 @@ void Inductive::take_from_basis(int i) {
         return;
     }
     const int k = int(work.basis.size());
-    const double h = binv_row(p)[p];
-    if (std::fabs(h) > 1e-300) {
-        double* f = work.u.data();
-        double* g = work.w.data();
-        for (int a = 0; a < k; ++a) {
-            f[a] = binv_row(a)[p];
-            g[a] = binv_row(p)[a];
-        }
-        for (int a = 0; a < k; ++a) {
-            if (a == p) continue;
-            double fa = f[a] / h;
-            if (fa == 0) continue;
-            double* br = binv_row(a);
-            for (int b = 0; b < k; ++b)
-                br[b] -= fa * g[b];
-        }
-    }
-    // Close the gap: later rows and columns move down one place.
-    for (int a = 0; a < k; ++a) {
-        double* br = binv_row(a);
-        for (int b = p; b + 1 < k; ++b)
-            br[b] = br[b + 1];
-    }
-    for (int a = p; a + 1 < k; ++a)
-        std::copy(binv_row(a + 1), binv_row(a + 1) + (k - 1), binv_row(a));
+    work.fac.remove(p);
     work.basis.erase(work.basis.begin() + p);
     work.pos[size_t(i)] = -1;
     for (int a = p; a < k - 1; ++a)
@@ -279,13 +220,13 @@ void Inductive::rebasis() {
 // out_B = B^-1 rhs_B, written at the basis rows of out.
 void Inductive::solve_basis(const double* rhs_full, double* out) const {
     const int k = int(work.basis.size());
-    for (int p = 0; p < k; ++p) {
-        const double* br = binv_row(p);
-        double s = 0;
-        for (int q = 0; q < k; ++q)
-            s += br[q] * rhs_full[work.basis[size_t(q)]];
-        out[work.basis[size_t(p)]] = s;
-    }
+    double* in = work.u.data();
+    double* sol = work.w.data();
+    for (int p = 0; p < k; ++p)
+        in[p] = rhs_full[work.basis[size_t(p)]];
+    work.fac.solve(in, sol);
+    for (int p = 0; p < k; ++p)
+        out[work.basis[size_t(p)]] = sol[p];
 }
 
 // Friction rows on the cone follow their normal row.
@@ -484,6 +425,7 @@ bool Inductive::cache_exact() const {
 
 void Inductive::rebuild_basis() {
     work.basis.clear();
+    work.fac.clear();
     for (int i = 0; i < n_; ++i)
         work.pos[size_t(i)] = -1;
     for (int i = 0; i < n_; ++i)
@@ -491,8 +433,8 @@ void Inductive::rebuild_basis() {
     exact_ = true;
 }
 
-// x_B = B^-1 rhs with an inverse built for a nearby matrix: iterative
-// refinement against the current matrix. False if it does not settle.
+// x_B = B^-1 rhs with factors made for a nearby matrix: iterative refinement
+// against the current matrix. False if it does not settle.
 bool Inductive::refine(const double* rhs) {
     const int k = int(work.basis.size());
     double* res = work.col.data();
@@ -513,13 +455,7 @@ bool Inductive::refine(const double* rhs) {
             worst = std::max(worst, std::fabs(v));
         }
         if (worst <= 1e-11 * (1 + scale)) return true;
-        for (int p = 0; p < k; ++p) {
-            const double* br = binv_row(p);
-            double v = 0;
-            for (int q = 0; q < k; ++q)
-                v += br[q] * res[q];
-            corr[p] = v;
-        }
+        work.fac.solve(res, corr);
         for (int p = 0; p < k; ++p)
             x_[work.basis[size_t(p)]] += corr[p];
     }
@@ -553,9 +489,7 @@ void Inductive::remember() {
     c->sig.resize(k);
     for (size_t p = 0; p < k; ++p)
         c->sig[p] = coupling(work.basis[p]);
-    c->binv.resize(k * k);
-    for (size_t p = 0; p < k; ++p)
-        std::copy(binv_row(int(p)), binv_row(int(p)) + k, c->binv.data() + p * k);
+    c->fac.copy_from(work.fac);
 }
 
 bool Inductive::attempt_warm() {
@@ -564,14 +498,14 @@ bool Inductive::attempt_warm() {
         work.pos[size_t(i)] = -1;
     bool adopted = false;
     if (cache_matches()) {
-        // Bodies that moved little: the last inverse, refined, still solves the basis.
+        // Bodies that moved little: the last factors, refined, still solve the basis.
         work.basis = hit_->basis;
         const size_t k = work.basis.size();
         for (size_t p = 0; p < k; ++p) {
             work.pos[size_t(work.basis[p])] = int(p);
             work.sig[size_t(work.basis[p])] = hit_->sig[p];
-            std::copy(hit_->binv.data() + p * k, hit_->binv.data() + (p + 1) * k, binv_row(int(p)));
         }
+        work.fac.copy_from(hit_->fac);
         adopted = true;
         exact_ = cache_exact();
     } else {
@@ -671,6 +605,7 @@ bool Inductive::pivot_loop(bool from_warm) {
         }
     } else {
         work.basis.clear();
+        work.fac.clear();
         for (int i = 0; i < n_; ++i)
             work.pos[size_t(i)] = -1;
         for (int i = 0; i < n_; ++i) {
@@ -778,12 +713,12 @@ bool Inductive::run(bool warm) {
         if (attempt_warm()) {
             ++totals.warm_ok;
             report.warm_used = true;
-            // A refined answer leaves the inverse as it was, matching the cached matrix.
+            // A refined answer leaves the factors as they were, matching the cached matrix.
             if (exact_) remember();
             return true;
         }
         // The failed warm start's basis is still a good place to pivot from, once
-        // its inverse is exact again.
+        // its factors are exact again.
         if (!exact_) rebuild_basis();
         from_warm = !work.basis.empty();
     }

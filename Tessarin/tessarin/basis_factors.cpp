@@ -1,0 +1,168 @@
+#include "Tessarin/tessarin/basis_factors.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace tessarin {
+
+void BasisFactors::grow(int n) {
+    if (n <= cap_) return;
+    int cap = std::max(n, cap_ * 2);
+    std::vector<double> q2(size_t(cap) * size_t(cap)), r2(size_t(cap) * size_t(cap));
+    for (int i = 0; i < k_; ++i) {
+        std::copy(q(i), q(i) + k_, q2.data() + size_t(i) * size_t(cap));
+        std::copy(r(i), r(i) + k_, r2.data() + size_t(i) * size_t(cap));
+    }
+    q_.swap(q2);
+    r_.swap(r2);
+    cap_ = cap;
+    t_.resize(size_t(cap));
+}
+
+void BasisFactors::reserve(int n) {
+    grow(n);
+}
+
+void BasisFactors::copy_from(const BasisFactors& o) {
+    grow(o.k_);
+    k_ = o.k_;
+    for (int i = 0; i < k_; ++i) {
+        std::copy(o.q(i), o.q(i) + k_, q(i));
+        std::copy(o.r(i), o.r(i) + k_, r(i));
+    }
+}
+
+// Rows a and b of R both start at column c (earlier entries zero); the lead of
+// b is made zero. The larger lead becomes the pivot row a, swapping when need be.
+void BasisFactors::eliminate(int a, int b, int c, int w, int qw) {
+    double* ra = r(a);
+    double* rb = r(b);
+    double p = ra[c], v = rb[c];
+    if (v == 0) return;
+    if (std::fabs(v) <= 2.22e-16 * std::fabs(p)) {
+        rb[c] = 0;
+        return;
+    }
+    double* qa = q(a);
+    double* qb = q(b);
+    double m;
+    if (std::fabs(p) < std::fabs(v)) {
+        if (std::fabs(v) > tiny) {
+            std::swap_ranges(ra + c, ra + w, rb + c);
+            std::swap_ranges(qa, qa + qw, qb);
+            m = -p / v;
+        } else {
+            ra[c] = 0;
+            m = 0;
+        }
+    } else {
+        m = std::fabs(p) > tiny ? -v / p : 0;
+    }
+    rb[c] = 0;
+    if (m == 0) return;
+    for (int j = c + 1; j < w; ++j)
+        rb[j] += m * ra[j];
+    for (int j = 0; j < qw; ++j)
+        qb[j] += m * qa[j];
+}
+
+double BasisFactors::add(const double* col, const double* row, double d) {
+    const int k = k_;
+    grow(k + 1);
+    // The new column of R is Q col; the new row of B goes in below as a spike.
+    for (int i = 0; i < k; ++i) {
+        const double* qi = q(i);
+        double s = 0;
+        for (int j = 0; j < k; ++j)
+            s += qi[j] * col[j];
+        r(i)[k] = s;
+    }
+    double* rk = r(k);
+    std::copy(row, row + k, rk);
+    rk[k] = d;
+    double* qk = q(k);
+    for (int j = 0; j < k; ++j) {
+        qk[j] = 0;
+        q(j)[k] = 0;
+    }
+    qk[k] = 1;
+    k_ = k + 1;
+    // Row k against each row above it, left to right.
+    for (int c = 0; c < k; ++c)
+        eliminate(c, k, c, k + 1, k + 1);
+    return r(k)[k];
+}
+
+void BasisFactors::remove(int p) {
+    const int k = k_;
+    if (p < 0 || p >= k) return;
+    // Without column p, R is upper Hessenberg from column p on: bring each
+    // subdiagonal entry back to zero, row i+1 against row i.
+    for (int i = 0; i < k; ++i) {
+        double* ri = r(i);
+        for (int j = p; j + 1 < k; ++j)
+            ri[j] = ri[j + 1];
+        ri[k - 1] = 0;
+    }
+    for (int i = p; i + 1 < k; ++i)
+        eliminate(i, i + 1, i, k - 1, k);
+    // Now Q B' = R' with B' lacking column p and R's last row zero: the last
+    // row of Q is a left null vector of B'. It takes column p of Q out of the
+    // other rows without touching R, which drops row p of B.
+    const double* z = q(k - 1);
+    const double zp = z[p];
+    if (zp != 0) {
+        for (int i = 0; i + 1 < k; ++i) {
+            double* qi = q(i);
+            const double m = qi[p] / zp;
+            if (m == 0) continue;
+            // The last row of R is zero, so R is unchanged.
+            for (int j = 0; j < k; ++j)
+                qi[j] -= m * z[j];
+            qi[p] = 0;
+        }
+    }
+    for (int i = 0; i + 1 < k; ++i) {
+        double* qi = q(i);
+        for (int j = p; j + 1 < k; ++j)
+            qi[j] = qi[j + 1];
+    }
+    k_ = k - 1;
+}
+
+int BasisFactors::solve(const double* rhs, double* x, const double* prev) const {
+    const int k = k_;
+    double* t = t_.data();
+    for (int i = 0; i < k; ++i) {
+        const double* qi = q(i);
+        // Four partial sums keep the adds independent.
+        double s0 = 0, s1 = 0, s2 = 0, s3 = 0;
+        int j = 0;
+        for (; j + 4 <= k; j += 4) {
+            s0 += qi[j] * rhs[j];
+            s1 += qi[j + 1] * rhs[j + 1];
+            s2 += qi[j + 2] * rhs[j + 2];
+            s3 += qi[j + 3] * rhs[j + 3];
+        }
+        for (; j < k; ++j)
+            s0 += qi[j] * rhs[j];
+        t[i] = (s0 + s1) + (s2 + s3);
+    }
+    int count = 0;
+    for (int i = k - 1; i >= 0; --i) {
+        const double* ri = r(i);
+        double s = t[i];
+        for (int j = i + 1; j < k; ++j)
+            s -= ri[j] * x[j];
+        if (std::fabs(ri[i]) <= singular) {
+            x[i] = prev ? prev[i] : 0;
+            ++count;
+        } else {
+            x[i] = s / ri[i];
+        }
+    }
+    return count;
+}
+
+} // namespace tessarin
