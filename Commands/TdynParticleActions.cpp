@@ -324,7 +324,7 @@ public:
     }
 };
 
-// runup [-maxFrame F] [-fromStartFrame | -fromPreviousFrame]
+// runup [-maxFrame F] [-cache] [-state] [-fromStartFrame | -fromPreviousFrame]
 class TdynRunupAction : public TmetaCommand {
 public:
     using TmetaCommand::TmetaCommand;
@@ -346,6 +346,8 @@ public:
         if (flag(db, "fpf", "fromPreviousFrame")) fromStart = false;
         const TanimTime from = fromStart ? TdynStatic::earliestStartTime() : TdynStatic::lastEvaluatedTime(n);
         const bool ran = TdynStatic::runupSceneFromTo(from, to, n, true, flag(db, "cch", "cache"));
+        // -state keeps where the run-up ended, so a later return to that time needs no replay.
+        if (ran && flag(db, "st", "state")) TdynStatic::cacheState(to);
         g.refreshDisplay();
         engine().setResult(ran);
         return 0;

@@ -205,12 +205,17 @@ bool TdynParticleShape::restoreState(TdataBlock& block) {
     const TanimTime t = block.context().time();
     const TanimTime start = block.inputValue(vs->startTime).asTime();
     const TanimTime cached = block.outputValue(vs->cachedTime).asTime();
-    if (start < t && t != cached) {
+    if (TdynParticleCaches::of(*this).restoreCachedState(t)) {
+        // The state a run-up ended with at this time.
+        useCachedState(block, t, t);
+        restored = true;
+    } else if (start < t && t != cached) {
         const bool atPlaybackStart = TanimInfo::currAnimInfo().startTime() == t;
         if (TdynStatic::runupToCurrentTimeIsOn() || atPlaybackStart) {
             const bool saved = block.outputValue(vs->computingCount).asBool();
             block.outputValue(vs->computingCount).set(false);
             TdynStatic::runupSceneTo(t, TdynStatic::activeGlobalsOverSampling(), true);
+            TdynStatic::cacheState(t);
             block.outputValue(vs->computingCount).set(saved);
             restored = true;
         }
@@ -487,6 +492,17 @@ bool TdynParticleShape::setCachedValue(const Tplug& plug, const TdataHandle& han
         if (w.asInt() != width) {
             w.set(static_cast<std::int32_t>(width));
             w.setClean();
+        }
+    }
+    if (context.isNormal() && a != vs->currentTime && a != vs->cacheData && a != vs->cacheWidth) {
+        // An edit makes every remembered frame stale; the run-up's end state goes too.
+        TdynParticleCaches& caches = TdynParticleCaches::of(*this);
+        if (TdynParticleCache* state = caches.stateCache()) state->deleteCache();
+        if (!normalBlock().outputValue(vs->cacheData).asBool()) {
+            caches.memoryCache().deleteCache();
+        } else {
+            TcommandEngine::current().displayWarning(TmessageTable::text(4399));
+            TcommandEngine::current().displayWarning(TmessageTable::text(4401));
         }
     }
     return TgeometryShape::setCachedValue(plug, handle, context);

@@ -113,7 +113,10 @@ public:
     static bool runupSceneFromPreviousTo(TanimTime t, int oversample, bool interruptible);
     static bool runupSceneFromTo(TanimTime from, TanimTime to, int oversample, bool interruptible, bool useCache);
     static bool gotoRunupFrame(TanimTime t);
+    // True when every simulated object holds the state a run-up ended with at `t`.
     static bool isSceneCached(TanimTime t);
+    // Every particle object keeps its present state as the state at `t`.
+    static bool cacheState(TanimTime t);
     // After a time change: replays the frames a jump skipped, when the preference asks for it.
     static void delayedTimeChangeRunup(TdependNode* particleShape);
     // Simulated nodes that run-up steps.

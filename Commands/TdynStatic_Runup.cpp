@@ -1,5 +1,6 @@
 // Run-up: the host's time set sub-step by sub-step, each simulation pulled in turn.
 
+#include "Commands/TdynParticleCache.h"
 #include "Commands/TdynParticleShape.h"
 #include "Commands/TdynStatic.h"
 
@@ -61,8 +62,22 @@ TanimTime TdynStatic::lastEvaluatedTime(int) {
     return any ? last : earliestStartTime();
 }
 
-bool TdynStatic::isSceneCached(TanimTime) {
-    return false;
+bool TdynStatic::isSceneCached(TanimTime t) {
+    const std::vector<TdependNode*> nodes = particleNodes();
+    if (nodes.empty()) return false;
+    for (TdependNode* n : nodes) {
+        TdynParticleCache* state = TdynParticleCaches::of(*static_cast<TdynParticleShape*>(n)).stateCache();
+        TanimTime first;
+        if (!state || !state->isEnabled() || !state->getCacheTime(0, first) || first != t) return false;
+    }
+    return true;
+}
+
+bool TdynStatic::cacheState(TanimTime t) {
+    bool any = false;
+    for (TdependNode* n : particleNodes())
+        any = TdynParticleCaches::of(*static_cast<TdynParticleShape*>(n)).cacheState(t) || any;
+    return any;
 }
 
 bool TdynStatic::gotoRunupFrame(TanimTime t) {

@@ -117,4 +117,33 @@ TEST_F(CachePlayback, FilesFromAnEarlierExportAreWhatTheObjectShows) {
     EXPECT_EQ(shape->stepCount(), taken);
 }
 
+TEST_F(CachePlayback, ARunupWithStateIsWhereALaterReturnLands) {
+    // One unit a frame: the run-up ends at x = 9 on frame 10.
+    ASSERT_TRUE(run("runup -mxf 10 -state;"));
+    ASSERT_EQ(xs(), std::vector<double>{9.0});
+    go(12);
+    ASSERT_EQ(xs(), std::vector<double>{11.0});
+    // Back to frame 10 with no run-up preference: only the kept state can bring it there.
+    go(10);
+    EXPECT_EQ(xs(), std::vector<double>{9.0});
+    // A run-up from the start to a time the scene holds replays nothing before it.
+    go(12);
+    const std::uint64_t before = shape->stepCount();
+    ASSERT_TRUE(run("runup -mxf 10 -fsf;"));
+    EXPECT_EQ(xs(), std::vector<double>{9.0});
+    EXPECT_LE(shape->stepCount(), before + 1);
+}
+
+TEST_F(CachePlayback, AnEditForgetsTheKeptStateAndWarnsOfAStaleMemoryCache) {
+    ASSERT_TRUE(run("runup -mxf 10 -state;"));
+    go(12);
+    ASSERT_TRUE(run("setAttr pShape.conserve 0.5;"));
+    // The kept state no longer matches the object: a return without a run-up keeps the present state.
+    go(10);
+    EXPECT_EQ(xs(), std::vector<double>{11.0});
+    EXPECT_EQ(errors.str().find("memory cache"), std::string::npos);
+    ASSERT_TRUE(run("dynCache -enable on -width 10 p; setAttr pShape.conserve 1;"));
+    EXPECT_NE(errors.str().find("memory cache is on"), std::string::npos) << errors.str();
+}
+
 } // namespace
