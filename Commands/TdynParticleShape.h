@@ -14,6 +14,8 @@
 #include <vector>
 
 class TdynParticleShape;
+class TdynSweptGeometry;
+class TdynSweptPointSet;
 using TdynParticleShapePtrArray = std::vector<TdynParticleShape*>;
 
 class TdnVSTdynParticleShape : public TdnVSTgeometryShape {
@@ -160,6 +162,43 @@ public:
     // ---- random numbers ----
     double randgen(TdataBlock& block);
     double eventRandgen(TdataBlock& block);
+
+    // ---- collisions and events ----
+    // The particles one event asks for, kept until every row of the step was seen.
+    struct TeventEmission {
+        T4dDblVector position, velocity;
+        double mass = 1.0;
+        double age = 0.0;
+        double spread = 0.0;
+        int count = 0;
+        TdynParticleShape* target = nullptr;
+    };
+    // The ten typed columns of the collision records, emptied (made if missing).
+    static void clearCollisionRecords(TdataArrayAttrs& records);
+    void processCollisions(TdataBlock& block);
+    void clearCollisionUVAttributes(TdataBlock& block);
+    void updateSweptPointSetFromState(TdataBlock& block);
+    void collideWithSweptGeometry(TdataBlock& block, const std::vector<int>& elements, TdataArrayAttrs& records);
+    void collideWithSweptGeometry(TdataBlock& block, const std::vector<TdynSweptGeometry*>& geometries,
+                                  const TdoubleArray& resilience, const TdoubleArray& friction,
+                                  const std::vector<int>& elementIndices, const TdoubleArray& mass,
+                                  TdataArrayAttrs& records);
+    void updateStateFromSweptPointSet(TdataBlock& block);
+    void computeCollisionEvents(TdataBlock& block);
+    // True when it filled `record` with particles to make.
+    bool doEvent(TdataBlock& block, bool die, int split, int emit, bool random, double spread,
+                 const Tstring& proc, const T4dDblVector& position, const T4dDblVector& velocity,
+                 const Tstring& shape, int id, double age, double mass, bool& dies, TeventEmission& record);
+    void collisionEmit(TdataBlock& block, const TeventEmission& record);
+    T4dDblVector eventSpreadVelocity(TdataBlock& block, const T4dDblVector& v, double angle);
+    void computeEventTest(TdataBlock& block);
+    // The element of the event of that name, or the first free one when none has it.
+    int getValidEventIndex(const Tstring& name);
+    void appendEventNames(std::vector<Tstring>& names);
+    // Elements of the events in use, in order.
+    std::vector<int> validEventIndices();
+    // The particle object connected to eventTarget[element], or null.
+    TdynParticleShape* eventTargetObject(int element);
 
     // ---- per-particle data from outside ----
     // False (with `why` set) for an unknown attribute or index out of range.

@@ -75,9 +75,15 @@ bool TdynParticleShape::computePlug(const Tplug& plug, TdataBlock& block) {
         if (block.inputValue(vs->lifespanMode).asInt() != 3) return TgeometryShape::computePlug(plug, block);
         return computeFinalLifespanPP(block), true;
     }
-    // Expressions, collisions and events join in later; their step slots settle as no-ops.
-    if (a == vs->executeCreationExpression || a == vs->executeRuntimeExpression || a == vs->collisions ||
-        a == vs->collisionEvents || a == vs->eventTest) {
+    if (a == vs->collisions) {
+        processCollisions(block);
+        block.outputValue(vs->collisions).setClean();
+        return true;
+    }
+    if (a == vs->collisionEvents) return computeCollisionEvents(block), true;
+    if (a == vs->eventTest) return computeEventTest(block), true;
+    // Expressions join in later; their step slots settle as no-ops.
+    if (a == vs->executeCreationExpression || a == vs->executeRuntimeExpression) {
         block.outputValue(a).setClean();
         return true;
     }

@@ -262,7 +262,7 @@ void TdnVSTdynParticleShape::appendAttributes(TattributeList& list) {
     eventRandState =
         make<Tattribute3Int32>("eventRandState", "ers", makeIffTag("RAND")); // tag shared with randState
     add(eventRandState);
-    eventTarget = multi(str("eventTarget", "etg", "ETRG"));
+    eventTarget = multi(msg("eventTarget", "etg", "ETRG"));
     eventName = multi(str("eventName", "evn", "EVNM"));
     eventValid = multi(b("eventValid", "evv", "EVVA"));
     eventCount = multi(i32("eventCount", "ecnt", "EVCT"));
