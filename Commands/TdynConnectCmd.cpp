@@ -1,8 +1,9 @@
-// connectDynamic: joins fields (and, once they exist, emitters and collision
+// connectDynamic: joins fields and emitters (and, once they exist, collision
 // objects) to dynamic objects. Everything named is checked before anything is
 // connected, so a bad name leaves the scene as it was.
 
 #include "Commands/TdynCmd.h"
+#include "Commands/TdynEmitter.h"
 #include "Commands/TdynField.h"
 #include "Commands/TdynStatic.h"
 
@@ -23,38 +24,50 @@ protected:
 
     int parseEditOrNew(const TargDatabase& db) override {
         const std::string cmd = db.commandName();
-        for (const char* flag : {"em", "c"}) {
-            if (db.flagUseCount(flag) == 0) continue;
-            const std::string name = db.flagArgumentString(flag, 0);
-            engine().displayError(cmd + ": '" + name + "' is not " +
-                                  (std::string(flag) == "em" ? "an emitter" : "a collision object"));
+        if (db.flagUseCount("c") != 0) {
+            engine().displayError(cmd + ": '" + db.flagArgumentString("c", 0) +
+                                  "' is not a collision object");
             return -1;
         }
-        if (db.flagUseCount("f") == 0) {
-            engine().displayError(cmd + ": give the fields to connect with -fields");
+        if (db.flagUseCount("f") == 0 && db.flagUseCount("em") == 0) {
+            engine().displayError(cmd +
+                                  ": give the fields to connect with -fields or the emitters with -emitters");
             return -1;
         }
-        for (std::size_t u = 0; u < db.flagUseCount("f"); ++u) {
-            const std::string name = db.flagArgumentString("f", u);
-            std::vector<TdependNode*> found = model()->findMatches(name);
-            if (found.empty()) {
-                engine().displayError(cmd + ": no object matches '" + name + "'");
-                return -1;
-            }
-            for (TdependNode* n : found) {
-                auto* f = TdynField::cast(n);
-                if (!f) {
-                    engine().displayError(cmd + ": '" + n->name() + "' is not a field");
-                    return -1;
+        // Every name must match, and every match must be of the flag's kind.
+        auto gather = [&](const char* flag, const char* kind, auto cast, auto& into) {
+            for (std::size_t u = 0; u < db.flagUseCount(flag); ++u) {
+                const std::string name = db.flagArgumentString(flag, u);
+                std::vector<TdependNode*> found = model()->findMatches(name);
+                if (found.empty()) {
+                    engine().displayError(cmd + ": no object matches '" + name + "'");
+                    return false;
                 }
-                if (std::find(fFields.begin(), fFields.end(), f) == fFields.end()) fFields.push_back(f);
+                for (TdependNode* n : found) {
+                    auto* x = cast(n);
+                    if (!x) {
+                        engine().displayError(cmd + ": '" + n->name() + "' is not " + kind);
+                        return false;
+                    }
+                    if (std::find(into.begin(), into.end(), x) == into.end()) into.push_back(x);
+                }
             }
-        }
+            return true;
+        };
+        if (!gather(
+                "f", "a field", [](TdependNode* n) { return TdynField::cast(n); }, fFields))
+            return -1;
+        if (!gather(
+                "em", "an emitter", [](TdependNode* n) { return TdynEmitter::cast(n); }, fEmitters))
+            return -1;
         for (unsigned i = 0; i < itemCount(); ++i) {
             TdependNode* n = item(i);
             // A field named with -fields and also selected is not a target.
             if (auto* f = TdynField::cast(n);
                 f && std::find(fFields.begin(), fFields.end(), f) != fFields.end())
+                continue;
+            if (auto* e = TdynEmitter::cast(n);
+                e && std::find(fEmitters.begin(), fEmitters.end(), e) != fEmitters.end())
                 continue;
             auto* dag = TdagObject::cast(n);
             TdagObject* object = dag ? TdynStatic::dynamicObject(dag) : nullptr;
@@ -89,14 +102,33 @@ protected:
                 }
                 if (!had) fMade.push_back({f, o, index});
             }
+        for (TdynEmitter* e : fEmitters)
+            for (TdagObject* o : fObjects) {
+                TdynEmitterPtrArray before;
+                TdynEmitter::getEmittersConnectedTo(o, before);
+                const bool had = std::find(before.begin(), before.end(), e) != before.end();
+                std::string why;
+                const int index = e->connectToTarget(o, why);
+                if (index < 0) {
+                    engine().displayError("connectDynamic: " + why);
+                    doUndoIt();
+                    return -1;
+                }
+                if (!had) fMadeEmitters.push_back({e, o, index});
+            }
         std::vector<std::string> result;
         for (TdynField* f : fFields)
             result.push_back(f->name());
+        for (TdynEmitter* e : fEmitters)
+            result.push_back(e->name());
         engine().setResult(result);
         return 0;
     }
 
     int doUndoIt() override {
+        for (auto it = fMadeEmitters.rbegin(); it != fMadeEmitters.rend(); ++it)
+            it->emitter->disconnectFromTarget(it->object, it->index);
+        fMadeEmitters.clear();
         TdependGraph& g = TdependGraph::current();
         for (auto it = fMade.rbegin(); it != fMade.rend(); ++it) {
             auto* vs = it->field->fieldVs();
@@ -129,7 +161,14 @@ private:
         TdagObject* object;
         int index;
     };
+    struct MadeEmitter {
+        TdynEmitter* emitter;
+        TdagObject* object;
+        int index;
+    };
     std::vector<TdynField*> fFields;
+    std::vector<TdynEmitter*> fEmitters;
+    std::vector<MadeEmitter> fMadeEmitters;
     std::vector<TdagObject*> fObjects;
     std::vector<Made> fMade;
 };
