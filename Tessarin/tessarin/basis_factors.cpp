@@ -6,6 +6,26 @@
 
 namespace tessarin {
 
+namespace {
+
+// Four partial sums keep the adds independent, so the loop runs at the speed
+// of the loads instead of the latency of one running sum.
+inline double dot(const double* a, const double* b, int n) {
+    double s0 = 0, s1 = 0, s2 = 0, s3 = 0;
+    int j = 0;
+    for (; j + 4 <= n; j += 4) {
+        s0 += a[j] * b[j];
+        s1 += a[j + 1] * b[j + 1];
+        s2 += a[j + 2] * b[j + 2];
+        s3 += a[j + 3] * b[j + 3];
+    }
+    for (; j < n; ++j)
+        s0 += a[j] * b[j];
+    return (s0 + s1) + (s2 + s3);
+}
+
+} // namespace
+
 void BasisFactors::grow(int n) {
     if (n <= cap_) return;
     int cap = std::max(n, cap_ * 2);
@@ -71,13 +91,8 @@ double BasisFactors::add(const double* col, const double* row, double d) {
     const int k = k_;
     grow(k + 1);
     // The new column of R is Q col; the new row of B goes in below as a spike.
-    for (int i = 0; i < k; ++i) {
-        const double* qi = q(i);
-        double s = 0;
-        for (int j = 0; j < k; ++j)
-            s += qi[j] * col[j];
-        r(i)[k] = s;
-    }
+    for (int i = 0; i < k; ++i)
+        r(i)[k] = dot(q(i), col, k);
     double* rk = r(k);
     std::copy(row, row + k, rk);
     rk[k] = d;
@@ -134,27 +149,12 @@ void BasisFactors::remove(int p) {
 int BasisFactors::solve(const double* rhs, double* x, const double* prev) const {
     const int k = k_;
     double* t = t_.data();
-    for (int i = 0; i < k; ++i) {
-        const double* qi = q(i);
-        // Four partial sums keep the adds independent.
-        double s0 = 0, s1 = 0, s2 = 0, s3 = 0;
-        int j = 0;
-        for (; j + 4 <= k; j += 4) {
-            s0 += qi[j] * rhs[j];
-            s1 += qi[j + 1] * rhs[j + 1];
-            s2 += qi[j + 2] * rhs[j + 2];
-            s3 += qi[j + 3] * rhs[j + 3];
-        }
-        for (; j < k; ++j)
-            s0 += qi[j] * rhs[j];
-        t[i] = (s0 + s1) + (s2 + s3);
-    }
+    for (int i = 0; i < k; ++i)
+        t[i] = dot(q(i), rhs, k);
     int count = 0;
     for (int i = k - 1; i >= 0; --i) {
         const double* ri = r(i);
-        double s = t[i];
-        for (int j = i + 1; j < k; ++j)
-            s -= ri[j] * x[j];
+        const double s = t[i] - dot(ri + i + 1, x + i + 1, k - i - 1);
         if (std::fabs(ri[i]) <= singular) {
             x[i] = prev ? prev[i] : 0;
             ++count;

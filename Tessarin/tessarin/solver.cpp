@@ -152,16 +152,21 @@ double Inductive::badness(int i) const {
 
 int Inductive::next_violated(int d) const {
     if (d != -1 && (st_[d] == ST_OVER || st_[d] == ST_EDGE || st_[d] == ST_DRIVE)) return d;
+    // Normal rows first: a friction row's limits move with its normal force, so
+    // driving friction before the normal forces have settled makes rows cycle
+    // between the basis and the cone. Friction badness is a force, normal
+    // badness an acceleration, so the two are not ranked against each other.
     double best = -0.05 * T_;
     int pick = -1;
-    for (int i = 0; i < n_; ++i) {
-        if (st_[i] == ST_GIVEN_UP) continue;
-        double b = badness(i);
-        if (b < best) {
-            best = b;
-            pick = i;
+    for (int pass = 0; pass < 2 && pick < 0; ++pass)
+        for (int i = 0; i < n_; ++i) {
+            if (st_[i] == ST_GIVEN_UP || is_friction(i) != (pass == 1)) continue;
+            double b = badness(i);
+            if (b < best) {
+                best = b;
+                pick = i;
+            }
         }
-    }
     return pick;
 }
 
