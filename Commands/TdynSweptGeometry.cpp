@@ -320,6 +320,7 @@ void TdynSweptGeometry::refreshBoundingBox() {
 
 bool TdynSweptGeometry::intersectsWithPoint(TdynSweptPoint& point, double dt, double startTime,
                                             double resilience, double friction, Tshape* shapeHit) {
+    fVisited = 0;
     if (kind != kTriangles) return false;
     const TdynBoundingBox& pbox = point.boundingBox();
     if (!pbox.intersects(box)) return false;
@@ -329,6 +330,7 @@ bool TdynSweptGeometry::intersectsWithPoint(TdynSweptPoint& point, double dt, do
     for (int r = 0, first = 0; r < runs; ++r, first += kTrianglesPerBox) {
         if (!pbox.intersects(*subBoxes[r])) continue;
         const int end = std::min(n, first + kTrianglesPerBox);
+        fVisited += end - first;
         for (int k = first; k < end; ++k) {
             const TdynSweptTriangle& tri = *triangles[k];
             if (!tri.intersectsPoint(point, startTime)) continue;

@@ -80,6 +80,9 @@ public:
         return i >= 0 && i < subBoundingBoxCount() ? subBoxes[i].get() : nullptr;
     }
 
+    // Triangles the last intersectsWithPoint reached past the boxes of the whole and of the runs.
+    int trianglesVisited() const { return fVisited; }
+
     int triangleCount() const { return static_cast<int>(triangles.size()); }
     int lineCount() const { return static_cast<int>(lines.size()); }
 
@@ -101,4 +104,5 @@ private:
     // Point index of each triangle corner, and its place in the mesh's faceVertices (for uvs).
     std::vector<int> fTriVertices, fTriCorners;
     int fCount = 0;
+    int fVisited = 0;
 };

@@ -188,7 +188,8 @@ double TdynSweptTriangle::pointDistance(const T4dDblVector& p, double t) const {
 }
 
 void TdynSweptTriangle::linearCombinationFromPoint(const T4dDblVector& point, double t, double w[3]) const {
-    const T4dDblVector n = normal(t).normal();
+    // The true plane at t, not the blended normal: a point on the moving triangle keeps its weights.
+    const T4dDblVector n = plane(t).normal;
     const T4dDblVector k0 = vertex(0, t);
     const T4dDblVector p = point - n * (point - k0).dot(n);
     // Work in the two axes the triangle is least flat in; ties drop x, then y.
