@@ -42,7 +42,8 @@ public:
                min[2] <= b.max[2] && b.min[2] <= max[2];
     }
     bool contains(const T4dDblVector& p) const {
-        return p.x >= min[0] && p.x <= max[0] && p.y >= min[1] && p.y <= max[1] && p.z >= min[2] && p.z <= max[2];
+        return p.x >= min[0] && p.x <= max[0] && p.y >= min[1] && p.y <= max[1] && p.z >= min[2] &&
+               p.z <= max[2];
     }
     T4dDblVector minimum() const { return {min[0], min[1], min[2]}; }
     T4dDblVector maximum() const { return {max[0], max[1], max[2]}; }

@@ -37,7 +37,8 @@ Tplug TdynGeoConnectable::messagePlug() const {
 TdynGeoConnector* TdynGeoConnectable::connector() const {
     if (!fShape) return nullptr;
     for (const Tplug& d : messagePlug().destinations())
-        if (auto* c = TdynGeoConnector::cast(d.node()); c && d.attribute() == &TdynGeoConnector::sVsData()->owner)
+        if (auto* c = TdynGeoConnector::cast(d.node());
+            c && d.attribute() == &TdynGeoConnector::sVsData()->owner)
             return c;
     return nullptr;
 }

@@ -19,7 +19,8 @@ const char* const kOclNames[] = {"ownerCentroidLocalX", "ownerCentroidLocalY", "
 const char* const kOclShort[] = {"olcx", "ocly", "oclz"};
 const char* const kCpcNames[] = {"componentCentroidX", "componentCentroidY", "componentCentroidZ"};
 const char* const kCpcShort[] = {"ccx", "ccy", "ccz"};
-const char* const kCclNames[] = {"componentCentroidLocalX", "componentCentroidLocalY", "componentCentroidLocalZ"};
+const char* const kCclNames[] = {"componentCentroidLocalX", "componentCentroidLocalY",
+                                 "componentCentroidLocalZ"};
 const char* const kCclShort[] = {"cclx", "clcy", "clcz"};
 
 Tattribute* output(Tattribute* a) {
@@ -96,8 +97,8 @@ TdnVSTdynGeoConnector::TdnVSTdynGeoConnector()
     worldMatrix.setNativeDefaultData(makeMatrixData(T4dDblMatrix()));
     worldMatrix.setStorable(false);
     for (Tattribute* a : std::initializer_list<Tattribute*>{
-             &prevTime, &deltaTime, &ownerPositions, &preOwnerPositions, &ownerVelocities, &ownerMasses, &sortedId,
-             &idIndex, &idMapping, &ownerCentroid, &ownerCentroidLocal, &componentPositions,
+             &prevTime, &deltaTime, &ownerPositions, &preOwnerPositions, &ownerVelocities, &ownerMasses,
+             &sortedId, &idIndex, &idMapping, &ownerCentroid, &ownerCentroidLocal, &componentPositions,
              &preComponentPositions, &componentVelocities, &componentCentroid, &componentCentroidLocal,
              &sweptGeometry, &localSweptGeometry, &ratePPOut})
         output(a);
@@ -120,13 +121,39 @@ TdnVSTdynGeoConnector::TdnVSTdynGeoConnector()
 
 void TdnVSTdynGeoConnector::appendAttributes(TattributeList& list) {
     TdependNodeVS::appendAttributes(list);
-    for (Tattribute* a : std::initializer_list<Tattribute*>{
-             &currentTime, &prevTime, &deltaTime, &owner, &inputGeometryMsg, &localGeometry, &worldMatrix,
-             &ownerPositions, &preOwnerPositions, &ownerVelocities, &ownerMasses, &idMapping, &sortedId, &idIndex,
-             &inputForce, &ownerCentroid, &ownerCentroidLocal, &groupId, &components, &componentPositions,
-             &preComponentPositions, &componentVelocities, &componentCentroid, &componentCentroidLocal,
-             &sweptGeometry, &localSweptGeometry, &ratePPIn, &ratePPOut, &matrixModified, &geometryModified,
-             &tessellationFactor, &resilience, &friction})
+    for (Tattribute* a : std::initializer_list<Tattribute*>{&currentTime,
+                                                            &prevTime,
+                                                            &deltaTime,
+                                                            &owner,
+                                                            &inputGeometryMsg,
+                                                            &localGeometry,
+                                                            &worldMatrix,
+                                                            &ownerPositions,
+                                                            &preOwnerPositions,
+                                                            &ownerVelocities,
+                                                            &ownerMasses,
+                                                            &idMapping,
+                                                            &sortedId,
+                                                            &idIndex,
+                                                            &inputForce,
+                                                            &ownerCentroid,
+                                                            &ownerCentroidLocal,
+                                                            &groupId,
+                                                            &components,
+                                                            &componentPositions,
+                                                            &preComponentPositions,
+                                                            &componentVelocities,
+                                                            &componentCentroid,
+                                                            &componentCentroidLocal,
+                                                            &sweptGeometry,
+                                                            &localSweptGeometry,
+                                                            &ratePPIn,
+                                                            &ratePPOut,
+                                                            &matrixModified,
+                                                            &geometryModified,
+                                                            &tessellationFactor,
+                                                            &resilience,
+                                                            &friction})
         list.addAttribute(a);
 }
 
@@ -149,21 +176,24 @@ bool TdnVSTdynGeoConnector::setupDependencies(TdependencyMatrix& m) {
                                            &componentCentroidLocal,
                                            &sweptGeometry,
                                            &localSweptGeometry};
-    for (const TattributeNumericCompound* c : {static_cast<const TattributeNumericCompound*>(&ownerCentroid),
-                                               static_cast<const TattributeNumericCompound*>(&ownerCentroidLocal),
-                                               static_cast<const TattributeNumericCompound*>(&componentCentroid),
-                                               static_cast<const TattributeNumericCompound*>(&componentCentroidLocal)})
+    for (const TattributeNumericCompound* c :
+         {static_cast<const TattributeNumericCompound*>(&ownerCentroid),
+          static_cast<const TattributeNumericCompound*>(&ownerCentroidLocal),
+          static_cast<const TattributeNumericCompound*>(&componentCentroid),
+          static_cast<const TattributeNumericCompound*>(&componentCentroidLocal)})
         for (const Tattribute* k : c->children())
             outs.push_back(k);
-    for (const Tattribute* in : std::initializer_list<const Tattribute*>{&currentTime, &localGeometry, &worldMatrix})
+    for (const Tattribute* in :
+         std::initializer_list<const Tattribute*>{&currentTime, &localGeometry, &worldMatrix})
         for (const Tattribute* out : outs)
             m.attributeAffects(in, out);
     for (const Tattribute* out : std::initializer_list<const Tattribute*>{
              &componentPositions, &preComponentPositions, &componentVelocities, &componentCentroid,
              &componentCentroidLocal})
         m.attributeAffects(&components, out);
-    for (const TattributeNumericCompound* c : {static_cast<const TattributeNumericCompound*>(&componentCentroid),
-                                               static_cast<const TattributeNumericCompound*>(&componentCentroidLocal)})
+    for (const TattributeNumericCompound* c :
+         {static_cast<const TattributeNumericCompound*>(&componentCentroid),
+          static_cast<const TattributeNumericCompound*>(&componentCentroidLocal)})
         for (const Tattribute* k : c->children())
             m.attributeAffects(&components, k);
     m.attributeAffects(&ratePPIn, &ratePPOut);
@@ -180,7 +210,8 @@ bool TdynGeoConnector::canConnect(const TdependNode* object) {
 TdynGeoConnector* TdynGeoConnector::connectorFor(TdagObject* shape, bool create, std::string& why) {
     TdynGeoConnectable c(shape);
     if (!c.isValid()) {
-        why = (shape ? shape->name() : std::string("(nothing)")) + " has no mesh or curve geometry to connect";
+        why =
+            (shape ? shape->name() : std::string("(nothing)")) + " has no mesh or curve geometry to connect";
         return nullptr;
     }
     if (TdynGeoConnector* existing = c.connector()) return existing;
@@ -195,10 +226,16 @@ TdynGeoConnector* TdynGeoConnector::connectorFor(TdagObject* shape, bool create,
         return nullptr;
     }
     auto* vs = sVsData();
-    g.connect(c.messagePlug(), Tplug(node, &vs->owner), true);
-    g.connect(c.geometryOutput(), Tplug(node, &vs->localGeometry), true);
-    g.connect(c.worldMatrixOutput(), Tplug(node, &vs->worldMatrix), true);
-    if (TdnTime* t = g.timeNode()) g.connect(t->outTimePlug(), Tplug(node, &vs->currentTime), true);
+    try {
+        g.connect(c.messagePlug(), Tplug(node, &vs->owner), true);
+        g.connect(c.geometryOutput(), Tplug(node, &vs->localGeometry), true);
+        g.connect(c.worldMatrixOutput(), Tplug(node, &vs->worldMatrix), true);
+        if (TdnTime* t = g.timeNode()) g.connect(t->outTimePlug(), Tplug(node, &vs->currentTime), true);
+    } catch (const std::exception& e) {
+        why = "could not connect " + node->name() + " to " + c.shape()->name() + ": " + e.what();
+        g.detachNode(node);
+        return nullptr;
+    }
     return node;
 }
 
@@ -214,10 +251,15 @@ bool TdynGeoConnector::connectOwnerDataTo(TdynAuxiliary* aux, std::string& why) 
         {ownerCentroidPlug(), Tplug(aux, aux->attrOwnerCentroid())},
     };
     for (const auto& [src, dst] : links) {
+        if (dst.source() == src) continue;
         const std::string problem = g.connectionProblem(src, dst);
-        if (!problem.empty() && !dst.source().isNull() && dst.source() == src) continue;
-        g.connect(src, dst, true);
+        if (!problem.empty()) {
+            why = problem;
+            return false;
+        }
     }
+    for (const auto& [src, dst] : links)
+        if (dst.source() != src) g.connect(src, dst, true);
     return true;
 }
 
@@ -233,7 +275,12 @@ bool TdynGeoConnector::connectSweptGeometryTo(const Tplug& destination, std::str
         why = problem;
         return false;
     }
-    g.connect(sweptGeometryPlug(), destination, true);
+    try {
+        g.connect(sweptGeometryPlug(), destination, true);
+    } catch (const std::exception& e) {
+        why = e.what();
+        return false;
+    }
     return true;
 }
 

@@ -19,34 +19,34 @@ public:
     bool setupDependencies(TdependencyMatrix& m) override;
 
     TattributeTime currentTime;
-    TattributeTime prevTime;               // output: time of the evaluation before this one
-    TattributeDouble deltaTime;            // output: seconds between the two
-    TattributeMessage owner;               // the shape's message
+    TattributeTime prevTime;    // output: time of the evaluation before this one
+    TattributeDouble deltaTime; // output: seconds between the two
+    TattributeMessage owner;    // the shape's message
     TattributeMessage inputGeometryMsg;
-    TattributeGeneric localGeometry;       // TdataMesh or TdataCurve in object space
-    TattributeTyped worldMatrix;           // the shape's world matrix
-    TattributeTyped ownerPositions;        // world points (mesh points, curve edit points)
+    TattributeGeneric localGeometry; // TdataMesh or TdataCurve in object space
+    TattributeTyped worldMatrix;     // the shape's world matrix
+    TattributeTyped ownerPositions;  // world points (mesh points, curve edit points)
     TattributeTyped preOwnerPositions;
-    TattributeTyped ownerVelocities;       // per second
-    TattributeTyped ownerMasses;           // 1 per point
-    TattributeTyped sortedId;              // a geometry's ids are its point indices
+    TattributeTyped ownerVelocities; // per second
+    TattributeTyped ownerMasses;     // 1 per point
+    TattributeTyped sortedId;        // a geometry's ids are its point indices
     TattributeTyped idIndex;
     TattributeCompound idMapping;
-    TattributeTyped inputForce;            // multi, for an owner that reacts to fields
+    TattributeTyped inputForce; // multi, for an owner that reacts to fields
     Tattribute3Double ownerCentroid;
     Tattribute3Double ownerCentroidLocal;
     TattributeInt32 groupId;
-    TattributeTyped components;            // point indices of the component arrays; empty: every point
+    TattributeTyped components; // point indices of the component arrays; empty: every point
     TattributeTyped componentPositions;
     TattributeTyped preComponentPositions;
     TattributeTyped componentVelocities;
     Tattribute3Double componentCentroid;
     Tattribute3Double componentCentroidLocal;
-    TattributeTyped sweptGeometry;         // world space
-    TattributeTyped localSweptGeometry;    // object space
+    TattributeTyped sweptGeometry;      // world space
+    TattributeTyped localSweptGeometry; // object space
     TattributeTyped ratePPIn;
     TattributeTyped ratePPOut;
-    TattributeBoolean matrixModified;      // set by the last swept update
+    TattributeBoolean matrixModified; // set by the last swept update
     TattributeBoolean geometryModified;
     TattributeInt32 tessellationFactor;
     TattributeDouble resilience;

@@ -6,7 +6,8 @@ int gNextPlaneId = 0; // evaluation thread only
 
 TdynPlaneEquation::TdynPlaneEquation() : id(gNextPlaneId++) {}
 
-void TdynPlaneEquation::setFromPoints(const T4dDblVector& p0, const T4dDblVector& p1, const T4dDblVector& p2) {
+void TdynPlaneEquation::setFromPoints(const T4dDblVector& p0, const T4dDblVector& p1,
+                                      const T4dDblVector& p2) {
     normal = (p1 - p0).cross(p2 - p1).normal();
     distance = normal.dot(p0);
 }

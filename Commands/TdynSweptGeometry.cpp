@@ -11,7 +11,8 @@ namespace {
 // Points and curve parameters at even arc-length spacing, from a chord table fine enough that the
 // spacing errs by far less than a line's length. One table per call, so a step costs
 // O(samples) rather than a length integration per sample.
-void sampleCurve(const Tcurve& curve, int lineCount, std::vector<T4dDblVector>& points, std::vector<double>& params) {
+void sampleCurve(const Tcurve& curve, int lineCount, std::vector<T4dDblVector>& points,
+                 std::vector<double>& params) {
     const int fine = std::max(64, lineCount * 8);
     std::vector<T4dDblVector> p(fine + 1);
     std::vector<double> len(fine + 1, 0.0);
@@ -25,8 +26,10 @@ void sampleCurve(const Tcurve& curve, int lineCount, std::vector<T4dDblVector>& 
     int k = 0;
     for (int i = 0; i <= lineCount; ++i) {
         double u;
-        if (i == 0 || !(total > 0)) u = double(i) / lineCount;
-        else if (i == lineCount) u = 1;
+        if (i == 0 || !(total > 0))
+            u = double(i) / lineCount;
+        else if (i == lineCount)
+            u = 1;
         else {
             const double s = total * i / lineCount;
             while (k < fine - 1 && len[k + 1] < s)

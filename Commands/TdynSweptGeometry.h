@@ -91,7 +91,7 @@ public:
     TdynSweptLinePtrArray lines;
     TdynBoundingBoxPtrArray subBoxes;
     TdynBoundingBox box;
-    double area = 0;   // totals at the end of the step
+    double area = 0; // totals at the end of the step
     double length = 0;
     bool moving = false;
     Tshape* shape = nullptr;

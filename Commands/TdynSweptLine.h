@@ -53,7 +53,9 @@ public:
     T4dDblVector normal(double t) const;
     double length(double t) const { return (vertex(1, t) - vertex(0, t)).length(); }
     // a + r (b - a) at time t.
-    T4dDblVector pointAt(double r, double t) const { return vertex(0, t) + (vertex(1, t) - vertex(0, t)) * r; }
+    T4dDblVector pointAt(double r, double t) const {
+        return vertex(0, t) + (vertex(1, t) - vertex(0, t)) * r;
+    }
     double parameterAt(double r) const { return fU[0] + (fU[1] - fU[0]) * r; }
     const TdynBoundingBox& boundingBox() const;
 

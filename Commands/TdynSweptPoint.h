@@ -12,11 +12,11 @@ class Tshape;
 
 // One hit of a point on a surface.
 struct TdynSweptHit {
-    double time = DBL_MAX;           // fraction of the step
-    T4dDblVector position;           // where the point was at `time`
-    T4dDblVector normal;             // unit, facing the incoming point
-    T4dDblVector surfaceVelocity;    // per second
-    double u = 0, v = 0;             // surface parameters at the hit
+    double time = DBL_MAX;        // fraction of the step
+    T4dDblVector position;        // where the point was at `time`
+    T4dDblVector normal;          // unit, facing the incoming point
+    T4dDblVector surfaceVelocity; // per second
+    double u = 0, v = 0;          // surface parameters at the hit
     double resilience = 1, friction = 0;
     Tshape* shape = nullptr;
 };

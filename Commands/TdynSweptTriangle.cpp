@@ -105,15 +105,42 @@ void TdynSweptTriangle::computeVectors() const {
     fVectorsDone = true;
 }
 
-const T4dDblVector& TdynSweptTriangle::a0() const { computeVectors(); return fA[0]; }
-const T4dDblVector& TdynSweptTriangle::a1() const { computeVectors(); return fA[1]; }
-const T4dDblVector& TdynSweptTriangle::a2() const { computeVectors(); return fA[2]; }
-const T4dDblVector& TdynSweptTriangle::b0() const { computeVectors(); return fB[0]; }
-const T4dDblVector& TdynSweptTriangle::b1() const { computeVectors(); return fB[1]; }
-const T4dDblVector& TdynSweptTriangle::b2() const { computeVectors(); return fB[2]; }
-const T4dDblVector& TdynSweptTriangle::x0() const { computeVectors(); return fX[0]; }
-const T4dDblVector& TdynSweptTriangle::x1() const { computeVectors(); return fX[1]; }
-const T4dDblVector& TdynSweptTriangle::x2() const { computeVectors(); return fX[2]; }
+const T4dDblVector& TdynSweptTriangle::a0() const {
+    computeVectors();
+    return fA[0];
+}
+const T4dDblVector& TdynSweptTriangle::a1() const {
+    computeVectors();
+    return fA[1];
+}
+const T4dDblVector& TdynSweptTriangle::a2() const {
+    computeVectors();
+    return fA[2];
+}
+const T4dDblVector& TdynSweptTriangle::b0() const {
+    computeVectors();
+    return fB[0];
+}
+const T4dDblVector& TdynSweptTriangle::b1() const {
+    computeVectors();
+    return fB[1];
+}
+const T4dDblVector& TdynSweptTriangle::b2() const {
+    computeVectors();
+    return fB[2];
+}
+const T4dDblVector& TdynSweptTriangle::x0() const {
+    computeVectors();
+    return fX[0];
+}
+const T4dDblVector& TdynSweptTriangle::x1() const {
+    computeVectors();
+    return fX[1];
+}
+const T4dDblVector& TdynSweptTriangle::x2() const {
+    computeVectors();
+    return fX[2];
+}
 
 const TdynPlaneEquation& TdynSweptTriangle::plane(double t) const {
     if (!fMoving || t == 1.0) {

@@ -52,7 +52,8 @@ public:
     // Unit normal at t facing the side `point` is on.
     T4dDblVector normalToPoint(double t, const T4dDblVector& point) const;
     // Unit normal at t facing an incoming point: against velocity - surfaceVelocity.
-    T4dDblVector normalToPoint(double t, const T4dDblVector& velocity, const T4dDblVector& surfaceVelocity) const;
+    T4dDblVector normalToPoint(double t, const T4dDblVector& velocity,
+                               const T4dDblVector& surfaceVelocity) const;
     const TdynPlaneEquation& plane(double t) const;
     const TdynBoundary& boundary(double t) const;
     T4dDblVector pointOnPlaneFromPointInSpace(const T4dDblVector& p, double t) const;

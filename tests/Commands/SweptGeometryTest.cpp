@@ -18,7 +18,8 @@ namespace {
 // Corners in the y = 0 plane, wound so that the normal is +y.
 const T4dDblVector K0{0, 0, 0}, K1{0, 0, 3}, K2{3, 0, 0};
 
-TdynSweptTriangle stillTriangle(const T4dDblVector& a = K0, const T4dDblVector& b = K1, const T4dDblVector& c = K2) {
+TdynSweptTriangle stillTriangle(const T4dDblVector& a = K0, const T4dDblVector& b = K1,
+                                const T4dDblVector& c = K2) {
     TdynSweptTriangle t;
     const T4dDblVector v[3] = {a, b, c};
     t.setVertices(v, v);
@@ -228,8 +229,10 @@ TEST(SweptTriangle, EarliestRootInsideTheTriangleAgreesWithAScanOverTheStep) {
                     }
                 }
                 const double root = 0.5 * (lo + hi);
-                if (insideByAreas(tri, p.positionAt(root), root)) expected = root;
-                else earlierOutside = true;
+                if (insideByAreas(tri, p.positionAt(root), root))
+                    expected = root;
+                else
+                    earlierOutside = true;
             }
             prevT = t;
             prevF = f;
@@ -249,8 +252,10 @@ TEST(SweptTriangle, EarliestRootInsideTheTriangleAgreesWithAScanOverTheStep) {
         skippedRoot += inWindow == 3 && earlierOutside && expected != DBL_MAX;
         // The solver's truncated constants (a third to 12 digits, pi/3 to 9) cost up to a few 1e-6 of
         // a step when the cubic term is small beside the others; the scan itself is good to 1e-12.
-        if (expected == DBL_MAX) EXPECT_EQ(got, DBL_MAX) << trial;
-        else EXPECT_NEAR(got, expected, 2e-5) << trial;
+        if (expected == DBL_MAX)
+            EXPECT_EQ(got, DBL_MAX) << trial;
+        else
+            EXPECT_NEAR(got, expected, 2e-5) << trial;
     }
     EXPECT_GT(checked, 2500);
     EXPECT_GT(threeRoots, 0);
