@@ -53,7 +53,7 @@ public:
     TattributeTyped emitCountRemainder;
     TattributeTyped ratePP;
     TattributeTyped parentId;
-    TattributeGeneric sweptGeometry;
+    TattributeTyped sweptGeometry;
     TattributeTyped output;
     TattributeInt32 seed;
     Tattribute3Int32 randState;
@@ -243,6 +243,9 @@ private:
     // Timing, the start, clearing and suppression; false when this step emits nothing.
     bool checkFrame(TdataBlock& block, Frame& f);
     static bool distancesUsable(const TdynEmitSettings& s);
+    // The frame of the surface and curve emitters up to the counts; false when nothing is born.
+    bool sweptFrame(const Tplug& plug, TdataBlock& block, Frame& f, TdynSweptGeometry*& geometry, int kind,
+                    Tint32Array& counts);
     // Reads speed and the rest; false when the distances make no sense.
     bool readSettings(TdataBlock& block, Frame& f);
     // Commits the output and writes the random state back.

@@ -4,6 +4,7 @@
 
 #include "Commands/TdynAuxiliaryCmd.h"
 #include "Commands/TdynEmitter.h"
+#include "Commands/TdynGeoConnector.h"
 #include "Commands/TdynParticleShape.h"
 #include "Commands/TdynStatic.h"
 
@@ -322,14 +323,29 @@ protected:
                     return -1;
                 }
                 // A particle owner tells which of its particles each birth comes from.
-                if (auto* p = TdynParticleShape::cast(fOwners[k]))
+                if (auto* p = TdynParticleShape::cast(fOwners[k])) {
                     g.connect(Tplug(p, TdynParticleShape::sVsData()->particleId),
                               Tplug(e, &TdynEmitter::saVs()->parentId), true);
+                    continue;
+                }
+                // Geometry reaches the emitter through its connector: points, velocities and the swept
+                // triangles or lines.
+                auto* dag = TdagObject::cast(fOwners[k]);
+                if (!dag || !TdynGeoConnector::canConnect(dag)) continue;
+                const bool had = TdynGeoConnector::connectorFor(dag, false, why) != nullptr;
+                TdynGeoConnector* c = TdynGeoConnector::connectorFor(dag, true, why);
+                if (!c || !c->connectOwnerDataTo(e, why) ||
+                    !c->connectSweptGeometryTo(Tplug(e, &TdynEmitter::saVs()->sweptGeometry), why)) {
+                    engine().displayError("emitter: " + why);
+                    doUndoIt();
+                    return -1;
+                }
+                if (!had) fMade.push_back(c);
             }
         }
         std::vector<std::string> names;
-        for (TdynEmitter* e : fMade)
-            names.push_back(e->name());
+        for (TdependNode* n : fMade)
+            if (TdynEmitter::cast(n)) names.push_back(n->name());
         if (names.size() == 1)
             engine().setResult(names.front());
         else
@@ -356,7 +372,8 @@ protected:
 private:
     Values fValues;
     std::vector<TdependNode*> fOwners;
-    std::vector<TdynEmitter*> fMade;
+    // Emitters and the connectors made for them.
+    std::vector<TdependNode*> fMade;
     std::vector<std::unique_ptr<TdependNode>> fDetached;
     std::vector<TdynEmitter*> fTargets;
     std::vector<Values> fOld;

@@ -2,6 +2,8 @@
 
 #include "Commands/TdynEmitter.h"
 
+#include "Commands/TdataSweptGeometry.h"
+
 TDEFINE_NODE(TdynEmitter, TdnVSTdynEmitter, TdynAuxiliary, "pointEmitter", "YEMI")
 
 namespace {
@@ -43,7 +45,7 @@ TdnVSTdynEmitter::TdnVSTdynEmitter()
       emitCountRemainder("emitCountRemainder", "ecr", makeIffTag("EMCR"), TdataDoubleArray::sClass),
       ratePP("ratePP", "rpp", makeIffTag("RAPP"), TdataDoubleArray::sClass),
       parentId("parentId", "paid", makeIffTag("PAID"), TdataDoubleArray::sClass),
-      sweptGeometry("sweptGeometry", "swge", makeIffTag("SWGE")),
+      sweptGeometry("sweptGeometry", "swge", makeIffTag("SWGE"), TdataSweptGeometry::sClass),
       output("output", "ot", makeIffTag("OUTP"), TdataArrayAttrs::sClass),
       seed("seed", "sd", makeIffTag("SEED")),
       randState("randState", "rst", makeIffTag("RAND"), kRandNames, kRandShort),
