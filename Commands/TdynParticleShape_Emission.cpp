@@ -3,6 +3,8 @@
 
 #include "Commands/TdynParticleShape.h"
 
+#include "Commands/TdynEmitter.h"
+
 #include "Host/Base/ThostException.h"
 #include "Host/Data/TdataGeometry.h"
 
@@ -289,6 +291,59 @@ void TdynParticleShape::removeDeadParticles(const Tint32Array& dead, TdataBlock&
     cnt.setClean();
 }
 
+namespace {
+// Which emitter feeds each element of newParticles: the table from element index to emitter.
+std::vector<TdynEmitter*> groupOrderIndexWithEmitterIndex(TdynParticleShape& shape, TdataBlock& block) {
+    auto* vs = TdynParticleShape::sVsData();
+    std::vector<TdynEmitter*> table;
+    for (int e : block.elementIndices(vs->newParticles)) {
+        if (e < 0) continue;
+        if (table.size() <= static_cast<std::size_t>(e))
+            table.resize(static_cast<std::size_t>(e) + 1, nullptr);
+        table[static_cast<std::size_t>(e)] =
+            TdynEmitter::cast(Tplug(&shape, vs->newParticles, e).source().node());
+    }
+    return table;
+}
+
+// With dieOnEmissionVolumeExit: particles that left the volume of the emitter that made them die.
+unsigned removeParticlesOutsideEmissionVolumes(TdynParticleShape& shape, TdataBlock& block) {
+    auto* vs = TdynParticleShape::sVsData();
+    if (!block.inputValue(vs->dieOnEmissionVolumeExit).asBool()) return 0;
+    const std::vector<TdynEmitter*> table = groupOrderIndexWithEmitterIndex(shape, block);
+    if (table.empty()) return 0;
+    Tdata idData = block.outputValue(vs->emitterId).data();
+    const TdoubleArray* ids = TdynStatic::dataDoubleArray(idData);
+    if (!ids) return 0;
+    // Particles grouped by the emitter that made them; ids of no known emitter go nowhere.
+    std::vector<Tint32Array> groups(table.size());
+    for (unsigned i = 0; i < ids->length(); ++i) {
+        const double e = (*ids)[i];
+        if (e >= 0 && e < static_cast<double>(table.size()) && table[static_cast<std::size_t>(e)])
+            groups[static_cast<std::size_t>(e)].addLast(static_cast<std::int32_t>(i));
+    }
+    Tdata worldData = block.inputValue(vs->worldPosition).data();
+    const T4dDblVectorArray* world = TdynStatic::dataVectorArray(worldData);
+    Tint32Array dead, flags;
+    for (std::size_t g = 0; g < table.size(); ++g) {
+        if (!table[g] || groups[g].length() == 0) continue;
+        T4dDblVectorArray points(groups[g].length());
+        for (unsigned k = 0; k < groups[g].length(); ++k) {
+            const unsigned i = static_cast<unsigned>(groups[g][k]);
+            points[k] = world && i < world->length() ? (*world)[i] : T4dDblVector();
+        }
+        if (!table[g]->arePointsWithinVolume(points, flags)) continue; // not a volume emitter
+        for (unsigned k = 0; k < flags.length(); ++k)
+            if (!flags[k]) dead.addLast(groups[g][k]);
+    }
+    if (dead.length() == 0) return 0;
+    Tint32Array companion(dead.length());
+    TdynStatic::quickSortInPlace(dead, companion);
+    shape.removeDeadParticles(dead, block);
+    return dead.length();
+}
+} // namespace
+
 void TdynParticleShape::computeDeath(TdataBlock& block) {
     auto* vs = sVsData();
     const int mode = block.inputValue(vs->lifespanMode).asInt();
@@ -316,8 +371,9 @@ void TdynParticleShape::computeDeath(TdataBlock& block) {
         }
     }
     removeDeadParticles(dead, block);
+    const unsigned outside = removeParticlesOutsideEmissionVolumes(*this, block);
     TdataHandle h = block.outputValue(vs->death);
-    h.set(static_cast<std::int32_t>(dead.length()));
+    h.set(static_cast<std::int32_t>(dead.length() + outside));
     h.setClean();
 }
 

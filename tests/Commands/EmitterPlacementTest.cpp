@@ -175,6 +175,37 @@ TEST_F(EmitterPlacementTest, SpreadStaysInsideItsConeAndOffsetsFollowTheSpreadDi
     EXPECT_GT(widest, kPi * 0.2);
 }
 
+TEST_F(EmitterPlacementTest, VolumeBirthsStartInsideTheVolumeAndMoveAwayFromItsCentre) {
+    TdynVolumeSphere sphere;
+    const T4dDblMatrix M = T4dDblMatrix::scaling(3) * T4dDblMatrix::translation(T4dDblVector(2, 0, 0));
+    TdynEmitSettings s;
+    s.dt = 0.1;
+    TdynEmitter::VolumeSettings v;
+    v.shape = kEmitSphere;
+    v.away = 2;
+    e->emitFromVolume(sphere, M, M, T4dDblVector(), 200, s, v, attrs);
+    ASSERT_EQ(out("position").length(), 200u);
+    const TdynVolumeMatrix placed(M);
+    for (unsigned k = 0; k < 200; ++k) {
+        const double t = timeInStep()[k];
+        EXPECT_GE(t, k / 200.0);
+        EXPECT_LT(t, (k + 1) / 200.0);
+        const T4dDblVector vel = out("velocity")[k];
+        const T4dDblVector born = out("position")[k] + vel * (s.dt * t);
+        EXPECT_TRUE(sphere.isPointInVolume(born, placed)) << k;
+        // Straight out from the centre (2, 0, 0) at awayFromCenter.
+        EXPECT_NEAR(vel.length(), 2, 1e-12);
+        EXPECT_TRUE(vel.isEquivalent((born - T4dDblVector(2, 0, 0)).normal() * 2, 1e-9)) << k;
+    }
+    // Only a volume emitter answers for its volume.
+    Tint32Array flags;
+    EXPECT_FALSE(e->arePointsWithinVolume(T4dDblVectorArray{T4dDblVector()}, flags));
+    ASSERT_TRUE(session.runText("setAttr e.emitterType 4; setAttr e.volumeShape 1;", "test", false))
+        << errors.str();
+    ASSERT_TRUE(e->arePointsWithinVolume(T4dDblVectorArray{{0, 0.5, 0}, {0, 1.5, 0}}, flags));
+    EXPECT_EQ(flags, (Tint32Array{1, 0}));
+}
+
 TEST_F(EmitterPlacementTest, SurfaceVelocityFromTheNormalAndTangentSpeeds) {
     const T4dDblVector n(0, 0, 1);
     T4dDblVector out1;

@@ -212,6 +212,33 @@ TEST_F(EmitterRateTest, AMovingEmitterGivesItsBirthsItsVelocity) {
     }
 }
 
+TEST_F(EmitterRateTest, ParticlesThatLeaveTheEmissionVolumeDieWhenAsked) {
+    // A unit sphere at rate 240 times its volume, births flying out at 6 a second: out within a few frames.
+    ASSERT_TRUE(run("particle -n p; emitter -n e -type volume -vsh sphere -r 240 -afc 6;"
+                    "connectDynamic -em e p; setAttr pShape.dieOnEmissionVolumeExit 1;"))
+        << errors.str();
+    TdynParticleShape* p = shape("pShape");
+    frame(1);
+    for (int f = 2; f <= 12; ++f) {
+        frame(f);
+        for (const T4dDblVector& q : positions(p))
+            EXPECT_LE(q.length(), 1 + 1e-12) << f;
+    }
+    // About 42 born a frame (240 times 4.19 over 24) and most gone within a frame or two: a few dozen left
+    // of the more than 400 made.
+    EXPECT_GT(p->countNoCompute(), 10u);
+    EXPECT_LT(p->countNoCompute(), 120u);
+    EXPECT_GT(p->normalBlock().outputValue(TdynParticleShape::sVsData()->nextId).asInt(), 400);
+    // Without the flag they fly on.
+    ASSERT_TRUE(run("setAttr pShape.dieOnEmissionVolumeExit 0;")) << errors.str();
+    frame(13);
+    frame(14);
+    double farthest = 0;
+    for (const T4dDblVector& q : positions(p))
+        farthest = std::max(farthest, q.length());
+    EXPECT_GT(farthest, 1);
+}
+
 TEST_F(EmitterRateTest, NoBirthsWhenTheDistancesMakeNoSenseOrTheRateIsZero) {
     ASSERT_TRUE(run("particle -n p; emitter -n e -r 240; connectDynamic -em e p;"
                     "setAttr e.maxDistance 1; setAttr e.minDistance 2;"))
