@@ -53,6 +53,7 @@ void TdynSweptGeometry::clearPolygon() {
         TdynSweptTriangle::deleteTriangle(t);
     triangles.clear();
     fTriVertices.clear();
+    fTriangleBoxes.clear();
     area = 0;
 }
 
@@ -86,6 +87,9 @@ void TdynSweptGeometry::removePolygon(int index) {
     fFaceCounts.clear();
     fFaceVertices.clear();
     fPointCount = -1;
+    if (triangles.empty()) kind = lines.empty() ? kEmpty : kLines;
+    computeArea();
+    refreshBoundingBox();
 }
 
 void TdynSweptGeometry::removeLine(int index) {
@@ -93,6 +97,9 @@ void TdynSweptGeometry::removeLine(int index) {
     TdynSweptLine::deleteLine(lines[index]);
     lines.erase(lines.begin() + index);
     fControlPointCount = -1;
+    if (lines.empty() && kind == kLines) kind = kEmpty;
+    computeLength();
+    refreshBoundingBox();
 }
 
 void TdynSweptGeometry::saveLastState() {
@@ -311,12 +318,15 @@ void TdynSweptGeometry::refreshBoundingBox() {
     if (static_cast<int>(subBoxes.size()) > runs) subBoxes.resize(runs);
     while (static_cast<int>(subBoxes.size()) < runs)
         subBoxes.push_back(std::make_unique<TdynBoundingBox>());
+    fTriangleBoxes.resize(n);
     for (int r = 0; r < runs; ++r) {
         TdynBoundingBox& sub = *subBoxes[r];
         sub.clear();
         const int end = std::min(n, (r + 1) * kTrianglesPerBox);
-        for (int k = r * kTrianglesPerBox; k < end; ++k)
-            sub.include(triangles[k]->boundingBox());
+        for (int k = r * kTrianglesPerBox; k < end; ++k) {
+            fTriangleBoxes[k] = triangles[k]->boundingBox();
+            sub.include(fTriangleBoxes[k]);
+        }
         box.include(sub);
     }
 }
@@ -335,6 +345,7 @@ bool TdynSweptGeometry::intersectsWithPoint(TdynSweptPoint& point, double dt, do
         const int end = std::min(n, first + kTrianglesPerBox);
         fVisited += end - first;
         for (int k = first; k < end; ++k) {
+            if (!pbox.intersects(fTriangleBoxes[k])) continue;
             const TdynSweptTriangle& tri = *triangles[k];
             if (!tri.intersectsPoint(point, startTime)) continue;
             const double t = point.candidateTime();

@@ -105,4 +105,7 @@ private:
     std::vector<int> fTriVertices, fTriCorners;
     int fCount = 0;
     int fVisited = 0;
+    // Each triangle's box side by side, so that the walk over a run reads one small array and touches
+    // a triangle only when the point's box meets its own.
+    std::vector<TdynBoundingBox> fTriangleBoxes;
 };

@@ -492,3 +492,42 @@ TEST(SweptGeometry, LettersShareTheirGeometryByCount) {
     }
     EXPECT_EQ(g->count(), 1);
 }
+
+TEST(SweptGeometry, TheBoxedWalkFindsWhatEveryTriangleFinds) {
+    // A rippled 1,250-triangle mesh rising through the step and points raining through it: the walk
+    // behind the boxes must find the same earliest time as asking every triangle, the last partial
+    // run included.
+    auto rippled = [](double lift) {
+        TpolyMesh m = makePolyPlane(20, 20, 25, 25);
+        for (T4dDblVector& p : m.points)
+            p.y = 0.4 * std::sin(0.9 * p.x + lift) * std::cos(0.7 * p.z) + lift;
+        return makeData<TdataMesh>(m);
+    };
+    TdynSweptGeometry g;
+    g.create(rippled(0), {});
+    g.saveLastState();
+    ASSERT_TRUE(g.rebuild(rippled(0.3), {}));
+    g.markMoving(true);
+    g.refreshBoundingBox();
+    ASSERT_EQ(g.subBoundingBoxCount(), 13);
+    std::mt19937 rng(11);
+    std::uniform_real_distribution<double> u(-1, 1);
+    int hits = 0;
+    for (int i = 0; i < 2000; ++i) {
+        const T4dDblVector a{u(rng) * 10, 0.8 + 0.5 * u(rng), u(rng) * 10};
+        const T4dDblVector b = a + T4dDblVector{u(rng), -1.5 + u(rng), u(rng)};
+        TdynSweptPoint p = movingPoint(a, b);
+        double expected = DBL_MAX;
+        for (const TdynSweptTriangle* t : g.triangles) {
+            TdynSweptPoint q = movingPoint(a, b);
+            if (t->intersectsPoint(q, 0)) expected = std::min(expected, q.candidateTime());
+        }
+        const bool hit = g.intersectsWithPoint(p, 1, 0, 1, 0, nullptr);
+        EXPECT_EQ(hit, expected != DBL_MAX) << i;
+        if (hit) {
+            EXPECT_EQ(p.hitTime(), expected) << i;
+            ++hits;
+        }
+    }
+    EXPECT_GT(hits, 1000);
+}
