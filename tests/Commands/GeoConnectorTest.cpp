@@ -7,6 +7,7 @@
 #include "Commands/TdynGeoConnector.h"
 #include "Host/Data/TdataGeometry.h"
 #include "Host/Geometry/TpolyPrimitives.h"
+#include "Host/Graph/TdgContext.h"
 #include "Host/Graph/TdnTime.h"
 #include "Host/Session/Tsession.h"
 
@@ -233,4 +234,36 @@ TEST_F(GeoConnectorTest, OwnerDataAndSweptGeometryReachOtherNodes) {
     EXPECT_FALSE(c->connectSweptGeometryTo(Tplug(aux, aux->attribute("ownerPosData")), why));
     EXPECT_NE(why.find("sweptGeometry"), std::string::npos) << why;
     EXPECT_FALSE(c->connectSweptGeometryTo(Tplug(), why));
+}
+
+TEST_F(GeoConnectorTest, ATimedReadNeitherStepsNorDisturbsTheStep) {
+    ASSERT_TRUE(run("polyPlane -n plane -w 2 -h 2 -sx 1 -sy 1;"
+                    "setKeyframe -t 1 -v 0 -itt linear -ott linear plane.translateX;"
+                    "setKeyframe -t 11 -v 10 -itt linear -ott linear plane.translateX;"));
+    TdynGeoConnector* c = connector("plane");
+    frame(1);
+    TdynSweptGeometry* g = c->currentSweptGeometry();
+    vectors(c, &vs()->ownerVelocities);
+    frame(2);
+    ASSERT_EQ(c->currentSweptGeometry(), g);
+    vectors(c, &vs()->ownerVelocities);
+    {
+        TdgContextTimed ctx(TanimTime(6.0, kCurrentFrameUnit));
+        TdataBlock* timed = c->makeDataBlock(ctx, true);
+        TdynSweptGeometry* at6 = sweptGeometryOf(timed->inputValue(&vs()->sweptGeometry).data());
+        ASSERT_NE(at6, nullptr);
+        EXPECT_NE(at6, g);
+        EXPECT_FALSE(at6->moving);
+        EXPECT_NEAR(at6->boundingBox().min[0], 4, 1e-12);
+        auto* vel = timed->inputValue(&vs()->ownerVelocities).data().as<TdataVectorArray>();
+        ASSERT_NE(vel, nullptr);
+        EXPECT_EQ(vel->array()[0], T4dDblVector{});
+    }
+    // The step from frame 2 to 3 is as if the timed read had not happened.
+    EXPECT_NEAR(g->boundingBox().max[0], 2, 1e-12);
+    frame(3);
+    EXPECT_TRUE(c->currentSweptGeometry()->moving);
+    EXPECT_TRUE(
+        (g->triangles[0]->vertex(0, 1) - g->triangles[0]->vertex(0, 0)).isEquivalent({1, 0, 0}, 1e-12));
+    EXPECT_TRUE(vectors(c, &vs()->ownerVelocities)[0].isEquivalent({24, 0, 0}, 1e-9));
 }
