@@ -14,6 +14,7 @@
 #include <cmath>
 #include <filesystem>
 #include <iostream>
+#include <vector>
 
 int runDemo(const TdemoOptions& options) {
     Tsession session;
@@ -25,8 +26,9 @@ int runDemo(const TdemoOptions& options) {
         return 1;
     }
     const double start = TanimInfo::currAnimInfo().startTime().valueInThisUnit(kCurrentFrameUnit);
-    const double end = options.frames > 0 ? start + options.frames - 1
-                                          : TanimInfo::currAnimInfo().endTime().valueInThisUnit(kCurrentFrameUnit);
+    const double end = options.frames > 0
+                           ? start + options.frames - 1
+                           : TanimInfo::currAnimInfo().endTime().valueInThisUnit(kCurrentFrameUnit);
     auto* ball = Ttransform::cast(session.graph().findNode("ball"));
     if (!ball) {
         std::cerr << "// Error: the demo scene has no 'ball' //\n";
@@ -39,15 +41,36 @@ int runDemo(const TdemoOptions& options) {
         return 1;
     }
 
+    // Particles the emitters make: the fountain and the flakes the sheet sheds.
+    std::vector<TdynParticleShape*> emitted;
+    for (const char* name : {"fountainShape", "flakesShape"}) {
+        auto* p = TdynParticleShape::cast(session.graph().findNode(name));
+        if (!p) {
+            std::cerr << "// Error: the demo scene has no particle object '" << name << "' //\n";
+            return 1;
+        }
+        emitted.push_back(p);
+    }
+
     const std::string path = (std::filesystem::path(options.outDir) / "ball_positions.txt").string();
     TatomicFile file(path);
     file.stream() << "# frame x y z (world position of ball)\n";
-    const std::string particlePath = (std::filesystem::path(options.outDir) / "particle_positions.txt").string();
+    const std::string particlePath =
+        (std::filesystem::path(options.outDir) / "particle_positions.txt").string();
     TatomicFile particles(particlePath);
     particles.stream() << "# frame id x y z (position of each particle of spray)\n";
     // The spray's state per frame as particle data files, as dynExport writes them.
     const std::string pdcDir = (std::filesystem::path(options.outDir) / "particles").string() + "/";
     if (!makeDirectories(pdcDir, error)) {
+        std::cerr << "// Error: " << error << " //\n";
+        return 1;
+    }
+    const std::string emittedPath =
+        (std::filesystem::path(options.outDir) / "emitted_positions.txt").string();
+    TatomicFile emittedText(emittedPath);
+    emittedText.stream() << "# frame object id x y z (position of each particle of fountain and flakes)\n";
+    const std::string emittedDir = (std::filesystem::path(options.outDir) / "emitted").string() + "/";
+    if (!makeDirectories(emittedDir, error)) {
         std::cerr << "// Error: " << error << " //\n";
         return 1;
     }
@@ -61,8 +84,8 @@ int runDemo(const TdemoOptions& options) {
         }
         session.graph().setTime(TanimTime(f, kCurrentFrameUnit), true);
         T4dDblVector p = ball->worldMatrix().getTranslation();
-        file.stream() << formatScriptNumber(f) << ' ' << formatScriptNumber(p.x) << ' ' << formatScriptNumber(p.y)
-                      << ' ' << formatScriptNumber(p.z) << '\n';
+        file.stream() << formatScriptNumber(f) << ' ' << formatScriptNumber(p.x) << ' '
+                      << formatScriptNumber(p.y) << ' ' << formatScriptNumber(p.z) << '\n';
         const T4dDblVectorArray* pos = spray->vectorArrayValue(TdynParticleShape::sVsData()->position);
         const TdoubleArray* ids = spray->doubleArrayValue(TdynParticleShape::sVsData()->particleId);
         for (unsigned i = 0; pos && i < pos->length(); ++i) {
@@ -72,23 +95,44 @@ int runDemo(const TdemoOptions& options) {
                                << formatScriptNumber(q.x) << ' ' << formatScriptNumber(q.y) << ' '
                                << formatScriptNumber(q.z) << '\n';
         }
-        const std::string pdcPath =
-            TdynExportAction::exportFileName(pdcDir, spray->name(), TanimTime(f, kCurrentFrameUnit), pdc.extension());
+        const std::string pdcPath = TdynExportAction::exportFileName(
+            pdcDir, spray->name(), TanimTime(f, kCurrentFrameUnit), pdc.extension());
         if (pdc.writeFile(pdcPath, *spray, pdcNames) != 0) {
             std::cerr << "// Error: " << pdc.error() << " //\n";
             return 1;
         }
+        for (TdynParticleShape* obj : emitted) {
+            const T4dDblVectorArray* q = obj->vectorArrayValue(TdynParticleShape::sVsData()->position);
+            const TdoubleArray* pid = obj->doubleArrayValue(TdynParticleShape::sVsData()->particleId);
+            for (unsigned i = 0; q && i < q->length(); ++i)
+                emittedText.stream() << formatScriptNumber(f) << ' ' << obj->name() << ' '
+                                     << formatScriptNumber(pid && i < pid->length() ? (*pid)[i] : double(i))
+                                     << ' ' << formatScriptNumber((*q)[i].x) << ' '
+                                     << formatScriptNumber((*q)[i].y) << ' ' << formatScriptNumber((*q)[i].z)
+                                     << '\n';
+            const std::string pdcFile = TdynExportAction::exportFileName(
+                emittedDir, obj->name(), TanimTime(f, kCurrentFrameUnit), pdc.extension());
+            if (pdc.writeFile(pdcFile, *obj, pdcNames) != 0) {
+                std::cerr << "// Error: " << pdc.error() << " //\n";
+                return 1;
+            }
+        }
         progress.step();
     }
     progress.done();
-    if (!file.commit(error) || !particles.commit(error)) {
+    if (!file.commit(error) || !particles.commit(error) || !emittedText.commit(error)) {
         std::cerr << "// Error: " << error << " //\n";
         return 1;
     }
     std::cout << "Demo written to " << std::filesystem::absolute(options.outDir).string() << ":\n  "
               << std::filesystem::absolute(path).string() << " (world position of the ball, frames "
               << formatScriptNumber(start) << " to " << formatScriptNumber(end) << ")\n  "
-              << std::filesystem::absolute(particlePath).string() << " (positions of the particles of spray)\n  "
-              << std::filesystem::absolute(pdcDir).string() << " (spray's particle data, one .pdc file a frame)\n";
+              << std::filesystem::absolute(particlePath).string()
+              << " (positions of the particles of spray)\n  " << std::filesystem::absolute(pdcDir).string()
+              << " (spray's particle data, one .pdc file a frame)\n  "
+              << std::filesystem::absolute(emittedPath).string()
+              << " (positions of the particles the fountain's jet and the shedding sheet make)\n  "
+              << std::filesystem::absolute(emittedDir).string()
+              << " (their particle data, one .pdc file a frame for each of fountain and flakes)\n";
     return 0;
 }
