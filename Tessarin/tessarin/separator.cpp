@@ -346,13 +346,7 @@ double Poly3dPoly3dSeparator::edge_distance(int e1, int e2, double& sgn) const {
     return blo - ahi;
 }
 
-double Poly3dPoly3dSeparator::evaluate_distance() {
-    if (!valid) {
-        internal_error("Poly3dPoly3dSeparator:: evaluate_distance, but previously_defined == false");
-        return inf;
-    }
-    shape1->refresh();
-    shape2->refresh();
+double Poly3dPoly3dSeparator::current_distance() const {
     if (kind == 2) {
         double s = side;
         return edge_distance(feature1, feature2, s);
@@ -362,35 +356,145 @@ double Poly3dPoly3dSeparator::evaluate_distance() {
     return outside ? d : -d;
 }
 
-bool Poly3dPoly3dSeparator::refit(bool& clear, double& distance) {
-    if (!valid) return false;
-    double d = evaluate_distance();
-    if (d > tolerance) {
-        clear = true;
-        distance = d;
-        return true;
+double Poly3dPoly3dSeparator::evaluate_distance() {
+    if (!valid) {
+        internal_error("Poly3dPoly3dSeparator:: evaluate_distance, but previously_defined == false");
+        return inf;
     }
+    shape1->refresh();
+    shape2->refresh();
+    return current_distance();
+}
+
+void Poly3dPoly3dSeparator::walk() {
+    const Poly3d* a = static_cast<const Poly3d*>(shape1);
+    const Poly3d* b = static_cast<const Poly3d*>(shape2);
+    walk_tests = 0;
+    // An edge pair that has turned off its supports measures -inf: any
+    // neighbour is better.
+    double cur = current_distance();
+    for (int guard = 0; guard < 256; ++guard) {
+        int bk = 0, bf1 = 0, bf2 = 0;
+        bool bfirst = false;
+        // A step must gain more than rounding, so the walk cannot circle.
+        double bside = 0, best = std::isfinite(cur) ? cur + 1e-12 * (1 + std::fabs(cur)) : -inf;
+        auto try_face = [&](bool first_owns, int f) {
+            int v = 0;
+            ++walk_tests;
+            double d = face_distance(first_owns, f, v);
+            if (d > best) {
+                best = d;
+                bk = 1;
+                bfirst = first_owns;
+                bf1 = first_owns ? f : v;
+                bf2 = first_owns ? v : f;
+            }
+        };
+        auto try_edges = [&](int e1, int e2) {
+            double s = 0;
+            ++walk_tests;
+            double d = edge_distance(e1, e2, s);
+            if (d > best) {
+                best = d;
+                bk = 2;
+                bf1 = e1;
+                bf2 = e2;
+                bside = s;
+            }
+        };
+        if (kind == 2) {
+            const Poly3dEdge& ea = a->poly.edges[size_t(feature1)];
+            const Poly3dEdge& eb = b->poly.edges[size_t(feature2)];
+            for (int f : ea.f)
+                if (f >= 0) try_face(true, f);
+            for (int f : eb.f)
+                if (f >= 0) try_face(false, f);
+            for (int v : ea.v)
+                for (int e : a->poly.vertices[size_t(v)].edges)
+                    if (e != feature1) try_edges(e, feature2);
+            for (int v : eb.v)
+                for (int e : b->poly.vertices[size_t(v)].edges)
+                    if (e != feature2) try_edges(feature1, e);
+        } else {
+            const Poly3d* owner = face_on_first ? a : b;
+            const Poly3d* other = face_on_first ? b : a;
+            const int face = face_on_first ? feature1 : feature2;
+            const int vert = face_on_first ? feature2 : feature1;
+            const Poly3dFace& fc = owner->poly.faces[size_t(face)];
+            for (int e : fc.edges) {
+                const Poly3dEdge& ed = owner->poly.edges[size_t(e)];
+                int g = ed.f[0] == face ? ed.f[1] : ed.f[0];
+                if (g >= 0) try_face(face_on_first, g);
+            }
+            for (int e : other->poly.vertices[size_t(vert)].edges)
+                for (int f : other->poly.edges[size_t(e)].f)
+                    if (f >= 0) try_face(!face_on_first, f);
+            for (int e : fc.edges)
+                for (int e2 : other->poly.vertices[size_t(vert)].edges) {
+                    if (face_on_first)
+                        try_edges(e, e2);
+                    else
+                        try_edges(e2, e);
+                }
+        }
+        if (bk == 0) return;
+        kind = bk;
+        outside = true;
+        if (bk == 1) face_on_first = bfirst;
+        feature1 = bf1;
+        feature2 = bf2;
+        if (bk == 2) side = bside;
+        cur = best;
+    }
+}
+
+bool Poly3dPoly3dSeparator::first_witness(double& distance) {
+    const Poly3d* a = static_cast<const Poly3d*>(shape1);
+    const Poly3d* b = static_cast<const Poly3d*>(shape2);
+    const double T = tolerance;
+    double most = -inf;
+    int v = 0;
+    outside = true;
+    for (int pass = 0; pass < 2; ++pass) {
+        const bool first_owns = pass == 1;
+        const Poly3d* owner = first_owns ? a : b;
+        for (int f = 0; f < int(owner->poly.faces.size()); ++f) {
+            double d = face_distance(first_owns, f, v);
+            most = std::max(most, d);
+            if (d >= -T) {
+                kind = 1;
+                face_on_first = first_owns;
+                feature1 = first_owns ? f : v;
+                feature2 = first_owns ? v : f;
+                distance = d;
+                return true;
+            }
+        }
+    }
+    for (int i = 0; i < int(a->poly.edges.size()); ++i)
+        for (int j = 0; j < int(b->poly.edges.size()); ++j) {
+            double s = 0;
+            double d = edge_distance(i, j, s);
+            most = std::max(most, d);
+            if (d >= -T) {
+                kind = 2;
+                feature1 = i;
+                feature2 = j;
+                side = s;
+                distance = d;
+                return true;
+            }
+        }
+    distance = most;
     return false;
 }
 
-// The axis of largest separation among the faces of both and the edge pairs.
-// Faces are preferred: an edge pair must beat them by a tenth of the band.
-bool Poly3dPoly3dSeparator::fit(bool& clear, double& distance) {
-    shape1->refresh();
-    shape2->refresh();
+double Poly3dPoly3dSeparator::best_witness() {
     const Poly3d* a = static_cast<const Poly3d*>(shape1);
     const Poly3d* b = static_cast<const Poly3d*>(shape2);
     double best = -inf;
     int v = 0;
-    // A witness that fails still measures (negatively) once the pair has been fitted.
-    auto done = [&](double d) {
-        distance = d;
-        clear = d > tolerance;
-        outside = true;
-        if (d < -tolerance) return false;
-        valid = true;
-        return true;
-    };
+    outside = true;
     for (int f = 0; f < int(a->poly.faces.size()); ++f) {
         double d = face_distance(true, f, v);
         if (d > best) {
@@ -399,7 +503,6 @@ bool Poly3dPoly3dSeparator::fit(bool& clear, double& distance) {
             face_on_first = true;
             feature1 = f;
             feature2 = v;
-            if (d > tolerance) return done(d);
         }
     }
     for (int f = 0; f < int(b->poly.faces.size()); ++f) {
@@ -410,10 +513,11 @@ bool Poly3dPoly3dSeparator::fit(bool& clear, double& distance) {
             face_on_first = false;
             feature2 = f;
             feature1 = v;
-            if (d > tolerance) return done(d);
         }
     }
-    double face_best = best;
+    // An edge pair must beat the faces by a tenth of the band: near a tie the
+    // face gives the steadier contacts.
+    const double face_best = best;
     for (int i = 0; i < int(a->poly.edges.size()); ++i)
         for (int j = 0; j < int(b->poly.edges.size()); ++j) {
             double s = 0;
@@ -424,10 +528,50 @@ bool Poly3dPoly3dSeparator::fit(bool& clear, double& distance) {
                 feature1 = i;
                 feature2 = j;
                 side = s;
-                if (d > tolerance) return done(d);
             }
         }
-    return done(best);
+    return best;
+}
+
+// The stored witness, walked to its best neighbour; true only when it shows
+// the pair clear, which is constant work for a pair that turns a little.
+bool Poly3dPoly3dSeparator::refit(bool& clear, double& distance) {
+    if (!valid) return false;
+    shape1->refresh();
+    shape2->refresh();
+    walk();
+    double d = current_distance();
+    if (d > tolerance) {
+        clear = true;
+        distance = d;
+        return true;
+    }
+    return false;
+}
+
+// The first witness within the band, walked to the best one near it. A pair
+// that ends within the band gets every face and edge pair looked at: its
+// contacts come from the features, and a walk can stop short between two
+// nearly parallel faces.
+bool Poly3dPoly3dSeparator::fit(bool& clear, double& distance) {
+    shape1->refresh();
+    shape2->refresh();
+    double d = 0;
+    const bool found = first_witness(d);
+    if (found) {
+        walk();
+        d = current_distance();
+        if (d <= tolerance) d = best_witness();
+    } else {
+        // Overlapping: the deepest witness still measures, for the search
+        // that brackets the clash.
+        d = best_witness();
+    }
+    distance = d;
+    clear = d > tolerance;
+    if (!found || d < -tolerance) return false;
+    valid = true;
+    return true;
 }
 
 void Poly3dPoly3dSeparator::make_contact() {

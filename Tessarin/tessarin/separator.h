@@ -128,10 +128,25 @@ public:
     void make_contact() override;
     bool fit(bool& clear, double& distance) override;
     bool refit(bool& clear, double& distance) override;
+    // The first witness with distance >= -tolerance: faces of shape2 against
+    // shape1's support vertex, then the other way, then edge pairs. Sets the
+    // features and returns the largest distance seen if none qualifies.
+    bool first_witness(double& distance);
+    void witness() override {
+        double d;
+        first_witness(d);
+    }
+    // From the stored features to neighbouring ones while the separation grows.
+    void walk() override;
+    // How many witnesses the last walk looked at, for tests and statistics.
+    int walk_tests = 0;
 
 private:
     double face_distance(bool first_owns, int face, int& vertex) const;
     double edge_distance(int e1, int e2, double& sgn) const;
+    double current_distance() const;
+    // Every face and edge pair; the largest separation, faces preferred.
+    double best_witness();
 };
 
 Separator* new_separator(BodySystem& sys, Shape* a, Shape* b);
