@@ -197,6 +197,8 @@ public:
     void appendEventNames(std::vector<Tstring>& names);
     // Elements of the events in use, in order.
     std::vector<int> validEventIndices();
+    // The swept points of the last collision pass, or null before the first.
+    TdynSweptPointSet* sweptPointSet() const { return fSweptPoints.get(); }
     // The particle object connected to eventTarget[element], or null.
     TdynParticleShape* eventTargetObject(int element);
 
@@ -303,6 +305,12 @@ private:
     std::uint64_t fStepCount = 0;
     T4dDblMatrix fLastWorldMatrix;
     bool fHaveLastWorldMatrix = false;
+    // One swept point per particle, reused from step to step, and whether each hit in this step.
+    struct TsweptPointSetDeleter {
+        void operator()(TdynSweptPointSet* set) const;
+    };
+    std::unique_ptr<TdynSweptPointSet, TsweptPointSetDeleter> fSweptPoints;
+    std::vector<unsigned char> fPointHit;
 };
 
 // Per-scene settings: over-sampling and the particle disk cache.

@@ -2,6 +2,8 @@
 
 #include "Commands/TdynParticleShape.h"
 
+#include "Commands/TdataSweptGeometry.h"
+
 #include <utility>
 
 TDEFINE_NODE(TdynParticleShape, TdnVSTdynParticleShape, TgeometryShape, "particle", "YPAR")
@@ -248,9 +250,11 @@ void TdnVSTdynParticleShape::appendAttributes(TattributeList& list) {
     traceDepth = i32("traceDepth", "trd", "TRDP", 10);
     auto* cd = make<TattributeGeneric>("collisionData", "cda", makeIffTag("CDAT"));
     cd->addAccept(TdataGeometry::sClass);
+    cd->addAccept(TdataSweptGeometry::sClass);
     collisionData = add(multi(cd));
     auto* cg = make<TattributeGeneric>("collisionGeometry", "cge", makeIffTag("CGEO"));
     cg->addAccept(TdataGeometry::sClass);
+    cg->addAccept(TdataSweptGeometry::sClass);
     collisionGeometry = add(multi(cg));
     collisionResilience = multi(d("collisionResilience", "crs", "CRES", 1));
     collisionFriction = multi(d("collisionFriction", "cfr", "CFRI"));
