@@ -1,0 +1,98 @@
+// Collisions and events as users meet them in the program: a bounce worked
+// out by hand, the event procedure of a scene script, the collisions example,
+// and bad input.
+
+#include "ProgramRunner.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace {
+
+// The numbers of the last "// Result: ... //" line.
+std::vector<double> lastResult(const std::string& out) {
+    std::vector<double> v;
+    const std::size_t at = out.rfind("// Result: ");
+    if (at == std::string::npos) return v;
+    const std::size_t begin = at + 11, end = out.find(" //", begin);
+    std::istringstream in(std::string(out, begin, end - begin));
+    double x;
+    while (in >> x)
+        v.push_back(x);
+    return v;
+}
+
+TEST(CollisionScene, AParticleBouncesOffAPlaneWithHalfItsSpeed) {
+    // 12 units a second from y = 0.75: 0.25 at frame 2, the plane at half of the next step. It leaves at
+    // 6 units a second from 0.01 above the hit and flies the remaining half step: 0.01 + 6 / 48.
+    ProgramRun r =
+        runProgram({"-c", "polyPlane -n ground -w 10 -h 10; particle -n p -p 0.5 0.75 0;"
+                          "particle -e -id 0 -at velocity -vv 0 -12 0 p; collision -r 0.5 ground p;"
+                          "currentTime 2; currentTime 3; getParticleAttr -at velocity p;"
+                          "getParticleAttr -at position p;"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::vector<double> p = lastResult(r.out);
+    ASSERT_EQ(p.size(), 3u) << r.out;
+    EXPECT_NEAR(p[1], 0.01 + 6.0 / 48.0, 1e-12);
+    EXPECT_NEAR(p[0], 0.5, 1e-12);
+    EXPECT_NE(r.out.find("// Result: 0 6 0 //"), std::string::npos) << r.out;
+}
+
+TEST(CollisionScene, AGlobalProcReceivesTheObjectTheIdAndTheShape) {
+    std::string script = writeScript("proc.mls", R"(
+global proc hit(string $object, int $id, string $shape) {
+    print ("[" + $object + "|" + $id + "|" + $shape + "]\n");
+}
+polyPlane -n ground -w 10 -h 10;
+particle -n p -p 0 0.2 0 -p 1 0.3 0;
+particle -e -id 1 -at velocity -vv 0 -12 0 p;
+collision ground p;
+event -pr hit p;
+for ($f = 2; $f <= 4; $f++) currentTime $f;
+)");
+    ProgramRun r = runProgram({script});
+    ASSERT_EQ(r.status, 0) << r.err;
+    // Particle 1 alone moves, and hits once; the shape's name comes with the blank the call puts before it.
+    EXPECT_EQ(r.out, "[pShape|1| groundShape]\n");
+}
+
+TEST(CollisionScene, TheExampleSplitsOnTheSecondHitOnTheGroundAndTheBox) {
+    ProgramRun r = runProgram({std::string(MOTILANE_SOURCE_DIR) + "/examples/collisions.mls"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    int splits = -1, onBox = -1, fountain = -1, shards = -1;
+    const std::size_t at = r.out.find("splits: ");
+    ASSERT_NE(at, std::string::npos) << r.out;
+    ASSERT_EQ(std::sscanf(r.out.c_str() + at,
+                          "splits: %d, on the box: %d\nfountain particles: %d, shards: %d", &splits, &onBox,
+                          &fountain, &shards),
+              4)
+        << r.out;
+    EXPECT_GT(splits, 0);
+    EXPECT_GT(onBox, 0);
+    // 160 emitted; each split ends its parent, and shards die on landing.
+    EXPECT_EQ(fountain + splits, 160);
+    EXPECT_LE(shards, 3 * splits);
+    EXPECT_NE(r.out.find("split of fountainShape particle "), std::string::npos) << r.out;
+}
+
+TEST(CollisionScene, BadInputNamesWhatIsWrongAndAFailingProcLetsTheRunGoOn) {
+    ProgramRun r = runProgram({"-c", "gravity -n g; collision g;"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("'g' has no geometry to collide with"), std::string::npos) << r.err;
+
+    r = runProgram({"-c", "particle -n p; gravity -n g; event -t g p;"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("the target 'g' is not a particle object"), std::string::npos) << r.err;
+
+    r = runProgram({"-c", "polyPlane -n ground -w 10 -h 10; particle -n p -p 0 0.2 0 -p 1 0.2 0;"
+                          "setParticleAttr -at velocity -vv 0 -12 0 p; collision ground p;"
+                          "event -pr missingProc -die 1 p; for ($f = 2; $f <= 4; $f++) currentTime $f;"
+                          "print (\"alive: \" + `particle -q -ct p`);"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.err.find("event procedure 'missingProc' of pShape failed"), std::string::npos) << r.err;
+    // The procedure failed, the event still killed both.
+    EXPECT_NE(r.out.find("alive: 0"), std::string::npos) << r.out;
+}
+
+} // namespace
