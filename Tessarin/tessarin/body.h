@@ -48,6 +48,7 @@ public:
     double mass = 1, inv_mass = 1;
     int state_index = 0;
     int collision_layer = 0; // negative collides with every layer
+    int solve_slot = -1;     // place in the island being solved, -1 outside one
     bool prescribed = false;
     bool impulse_pending = false;
 

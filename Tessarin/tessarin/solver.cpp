@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "Tessarin/tessarin/basis_factors.h"
+#include "Tessarin/tessarin/body.h"
 #include "Tessarin/tessarin/body_system.h"
 #include "Tessarin/tessarin/constraint.h"
 #include "Tessarin/tessarin/messages.h"
@@ -21,7 +22,7 @@ SolverTotals totals;
 // Process-wide work arrays; they grow and are never given back, so a solve
 // allocates nothing once the largest island has been seen.
 struct Work {
-    std::vector<double> a, dx, da, col, row, u, w, rhs;
+    std::vector<double> a, dx, da, col, row, u, w, rhs, body;
     std::vector<int> old_states, basis, pos, sig;
     BasisFactors fac; // Q B = R of the basis matrix
 
@@ -35,6 +36,7 @@ struct Work {
             u.resize(size_t(n));
             w.resize(size_t(n));
             rhs.resize(size_t(n));
+            body.resize(size_t(n) * 12); // two bodies a row at most
             old_states.resize(size_t(n));
             pos.resize(size_t(n));
             sig.resize(size_t(n));
@@ -79,6 +81,7 @@ private:
     void rebasis();
     void solve_basis(const double* rhs_full, double* out) const;
     void expand(double* v, bool clear_others) const;
+    void times_A(const double* v, double* out) const;
     void compute_a();
     double max_step(int d);
     bool attempt_warm();
@@ -245,14 +248,64 @@ void Inductive::expand(double* v, bool clear_others) const {
     }
 }
 
-void Inductive::compute_a() {
-    for (int i = 0; i < n_; ++i) {
-        const double* ai = s_.A + size_t(i) * size_t(n_);
-        double s = s_.b[i];
-        for (int j = 0; j < n_; ++j)
-            s += ai[j] * x_[j];
-        work.a[size_t(i)] = s;
+// out = A v, through the bodies when the system has them.
+void Inductive::times_A(const double* v, double* out) const {
+    if (s_.part_slot) {
+        double* w = work.body.data();
+        std::fill(w, w + 6 * s_.slots, 0.0);
+        for (int j = 0; j < n_; ++j) {
+            const double vj = v[j];
+            if (vj == 0) continue;
+            for (int p = 0; p < 2; ++p) {
+                const int b = s_.part_slot[2 * j + p];
+                if (b < 0) continue;
+                const double* mj = s_.part_MJ[2 * j + p];
+                double* wb = w + 6 * b;
+                for (int k = 0; k < 6; ++k)
+                    wb[k] += vj * mj[k];
+            }
+        }
+        for (int i = 0; i < n_; ++i) {
+            double sum = 0;
+            for (int p = 0; p < 2; ++p) {
+                const int b = s_.part_slot[2 * i + p];
+                if (b < 0) continue;
+                const double* ji = s_.part_J[2 * i + p];
+                const double* wb = w + 6 * b;
+                for (int k = 0; k < 6; ++k)
+                    sum += ji[k] * wb[k];
+            }
+            out[i] = sum;
+        }
+        return;
     }
+    for (int i = 0; i < n_; ++i)
+        out[i] = 0;
+    if (s_.symmetric) {
+        // Row j is column j: walk rows, which lie contiguous.
+        for (int j = 0; j < n_; ++j) {
+            const double vj = v[j];
+            if (vj == 0) continue;
+            const double* aj = s_.A + size_t(j) * size_t(n_);
+            for (int i = 0; i < n_; ++i)
+                out[i] += aj[i] * vj;
+        }
+    } else {
+        for (int i = 0; i < n_; ++i) {
+            const double* ai = s_.A + size_t(i) * size_t(n_);
+            double sum = 0;
+            for (int j = 0; j < n_; ++j)
+                sum += ai[j] * v[j];
+            out[i] = sum;
+        }
+    }
+}
+
+void Inductive::compute_a() {
+    double* a = work.a.data();
+    times_A(x_, a);
+    for (int i = 0; i < n_; ++i)
+        a[i] += s_.b[i];
 }
 
 double Inductive::max_step(int d) {
@@ -678,26 +731,7 @@ bool Inductive::pivot_loop(bool from_warm) {
             for (int i = 0; i < n_; ++i)
                 dx[i] = -dx[i];
         double* da = work.da.data();
-        for (int i = 0; i < n_; ++i)
-            da[i] = 0;
-        if (s_.symmetric) {
-            // Row j is column j: walk rows, which lie contiguous.
-            for (int j = 0; j < n_; ++j) {
-                const double v = dx[j];
-                if (v == 0) continue;
-                const double* aj = s_.A + size_t(j) * size_t(n_);
-                for (int i = 0; i < n_; ++i)
-                    da[i] += aj[i] * v;
-            }
-        } else {
-            for (int i = 0; i < n_; ++i) {
-                const double* ai = s_.A + size_t(i) * size_t(n_);
-                double sum = 0;
-                for (int j = 0; j < n_; ++j)
-                    sum += ai[j] * dx[j];
-                da[i] = sum;
-            }
-        }
+        times_A(dx, da);
         double step = max_step(d);
         if (step != 0)
             for (int i = 0; i < n_; ++i) {
@@ -929,6 +963,40 @@ void solve_constraint_force(BodySystem& sys, const matrix& Am, const mvector& r,
                 s.symmetric = false;
                 break;
             }
+    // The rows' bodies, for products with A in body space.
+    static std::vector<int> part_slot;
+    static std::vector<const double*> part_J, part_MJ;
+    static std::vector<Body*> slotted;
+    if (list) {
+        part_slot.assign(size_t(2 * n), -1);
+        part_J.assign(size_t(2 * n), nullptr);
+        part_MJ.assign(size_t(2 * n), nullptr);
+        slotted.clear();
+        for (Constraint* c : *list) {
+            const int dim = c->dimension();
+            for (int k = 0; k < dim; ++k) {
+                const int i = c->index + k;
+                int used = 0;
+                for (const RowPart& p : c->rows[size_t(k)].part) {
+                    if (!p.body || p.body->prescribed) continue;
+                    if (p.body->solve_slot < 0) {
+                        p.body->solve_slot = int(slotted.size());
+                        slotted.push_back(p.body);
+                    }
+                    part_slot[size_t(2 * i + used)] = p.body->solve_slot;
+                    part_J[size_t(2 * i + used)] = p.J;
+                    part_MJ[size_t(2 * i + used)] = p.MJ;
+                    ++used;
+                }
+            }
+        }
+        for (Body* b : slotted)
+            b->solve_slot = -1;
+        s.slots = int(slotted.size());
+        s.part_slot = part_slot.data();
+        s.part_J = part_J.data();
+        s.part_MJ = part_MJ.data();
+    }
     const bool warm = any_valid && !no_store;
     if (!warm)
         for (int i = 0; i < n; ++i)

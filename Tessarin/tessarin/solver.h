@@ -33,6 +33,13 @@ struct LcpSystem {
     const int* type = nullptr;
     double* mu = nullptr;
     bool symmetric = false; // A equals its transpose
+    // When the rows come from constraints, A = J M^-1 J^T in body space: per
+    // row two parts, each a body slot (-1 for none) with its J and M^-1 J
+    // (6 each). Products with A then cost a few operations per row.
+    int slots = 0;
+    const int* part_slot = nullptr;
+    const double* const* part_J = nullptr;
+    const double* const* part_MJ = nullptr;
 };
 
 // What the last solve did, for statistics and tests.
