@@ -224,8 +224,9 @@ void TdynParticleShape::collideWithSweptGeometry(TdataBlock& block,
             if (hitLast) {
                 from = point.hitFraction();
                 const T4dDblVector before = point.velocity();
-                const std::vector<TdynSweptHit> found = point.hits();
                 point.respond(dt, frameMoved ? &L : nullptr, frameMoved ? &W : nullptr);
+                // The response keeps the hits it bounced off.
+                const std::vector<TdynSweptHit>& found = point.hits();
                 const T4dDblVector after = point.velocity();
                 const T4dDblVector force = (before - after) / dt * mass[i];
                 const double time = sceneTime - (1.0 - from) * dt;
