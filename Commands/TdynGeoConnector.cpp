@@ -493,6 +493,7 @@ bool TdynGeoConnector::computeSweptGeometry(TdataBlock& block, bool world) {
     if (!newBuild && !geometryChanged && !matrixChanged) {
         // Still: only the copy of the end state; collisions take the still path.
         const bool wasMoving = g->moving;
+        g->shape = shape;
         g->saveLastState();
         g->markMoving(false);
         if (wasMoving) g->refreshBoundingBox();

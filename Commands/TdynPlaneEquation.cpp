@@ -1,7 +1,7 @@
 #include "Commands/TdynPlaneEquation.h"
 
 namespace {
-int gNextPlaneId = 0; // evaluation thread only
+unsigned gNextPlaneId = 0; // evaluation thread only
 } // namespace
 
 TdynPlaneEquation::TdynPlaneEquation() : id(gNextPlaneId++) {}

@@ -14,7 +14,7 @@ public:
     void setFromNormalAndPoint(const T4dDblVector& unitNormal, const T4dDblVector& p);
     double signedDistance(const T4dDblVector& p) const { return normal.dot(p) - distance; }
 
-    int id;
+    unsigned id; // wraps after 2^32 planes; only equality within a step matters
     T4dDblVector normal{0, 1, 0};
     double distance = 0;
     double correction = 0;
