@@ -74,7 +74,17 @@ class TcurrentUnitCmd : public TsceneCommand {
             unit == kMilliseconds)
             fail("unknown time unit '" + name + "' (film, pal, ntsc, game, show, palf, ntscf)");
         TtimeUnitSystem old = TtimeUnit::current();
-        perform([unit] { TtimeUnit::setCurrent(unit); }, [old] { TtimeUnit::setCurrent(old); });
+        // People count in frames: the playback range and the current frame keep their numbers.
+        auto change = [this](TtimeUnitSystem from, TtimeUnitSystem to) {
+            TanimInfo& info = TanimInfo::currAnimInfo();
+            const double start = info.startTime().valueInThisUnit(from);
+            const double end = info.endTime().valueInThisUnit(from);
+            const double now = graph().time().valueInThisUnit(from);
+            TtimeUnit::setCurrent(to);
+            info.setRange(TanimTime(start, to), TanimTime(end, to));
+            if (TanimTime(now, to) != graph().time()) graph().setTime(TanimTime(now, to), false);
+        };
+        perform([change, old, unit] { change(old, unit); }, [change, old, unit] { change(unit, old); });
         return 0;
     }
 };
