@@ -13,12 +13,22 @@ BroadPhase::~BroadPhase() {
     clear();
 }
 
+namespace {
+// Frees a subtree without touching its shapes, which may be gone already.
+void free_tree(Overlap* o) {
+    for (Overlap* c : o->children)
+        free_tree(c);
+    delete o->separator;
+    delete o->sweep;
+    delete o;
+}
+} // namespace
+
 void BroadPhase::clear() {
-    for (Overlap* o : overlaps_) {
-        delete o->separator;
-        delete o;
-    }
+    for (Overlap* o : overlaps_)
+        free_tree(o);
     overlaps_.clear();
+    count_ = 0;
     table_.clear();
     shapes_.clear();
     for (auto& a : axis_)
@@ -26,14 +36,68 @@ void BroadPhase::clear() {
     sorted_ = false;
 }
 
-void BroadPhase::add_shape(Shape* s) {
-    if (!s->is_atomic()) {
-        std::vector<Shape*> leaves;
-        static_cast<MultiShape*>(s)->leaves(leaves);
-        for (Shape* l : leaves)
-            add_shape(l);
-        return;
+namespace {
+bool before(const bound& p, const bound& q) {
+    if (p.value != q.value) return p.value < q.value;
+    return p.is_min && !q.is_min; // touching boxes count as overlapping
+}
+
+bool meet(const Shape* a, const Shape* b, double margin) {
+    for (int k = 0; k < 3; ++k)
+        if (a->world_bound.lo[k] - margin > b->world_bound.hi[k] + margin ||
+            b->world_bound.lo[k] - margin > a->world_bound.hi[k] + margin)
+            return false;
+    return true;
+}
+} // namespace
+
+void Bound::add(Shape* s, int side) {
+    for (auto& a : axis) {
+        a.push_back({true, 0, s});
+        a.push_back({false, 0, s});
     }
+    if (side == 1) side1.push_back(s);
+    sorted = false;
+}
+
+void Bound::pairs(double margin, std::vector<std::pair<Shape*, Shape*>>& out) {
+    out.clear();
+    for (int k = 0; k < 3; ++k) {
+        auto& a = axis[k];
+        for (bound& e : a)
+            e.value = e.is_min ? e.shape->world_bound.lo[k] - margin : e.shape->world_bound.hi[k] + margin;
+        if (!sorted) {
+            std::sort(a.begin(), a.end(), before);
+            continue;
+        }
+        for (size_t i = 1; i < a.size(); ++i) {
+            bound e = a[i];
+            size_t j = i;
+            while (j > 0 && before(e, a[j - 1])) {
+                a[j] = a[j - 1];
+                --j;
+            }
+            a[j] = e;
+        }
+    }
+    sorted = true;
+    auto on_side1 = [&](const Shape* s) { return std::find(side1.begin(), side1.end(), s) != side1.end(); };
+    // Sweep of the first axis with an active list; the sides are small.
+    std::vector<Shape*> active;
+    for (const bound& e : axis[0]) {
+        if (e.is_min) {
+            const bool s1 = on_side1(e.shape);
+            for (Shape* o : active)
+                if (on_side1(o) != s1 && meet(o, e.shape, margin))
+                    out.push_back(s1 ? std::make_pair(o, e.shape) : std::make_pair(e.shape, o));
+            active.push_back(e.shape);
+        } else {
+            active.erase(std::find(active.begin(), active.end(), e.shape));
+        }
+    }
+}
+
+void BroadPhase::add_shape(Shape* s) {
     s->sweep_index = int(shapes_.size());
     shapes_.push_back(s);
     for (auto& a : axis_) {
@@ -70,31 +134,82 @@ bool BroadPhase::candidate(Shape* a, Shape* b) const {
 }
 
 bool BroadPhase::boxes_overlap(const Shape* a, const Shape* b) const {
-    for (int k = 0; k < 3; ++k)
-        if (a->world_bound.lo[k] - margin_ > b->world_bound.hi[k] + margin_ ||
-            b->world_bound.lo[k] - margin_ > a->world_bound.hi[k] + margin_)
-            return false;
-    return true;
+    return meet(a, b, margin_);
 }
 
-void BroadPhase::make_overlap(Shape* a, Shape* b) {
-    if (table_.find(a, b) || !candidate(a, b)) return;
-    Overlap* o = new Overlap{a, b, sys_.tolerance, nullptr, int(overlaps_.size())};
-    overlaps_.push_back(o);
+Overlap* BroadPhase::make_overlap(Shape* a, Shape* b, Overlap* parent) {
+    if (table_.find(a, b) || !candidate(a, b)) return nullptr;
+    Overlap* o = new Overlap;
+    o->a = a;
+    o->b = b;
+    o->tolerance = sys_.tolerance;
+    o->parent = parent;
+    if (parent) {
+        parent->children.push_back(o);
+    } else {
+        o->slot = int(overlaps_.size());
+        overlaps_.push_back(o);
+    }
+    if (!a->is_atomic() || !b->is_atomic()) {
+        // The children of a MultiShape against the other side, or the
+        // children of both when both are.
+        o->sweep = new Bound;
+        if (!a->is_atomic())
+            for (Shape* c : a->children)
+                o->sweep->add(c, 0);
+        else
+            o->sweep->add(a, 0);
+        if (!b->is_atomic())
+            for (Shape* c : b->children)
+                o->sweep->add(c, 1);
+        else
+            o->sweep->add(b, 1);
+    }
     table_.insert(a, b, o);
+    ++count_;
+    return o;
 }
 
 void BroadPhase::delete_overlap(Overlap* o) {
+    while (!o->children.empty())
+        delete_overlap(o->children.back());
     table_.remove(o->a, o->b);
     if (sys_.overlap_table.find(o->a, o->b)) sys_.forget_interpenetration(o->a, o->b);
     if (o->separator == sys_.excluded) sys_.excluded = nullptr;
     if (o->separator == sys_.excluded_original) sys_.excluded_original = nullptr;
     delete o->separator;
-    Overlap* last = overlaps_.back();
-    overlaps_[size_t(o->slot)] = last;
-    last->slot = o->slot;
-    overlaps_.pop_back();
+    delete o->sweep;
+    if (o->parent) {
+        auto& kids = o->parent->children;
+        kids.erase(std::find(kids.begin(), kids.end(), o));
+    } else {
+        Overlap* last = overlaps_.back();
+        overlaps_[size_t(o->slot)] = last;
+        last->slot = o->slot;
+        overlaps_.pop_back();
+    }
+    --count_;
     delete o;
+}
+
+void BroadPhase::walk(Overlap* o) {
+    if (!o->sweep) {
+        sys_.contact_pass(*o);
+        return;
+    }
+    o->sweep->pairs(margin_, found_);
+    // found_ is reused further down: take the new pairs first.
+    for (auto& pr : found_)
+        make_overlap(pr.first, pr.second, o);
+    for (int i = int(o->children.size()) - 1; i >= 0; --i) {
+        if (i >= int(o->children.size())) continue;
+        Overlap* c = o->children[size_t(i)];
+        if (!boxes_overlap(c->a, c->b) || !candidate(c->a, c->b)) {
+            delete_overlap(c);
+            continue;
+        }
+        walk(c);
+    }
 }
 
 Overlap* BroadPhase::find(Shape* a, Shape* b) const {
@@ -112,10 +227,7 @@ void BroadPhase::update_values() {
 
 void BroadPhase::full_sort() {
     for (auto& a : axis_)
-        std::sort(a.begin(), a.end(), [](const bound& p, const bound& q) {
-            if (p.value != q.value) return p.value < q.value;
-            return p.is_min && !q.is_min; // touching boxes count as overlapping
-        });
+        std::sort(a.begin(), a.end(), before);
     // All pairs from one sweep of the first axis with an active list.
     std::vector<Shape*> active;
     for (const bound& e : axis_[0]) {
@@ -135,8 +247,7 @@ void BroadPhase::insertion_sort(int k) {
     for (size_t i = 1; i < a.size(); ++i) {
         bound e = a[i];
         size_t j = i;
-        while (j > 0 &&
-               (a[j - 1].value > e.value || (a[j - 1].value == e.value && e.is_min && !a[j - 1].is_min))) {
+        while (j > 0 && before(e, a[j - 1])) {
             // A min passing a max to the left: the two have begun to overlap on this axis.
             if (e.is_min && !a[j - 1].is_min && boxes_overlap(e.shape, a[j - 1].shape))
                 make_overlap(e.shape, a[j - 1].shape);
@@ -161,11 +272,12 @@ void BroadPhase::run() {
         if (i >= int(overlaps_.size())) continue;
         Overlap* o = overlaps_[size_t(i)];
         if (o->a->body->prescribed && o->b->body->prescribed) continue;
-        if (!boxes_overlap(o->a, o->b)) {
+        // Boxes apart, or a pair allowed through or vetoed since it was made.
+        if (!boxes_overlap(o->a, o->b) || !candidate(o->a, o->b)) {
             delete_overlap(o);
             continue;
         }
-        sys_.contact_pass(*o);
+        walk(o);
     }
 }
 

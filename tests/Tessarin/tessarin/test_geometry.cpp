@@ -241,3 +241,71 @@ TEST(Stamps, UnmovedBodiesAreNotRefreshed) {
     EXPECT_EQ(s->sys->bounds_updated.total, bounds_before);
     EXPECT_EQ(s->sys->separators_tested.total, seps_before);
 }
+
+// A dumbbell: one prescribed body whose shape is a MultiShape of two unit cubes
+// centred at x = -1.5 and 1.5, and a free unit cube moved about it. The top
+// level pairs the dumbbell with the cube as soon as their boxes meet; a pair of
+// parts, with its separator, exists only where a part's box meets the cube's.
+TEST(BroadPhase, TreeBelowAMultiShape) {
+    auto s = rigid_scenes::empty_scene("tree");
+    s->gravity->a = {};
+    auto p1 = std::make_unique<Poly3d>(Polyhedron::box({-2, -0.5, -0.5}, {-1, 0.5, 0.5}));
+    auto p2 = std::make_unique<Poly3d>(Polyhedron::box({1, -0.5, -0.5}, {2, 0.5, 0.5}));
+    auto bell = std::make_unique<RigidBody>(s->sys.get());
+    auto multi = std::make_unique<MultiShape>();
+    multi->add(p1.get());
+    multi->add(p2.get());
+    bell->set_geometry(multi.get());
+    bell->compute_inertials(1.0);
+    bell->place({}, quaternion());
+    bell->prescribed = true;
+    s->sys->add(*bell);
+    RigidBody* cube = rigid_scenes::add_box(*s, {0, 0, 0}, {1, 1, 1}, false, 0, 0);
+    Shape* cs = s->shapes.back().get();
+    BroadPhase& bp = s->sys->broad_phase();
+    auto move_to = [&](double x) {
+        cube->place({x, 0, 0}, quaternion());
+        cube->set_velocity({}, {});
+        s->sys->dirty = true;
+        s->sys->step_forward(0.001);
+    };
+
+    // Between the parts, 0.5 clear of each: only the top-level pair.
+    move_to(0);
+    EXPECT_EQ(bp.overlaps().size(), 1u);
+    EXPECT_EQ(bp.overlap_count(), 1);
+    EXPECT_TRUE(bp.find(multi.get(), cs));
+    EXPECT_FALSE(bp.find(p1.get(), cs));
+    EXPECT_EQ(s->sys->contacts.size(), 0);
+
+    // 0.005 from the first part's face: its pair and four face contacts; the
+    // second part stays out of it.
+    move_to(-0.495);
+    EXPECT_EQ(bp.overlap_count(), 2);
+    Overlap* near = bp.find(p1.get(), cs);
+    ASSERT_TRUE(near);
+    EXPECT_EQ(near->parent, bp.find(multi.get(), cs));
+    EXPECT_TRUE(near->separator);
+    EXPECT_FALSE(bp.find(p2.get(), cs));
+    EXPECT_EQ(s->sys->contacts.size(), 4);
+    for (Contact* c : s->sys->contacts)
+        EXPECT_NEAR(std::fabs(c->normal.x), 1, 1e-12);
+
+    // Across to the second part: the first pair goes, the second comes.
+    move_to(0.495);
+    EXPECT_FALSE(bp.find(p1.get(), cs));
+    EXPECT_TRUE(bp.find(p2.get(), cs));
+    EXPECT_EQ(s->sys->contacts.size(), 4);
+
+    // The second part allowed through the cube: no pair below the top, no contacts.
+    s->sys->allow_shapes(p2.get(), cs);
+    move_to(0.495);
+    EXPECT_EQ(bp.overlap_count(), 1);
+    EXPECT_EQ(s->sys->contacts.size(), 0);
+
+    // Far away: the whole subtree goes.
+    move_to(10);
+    EXPECT_EQ(bp.overlap_count(), 0);
+    EXPECT_FALSE(bp.find(multi.get(), cs));
+    s->sys->remove(*bell);
+}
