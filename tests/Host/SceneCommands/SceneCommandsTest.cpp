@@ -4,6 +4,8 @@
 #include "Host/Dag/Ttransform.h"
 #include "Host/Session/Tsession.h"
 
+#include "Host/Time/TanimInfo.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -222,6 +224,18 @@ TEST_F(SceneCommands, DerivedTransformsComputeTheirOwnMatrices) {
     x.setTranslation({4, 0, 0});
     d->setXform(x);
     EXPECT_EQ(floats("xform -q -ws -t d"), (std::vector<double>{4, 0, 0}));
+}
+
+TEST_F(SceneCommands, ARateChangeKeepsFrameNumbersAndUndoesExactly) {
+    ASSERT_TRUE(run("playbackOptions -min 1 -max 48; currentTime 5;"));
+    ASSERT_TRUE(run("currentUnit -time pal;"));
+    EXPECT_EQ(number("`playbackOptions -q -min`"), 1.0);
+    EXPECT_EQ(number("`playbackOptions -q -max`"), 48.0);
+    EXPECT_EQ(number("`currentTime -q`"), 5.0);
+    EXPECT_EQ(session.graph().time().ticks(), 5 * 240); // frame 5 at 25 a second
+    ASSERT_TRUE(run("undo;"));
+    EXPECT_EQ(session.graph().time().ticks(), 5 * 250);
+    EXPECT_EQ(TanimInfo::currAnimInfo().endTime().ticks(), 48 * 250);
 }
 
 } // namespace
