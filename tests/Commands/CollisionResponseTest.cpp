@@ -4,6 +4,8 @@
 #include "Commands/TdynCollision.h"
 #include "Commands/TdynParticleShape.h"
 #include "Host/Command/ToptionVars.h"
+#include "Host/Dag/Tshape.h"
+#include "Host/Geometry/TpolyPrimitives.h"
 #include "Host/Session/Tsession.h"
 
 #include <gtest/gtest.h>
@@ -166,6 +168,67 @@ TEST_F(CollisionResponseTest, AMovingPlaneCarriesRestingParticlesAndDepthZeroLet
             }
         }
     }
+}
+
+TEST_F(CollisionResponseTest, ADeformingMeshPushesParticlesAlong) {
+    // The plane's own points rise 0.1 a frame (its inMesh changes; its transform stays still).
+    ASSERT_TRUE(
+        run("polyPlane -n lift -w 10 -h 10; particle -n p -p 0 0.45 0 -p 2 0.25 -1; collision -r 0 lift p;"))
+        << errors.str();
+    auto* mesh = TmeshShape::cast(session.graph().findNode("liftShape"));
+    ASSERT_NE(mesh, nullptr);
+    TdynParticleShape* p = shape("pShape");
+    for (int f = 2; f <= 12; ++f) {
+        TpolyMesh m = makePolyPlane(10, 10, 10, 10);
+        for (T4dDblVector& q : m.points)
+            q.y = 0.1 * (f - 1);
+        mesh->setMesh(std::move(m));
+        frame(f);
+        for (unsigned i = 0; i < 2; ++i) {
+            T4dDblVector q;
+            ASSERT_TRUE(p->getAttribute("position", i, q));
+            EXPECT_GE(q.y, std::min(0.1 * (f - 1), i == 0 ? 0.45 : 0.25) - 1e-9)
+                << "frame " << f << " particle " << i;
+        }
+    }
+}
+
+TEST_F(CollisionResponseTest, TheTraceLoopBouncesSeveralTimesInAStepUpToTheDepth) {
+    // A floor at 0 and a ceiling at 1; 60 units a second up from 0.5 covers 2.5 units in a step. With
+    // resilience 1 and a depth of 10 the particle turns at the ceiling (fraction 0.2), the floor (0.596)
+    // and the ceiling again (0.992), each time 0.01 off the surface, and ends at 0.99 - 0.02 = 0.97.
+    // With a depth of 1 it turns at the ceiling and runs on through the floor.
+    ASSERT_TRUE(
+        run("polyPlane -n floor -w 10 -h 10; polyPlane -n ceiling -w 10 -h 10; setAttr ceiling.ty 1;"
+            "particle -n p -p 0 0.5 0 -p 1 0.5 1 -p 2 -0.5 2; particle -e -id 0 -at velocity -vv 0 60 0 p;"
+            "particle -e -id 1 -at velocity -vv 0 60 0 p; collision -r 1 floor p; collision -r 1 ceiling p;"
+            "addPP -atr traceDepthPP p;"))
+        << errors.str();
+    TdynParticleShape* p = shape("pShape");
+    // Geometry is traced in a step only when the box of all the particles' moves meets it: the third
+    // particle, resting below the floor, makes that box reach both planes.
+    // Particle 0 may bounce ten times, particle 1 once.
+    ASSERT_TRUE(p->setAttribute("traceDepthPP", 0, 10.0));
+    ASSERT_TRUE(p->setAttribute("traceDepthPP", 1, 1.0));
+    frame(2);
+    T4dDblVector q0, q1, v0;
+    ASSERT_TRUE(p->getAttribute("position", 0, q0));
+    ASSERT_TRUE(p->getAttribute("position", 1, q1));
+    ASSERT_TRUE(p->getAttribute("velocity", 0, v0));
+    // A dozen roundings of numbers near 1: 1e-12.
+    EXPECT_NEAR(q0.y, 0.97, 1e-12);
+    EXPECT_NEAR(q1.y, 0.99 - 0.8 * 2.5, 1e-12);
+    EXPECT_NEAR(std::fabs(v0.y), 60, 1e-9);
+    TdataArrayAttrs r = records(p);
+    int rows0 = 0, rows1 = 0;
+    for (int i : r.getInt32Data("index")->vector()) {
+        ASSERT_LT(i, 2);
+        (i == 0 ? rows0 : rows1)++;
+    }
+    EXPECT_EQ(rows0, 3);
+    EXPECT_EQ(rows1, 1);
+    // Once turned at the ceiling, particle 1 runs on through the floor.
+    EXPECT_LT(q1.y, 0.0);
 }
 
 TEST_F(CollisionResponseTest, TheCommandMakesEditsQueriesAndRefuses) {
