@@ -381,6 +381,24 @@ TEST(SweptGeometry, ARisingPlaneGivesItsVelocityToTheBounce) {
     EXPECT_TRUE(q.velocity().isEquivalent({0, 3, 0}, 1e-12));
 }
 
+TEST(SweptGeometry, FrictionActsRelativeToASlidingSurface) {
+    // A belt sliding along x at 1 a second; a point dropping onto it.
+    auto g = planeGeometry(10, 1, 1);
+    g->saveLastState();
+    g->rebuild(makeData<TdataMesh>(makePolyPlane(10, 10, 1, 1)), T4dDblMatrix::translation({1, 0, 0}));
+    g->markMoving(true);
+    g->refreshBoundingBox();
+    for (double f : {0.0, 0.25, 1.0}) {
+        TdynSweptPoint p;
+        p.set({0, 1, 0}, {0, -1, 0}, {0, -2, 0});
+        ASSERT_TRUE(g->intersectsWithPoint(p, 1, 0, 0.0, f, nullptr));
+        EXPECT_TRUE(p.firstHit().surfaceVelocity.isEquivalent({1, 0, 0}, 1e-12));
+        p.respond(1);
+        // No bounce; of the sliding difference -1 along x, 1 - f is kept: f of the belt's speed taken up.
+        EXPECT_TRUE(p.velocity().isEquivalent({f, 0, 0}, 1e-12)) << f;
+    }
+}
+
 TEST(SweptGeometry, TheEarliestOfSeveralHitsWins) {
     // Two quads, the lower (y = -1) listed first.
     TpolyMesh m;
