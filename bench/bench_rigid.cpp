@@ -5,6 +5,7 @@
 #include <cmath>
 #include <vector>
 
+#include "Tessarin/tessarin/basis_factors.h"
 #include "Tessarin/tessarin/contact.h"
 #include "rigid_scenes.h"
 
@@ -68,8 +69,50 @@ void BM_dense_solve(benchmark::State& state) {
     }
 }
 
+// One basis change of the pivoting solver: a row leaves the factors of a k-row
+// basis and another comes in, then a solve. Beside it, BM_dense_solve of the
+// same k is what refactoring from scratch would cost instead.
+void BM_factor_update(benchmark::State& state) {
+    const int k = int(state.range(0));
+    const int n = k + 1;
+    const size_t nn = static_cast<size_t>(n);
+    std::vector<double> M(nn * nn);
+    unsigned seed = 1;
+    for (size_t i = 0; i < nn * nn; ++i) {
+        seed = seed * 1664525u + 1013904223u;
+        M[i] = double(seed >> 8) / double(1u << 24) - 0.5;
+    }
+    for (int i = 0; i < n; ++i)
+        M[size_t(i) * nn + size_t(i)] += 0.5 * n;
+    std::vector<int> order;
+    tessarin::BasisFactors f;
+    std::vector<double> col(nn), row(nn), rhs(nn, 1.0), x(nn);
+    auto add = [&](int i) {
+        for (size_t p = 0; p < order.size(); ++p) {
+            col[p] = M[size_t(order[p]) * nn + size_t(i)];
+            row[p] = M[size_t(i) * nn + size_t(order[p])];
+        }
+        f.add(col.data(), row.data(), M[size_t(i) * nn + size_t(i)]);
+        order.push_back(i);
+    };
+    for (int i = 0; i < k; ++i)
+        add(i);
+    int out = k, turn = 0;
+    for (auto _ : state) {
+        const int p = (turn++ * 7919) % k;
+        const int leaving = order[size_t(p)];
+        f.remove(p);
+        order.erase(order.begin() + p);
+        add(out);
+        out = leaving;
+        f.solve(rhs.data(), x.data());
+        benchmark::DoNotOptimize(x.data());
+    }
+}
+
 } // namespace
 
+BENCHMARK(BM_factor_update)->Arg(300)->Arg(1200)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_pyramid_frame)->Unit(benchmark::kMillisecond)->Iterations(24);
 BENCHMARK(BM_pile_frame)->Arg(100)->Arg(300)->Unit(benchmark::kMillisecond)->Iterations(24);
 BENCHMARK(BM_dense_solve)->Arg(300)->Arg(1200)->Unit(benchmark::kMillisecond);
