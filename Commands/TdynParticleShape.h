@@ -274,6 +274,8 @@ private:
     void computeCentroid(TdataBlock& block, const Tattribute* source, Tattribute3Double* target);
     void computeLastWorldMatrix(TdataBlock& block);
     void computeFieldData(TdataBlock& block);
+    // Masses matching the positions handed to fields.
+    Tdata fieldMasses(TdataBlock& block);
     void computeEmitterData(TdataBlock& block);
     void clearAccelerations(TdataBlock& block);
     bool updateFromRamp(const Tattribute* target, const Tattribute* ramp, TdataBlock& block);

@@ -827,11 +827,32 @@ void TdynParticleShape::computeFieldData(TdataBlock& block) {
     // The letters are handed out as they are: no copy.
     block.outputValue(vs->fieldDataPosition).set(block.inputValue(vs->cachedWorldPosition).data());
     block.outputValue(vs->fieldDataVelocity).set(block.inputValue(vs->cachedWorldVelocity).data());
-    block.outputValue(vs->fieldDataMass).set(block.outputValue(vs->mass).data());
+    block.outputValue(vs->fieldDataMass).set(fieldMasses(block));
     TdataHandle dt = block.outputValue(vs->fieldDataDeltaTime);
     dt.set(block.outputValue(vs->sceneTimeStepSize).asTime());
     dt.setClean();
     block.setClean(vs->fieldData);
+}
+
+Tdata TdynParticleShape::fieldMasses(TdataBlock& block) {
+    auto* vs = sVsData();
+    Tdata mass = block.outputValue(vs->mass).data();
+    const T4dDblVectorArray* pos = TdynStatic::dataVectorArray(block.outputValue(vs->cachedWorldPosition).data());
+    const TdoubleArray* m = TdynStatic::dataDoubleArray(mass);
+    const unsigned n = pos ? pos->length() : 0;
+    if (!m || m->length() == n) return mass;
+    // Births (and deaths) of this step already changed the masses, while fields
+    // see the positions of the last step: they get masses of that length, the
+    // newcomers' left out and any missing ones taken as 1, so the step keeps its forces.
+    Tdata out = makeData<TdataDoubleArray>();
+    TdoubleArray& a = out.as<TdataDoubleArray>()->array();
+    a.changeLogicalSizeTo(n);
+    const unsigned kept = std::min(n, m->length());
+    for (unsigned i = 0; i < kept; ++i)
+        a[i] = (*m)[i];
+    for (unsigned i = kept; i < n; ++i)
+        a[i] = 1.0;
+    return out;
 }
 
 void TdynParticleShape::computeEmitterData(TdataBlock& block) {

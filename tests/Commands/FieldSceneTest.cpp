@@ -118,4 +118,23 @@ TEST_F(FieldSceneTest, NewtonOwnedByParticlesWeighsByTheirMasses) {
     EXPECT_NEAR(out[0].x, 0.75 * 2 * K - 7.0 / 8 * 3 * K, 1e-12);
 }
 
+TEST_F(FieldSceneTest, ParticlesBornEveryStepStillFeelTheField) {
+    // Births at rest each step: the step that makes them must not lose the force on the others.
+    ASSERT_TRUE(run("particle -n p; emitter -n e -type omni -r 48 -spd 0; connectDynamic -em e p;"
+                    "gravity -n g; connectDynamic -f g p;"))
+        << errors.str();
+    TdynParticleShape* p = shape("pShape");
+    for (int f = 2; f <= 7; ++f)
+        frame(f);
+    T4dDblVectorArray* v = p->vectorArrayValue(TdynParticleShape::sVsData()->velocity);
+    ASSERT_NE(v, nullptr);
+    ASSERT_EQ(v->length(), 12u); // two a frame
+    // Each has fallen for as many whole steps as it has lived: a multiple of 9.8 dt, never zero.
+    for (unsigned i = 0; i < v->length(); ++i) {
+        const double steps = -(*v)[i].y / (9.8 * kFrame);
+        EXPECT_GE(steps, 1 - 1e-9) << "particle " << i;
+        EXPECT_NEAR(steps, std::round(steps), 1e-9) << "particle " << i;
+    }
+}
+
 } // namespace
