@@ -23,7 +23,7 @@ SolverTotals totals;
 // allocates nothing once the largest island has been seen.
 struct Work {
     std::vector<double> a, dx, da, col, row, u, w, rhs, body;
-    std::vector<int> old_states, basis, pos, sig;
+    std::vector<int> old_states, basis, pos, sig, out;
     BasisFactors fac; // Q B = R of the basis matrix
 
     void size_to(int n) {
@@ -626,7 +626,7 @@ bool Inductive::pivot_loop(bool from_warm) {
 
     if (from_warm) {
         // Keep the warm basis, less the rows it would have pull: rows with a
-        // negative force leave it one at a time, the most negative first.
+        // negative force leave it, the most negative first.
         for (int i = 0; i < n_; ++i) {
             bool coupled = is_friction(i) && (st_[i] == ST_UPPER || st_[i] == ST_LOWER) &&
                            work.pos[size_t(normal_of(i))] >= 0;
@@ -652,13 +652,22 @@ bool Inductive::pivot_loop(bool from_warm) {
                 }
             }
             if (worst < 0) break;
-            take_from_basis(worst);
-            st_[worst] = ST_FREE;
-            for (int m = 1; m <= 2 && worst + m < n_; ++m) {
-                int f = worst + m;
-                if (!is_friction(f) || normal_of(f) != worst) break;
-                if (work.pos[size_t(f)] >= 0) take_from_basis(f);
-                st_[f] = ST_FREE;
+            // Every row at least half as bad as the worst leaves in this round:
+            // one re-solve per round instead of one per row.
+            work.out.clear();
+            for (int p = 0; p < int(work.basis.size()); ++p) {
+                int i = work.basis[size_t(p)];
+                if (s_.type[i] == ROW_UNILATERAL && x_[i] * s_.scale[i] <= 0.5 * most) work.out.push_back(i);
+            }
+            for (int w : work.out) {
+                take_from_basis(w);
+                st_[w] = ST_FREE;
+                for (int m = 1; m <= 2 && w + m < n_; ++m) {
+                    int f = w + m;
+                    if (!is_friction(f) || normal_of(f) != w) break;
+                    if (work.pos[size_t(f)] >= 0) take_from_basis(f);
+                    st_[f] = ST_FREE;
+                }
             }
         }
     } else {
