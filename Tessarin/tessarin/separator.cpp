@@ -228,6 +228,108 @@ double SpherePoly3dSeparator::closest(const triple& c, int& feat, int& index, tr
     return best;
 }
 
+double SpherePoly3dSeparator::walk_from(const triple& c, int& feat, int& index, triple& q) const {
+    const Poly3d* p = static_cast<const Poly3d*>(shape2);
+    const auto& V = p->world_verts;
+    const auto& E = p->poly.edges;
+    const auto& F = p->poly.faces;
+    for (int guard = 0; guard < 64; ++guard) {
+        if (feat == 2) {
+            // A vertex holds c unless c lies ahead of it along an edge.
+            const triple& v = V[size_t(index)];
+            int next = -1;
+            double best = 0;
+            for (int e : p->poly.vertices[size_t(index)].edges) {
+                const int w = E[size_t(e)].v[0] == index ? E[size_t(e)].v[1] : E[size_t(e)].v[0];
+                const triple d = V[size_t(w)] - v;
+                const double ahead = (c - v).dot(d) / d.length();
+                if (ahead > best) {
+                    best = ahead;
+                    next = e;
+                }
+            }
+            if (next < 0) {
+                q = v;
+                return (c - v).length();
+            }
+            feat = 1;
+            index = next;
+        } else if (feat == 1) {
+            // An edge: past an end goes to that vertex, over the line into a
+            // face's side goes to the face.
+            const Poly3dEdge& ed = E[size_t(index)];
+            const triple& a = V[size_t(ed.v[0])];
+            const triple d = V[size_t(ed.v[1])] - a;
+            const double t = (c - a).dot(d) / d.length2();
+            if (t <= 0 || t >= 1) {
+                feat = 2;
+                index = t <= 0 ? ed.v[0] : ed.v[1];
+                continue;
+            }
+            int next = -1;
+            double best = 0;
+            for (int f : ed.f) {
+                if (f < 0) continue;
+                triple u = p->world_normals[size_t(f)].cross(d);
+                for (int vi : F[size_t(f)].verts)
+                    if (vi != ed.v[0] && vi != ed.v[1]) {
+                        if (u.dot(V[size_t(vi)] - a) < 0) u = -u;
+                        break;
+                    }
+                const double into = (c - a).dot(u) / u.length();
+                if (into > best) {
+                    best = into;
+                    next = f;
+                }
+            }
+            if (next < 0) {
+                q = a + d * t;
+                return (c - q).length();
+            }
+            feat = 0;
+            index = next;
+        } else {
+            // A face holds c if c is above it and inside every edge.
+            const triple& n = p->world_normals[size_t(index)];
+            const double dp = n.dot(c) - p->world_offsets[size_t(index)];
+            if (dp < 0) return -inf;
+            const triple proj = c - n * dp;
+            const auto& vs = F[size_t(index)].verts;
+            int next = -1;
+            double worst = -1e-12;
+            for (size_t k = 0; k < vs.size(); ++k) {
+                const triple& a = V[size_t(vs[k])];
+                const triple& b = V[size_t(vs[(k + 1) % vs.size()])];
+                const double side = (b - a).cross(proj - a).dot(n) / (b - a).length();
+                if (side < worst) {
+                    worst = side;
+                    next = int(k);
+                }
+            }
+            if (next < 0) {
+                q = proj;
+                return dp;
+            }
+            feat = 1;
+            index = F[size_t(index)].edges[size_t(next)];
+        }
+    }
+    return -inf;
+}
+
+double SpherePoly3dSeparator::measure(const triple& c, int& feat, int& index, triple& q) const {
+    if (valid) {
+        int f = feat, i = index;
+        const double d = walk_from(c, f, i, q);
+        if (d > -inf) {
+            feat = f;
+            index = i;
+            return d;
+        }
+    }
+    return closest(c, feat, index, q);
+}
+
 double SpherePoly3dSeparator::evaluate_distance() {
     if (!valid) {
         internal_error(shape1->shape_type == SHAPE_POINT
@@ -240,8 +342,8 @@ double SpherePoly3dSeparator::evaluate_distance() {
     triple c, l, q;
     double r;
     round_shape(shape1, c, r, l);
-    int f, i;
-    return closest(c, f, i, q) - r;
+    int f = feature, i = feature_index;
+    return measure(c, f, i, q) - r;
 }
 
 bool SpherePoly3dSeparator::fit(bool& clear, double& distance) {
@@ -250,7 +352,7 @@ bool SpherePoly3dSeparator::fit(bool& clear, double& distance) {
     triple c, l, q;
     double r;
     round_shape(shape1, c, r, l);
-    distance = closest(c, feature, feature_index, q) - r;
+    distance = measure(c, feature, feature_index, q) - r;
     clear = distance > tolerance;
     if (distance < -tolerance) return false;
     valid = true;

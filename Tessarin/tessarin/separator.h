@@ -105,8 +105,14 @@ public:
     void make_contact() override;
     bool fit(bool& clear, double& distance) override;
 
+    // Steps the stored feature to the one whose region holds the centre c;
+    // -inf when c is inside the solid or the walk does not settle.
+    double walk_from(const triple& c, int& feat, int& index, triple& q) const;
+
 protected:
     double closest(const triple& c, int& feat, int& index, triple& q) const;
+    // The walk from the stored feature once fitted, the full partition before.
+    double measure(const triple& c, int& feat, int& index, triple& q) const;
 };
 
 class PointPoly3dSeparator : public SpherePoly3dSeparator {

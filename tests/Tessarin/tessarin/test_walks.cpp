@@ -149,3 +149,56 @@ TEST(SeparatorWalk, RefitFollowsATurningPairCheaply) {
     // The pair went through face and edge witnesses on the way round.
     EXPECT_GT(kinds_seen, 0);
 }
+
+// A sphere wandering round a turned box: once fitted, the separator walks from
+// its last feature to the one holding the centre. Each distance must match a
+// fresh separator's full partition, and the feature must be the same kind; the
+// distance is a length of a few units, so 1e-12 is rounding.
+TEST(SeparatorWalk, SphereWalksToTheClosestFeature) {
+    auto s = rigid_scenes::empty_scene("sphere walk");
+    Lcg rnd;
+    RigidBody* box = rigid_scenes::add_box(*s, {}, {1.5, 1, 0.7}, true, 0, 0);
+    box->place({}, rnd.turn());
+    RigidBody* ball = rigid_scenes::add_sphere(*s, {2, 0, 0}, 0.25, false, 0, 0);
+    Shape* poly = s->shapes[0].get();
+    Shape* sphere = s->shapes[1].get();
+    SpherePoly3dSeparator walker(s->sys.get(), sphere, poly);
+    walker.tolerance = 0.02;
+    bool clear = false;
+    double d = 0;
+    triple at{2, 0, 0};
+    int kinds[3] = {0, 0, 0}, changes = 0, last = -1;
+    for (int step = 0; step < 2000; ++step) {
+        // A random walk on a shell 0.3 to 1.5 out from the box's centre.
+        at += triple{rnd.next(), rnd.next(), rnd.next()} * 0.08;
+        const double len = at.length();
+        if (len < 1.3) at = at * (1.3 / len);
+        if (len > 2.5) at = at * (2.5 / len);
+        ball->place(at, quaternion());
+        sphere->refresh();
+        poly->refresh();
+        SpherePoly3dSeparator fresh(s->sys.get(), sphere, poly);
+        fresh.tolerance = 0.02;
+        bool fclear = false;
+        double fd = 0;
+        fresh.fit(fclear, fd);
+        if (step > 0) {
+            // The walk alone, from the last feature, without the partition to fall back on.
+            int f = walker.feature, i = walker.feature_index;
+            triple q;
+            const double walked = walker.walk_from(static_cast<CSphere*>(sphere)->world_centre, f, i, q);
+            ASSERT_NEAR(walked - 0.25, fd, 1e-12) << "step " << step;
+        }
+        walker.fit(clear, d);
+        ASSERT_NEAR(d, fd, 1e-12) << "step " << step;
+        ASSERT_EQ(walker.feature, fresh.feature) << "step " << step;
+        ++kinds[walker.feature];
+        if (walker.feature * 100 + walker.feature_index != last) ++changes;
+        last = walker.feature * 100 + walker.feature_index;
+    }
+    // The walk went through faces, edges and vertices, many times over.
+    EXPECT_GT(kinds[0], 0);
+    EXPECT_GT(kinds[1], 0);
+    EXPECT_GT(kinds[2], 0);
+    EXPECT_GT(changes, 50);
+}
