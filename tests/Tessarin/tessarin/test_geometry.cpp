@@ -121,6 +121,24 @@ TEST(BroadPhase, OverlapOnlyWhileBoxesMeet) {
     EXPECT_EQ(touching->sys->contacts.size(), 4);
 }
 
+// A checking pass runs while the step's constraint lists hold the contacts:
+// a pair whose boxes have parted keeps its separator and contacts until the
+// next full pass.
+TEST(BroadPhase, CheckingPassKeepsPartedPairsForTheNextFullPass) {
+    auto s = two_boxes(0.005);
+    s->sys->step_forward(0.001);
+    ASSERT_EQ(s->sys->contacts.size(), 4);
+    s->movers[1]->place({10, 0, 0}, quaternion());
+    s->sys->checking_only = true;
+    s->sys->update_separators();
+    EXPECT_EQ(s->sys->broad_phase().overlaps().size(), 1u);
+    EXPECT_EQ(s->sys->contacts.size(), 4);
+    s->sys->checking_only = false;
+    s->sys->update_separators();
+    EXPECT_EQ(s->sys->broad_phase().overlaps().size(), 0u);
+    EXPECT_EQ(s->sys->contacts.size(), 0);
+}
+
 TEST(BroadPhase, LayersAndAllowedPairs) {
     auto s12 = two_boxes(0.005, 1, 2);
     s12->sys->step_forward(0.01);
