@@ -126,7 +126,10 @@ void TdynParticleShape::computeCollisionEvents(TdataBlock& block) {
         TdataBlock& block;
         const Tattribute* attr;
         Tdata& data;
-        ~Restore() { block.outputValue(attr).set(data); }
+        ~Restore() {
+            data.makeHolder();
+            block.outputValue(attr).set(data);
+        }
     } restore{block, vs->collisionRecords, recordData};
     if (!recordData.as<TdataArrayAttrs>()) return;
     recordData.makeWriter();
