@@ -189,27 +189,30 @@ bool BodySystem::try_without_free(std::vector<Constraint*>& island, int n, int k
             loaded.push_back(c);
     }
     const int m = n - k;
-    static std::vector<int> map;
+    static std::vector<int> map, kept;
     map.assign(size_t(n), -1);
-    int rows = 0;
+    kept.clear();
     for (Constraint* c : loaded)
-        for (int i = 0; i < c->dimension(); ++i)
-            map[size_t(c->index + i)] = rows++;
+        for (int i = 0; i < c->dimension(); ++i) {
+            map[size_t(c->index + i)] = int(kept.size());
+            kept.push_back(c->index + i);
+        }
+    // Every entry of the smaller system is written: no clearing.
     static std::vector<double> Asub;
-    Asub.assign(size_t(m) * size_t(m), 0.0);
+    if (Asub.size() < size_t(m) * size_t(m)) Asub.resize(size_t(m) * size_t(m));
     mvector r(m), sc(m), x(m);
     static std::vector<int> ty;
     static std::vector<double> mu;
     ty.resize(size_t(m));
     mu.resize(size_t(m));
-    for (int i = 0; i < n; ++i) {
-        if (map[size_t(i)] < 0) continue;
-        for (int j = 0; j < n; ++j)
-            if (map[size_t(j)] >= 0)
-                Asub[size_t(map[size_t(i)]) * size_t(m) + size_t(map[size_t(j)])] =
-                    A_work[size_t(i) * size_t(n) + size_t(j)];
-        r[map[size_t(i)]] = r_work[i];
-        sc[map[size_t(i)]] = scale_work[i];
+    for (int p = 0; p < m; ++p) {
+        const int i = kept[size_t(p)];
+        const double* from = A_work.data() + size_t(i) * size_t(n);
+        double* to = Asub.data() + size_t(p) * size_t(m);
+        for (int q = 0; q < m; ++q)
+            to[q] = from[kept[size_t(q)]];
+        r[p] = r_work[i];
+        sc[p] = scale_work[i];
     }
     // Renumber the loaded constraints for the sub-solve.
     std::vector<int> saved;
@@ -230,9 +233,10 @@ bool BodySystem::try_without_free(std::vector<Constraint*>& island, int n, int k
     bool hold = true;
     for (Constraint* c : free_ones) {
         const int gi = c->index;
+        const double* row = A_work.data() + size_t(gi) * size_t(n);
         double a = 0;
-        for (int j = 0; j < n; ++j)
-            if (map[size_t(j)] >= 0) a += A_work[size_t(gi) * size_t(n) + size_t(j)] * x[map[size_t(j)]];
+        for (int p = 0; p < m; ++p)
+            a += row[kept[size_t(p)]] * x[p];
         a -= r_work[gi];
         if (a / scale_work[gi] <= -tolerance) {
             hold = false;

@@ -965,13 +965,6 @@ void solve_constraint_force(BodySystem& sys, const matrix& Am, const mvector& r,
     s.scale = scale.data();
     s.type = type.data();
     s.mu = mu.data();
-    s.symmetric = true;
-    for (int i = 0; i < n && s.symmetric; ++i)
-        for (int j = 0; j < i; ++j)
-            if (A[i * n + j] != A[j * n + i]) {
-                s.symmetric = false;
-                break;
-            }
     // The rows' bodies, for products with A in body space.
     static std::vector<int> part_slot;
     static std::vector<const double*> part_J, part_MJ;
@@ -1005,6 +998,16 @@ void solve_constraint_force(BodySystem& sys, const matrix& Am, const mvector& r,
         s.part_slot = part_slot.data();
         s.part_J = part_J.data();
         s.part_MJ = part_MJ.data();
+    }
+    // Without the bodies, products walk the matrix, by rows when it is symmetric.
+    if (!s.part_slot) {
+        s.symmetric = true;
+        for (int i = 0; i < n && s.symmetric; ++i)
+            for (int j = 0; j < i; ++j)
+                if (A[i * n + j] != A[j * n + i]) {
+                    s.symmetric = false;
+                    break;
+                }
     }
     const bool warm = any_valid && !no_store;
     if (!warm)
