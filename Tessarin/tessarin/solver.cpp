@@ -455,7 +455,7 @@ double Inductive::max_step(int d) {
     return s;
 }
 
-// Same rows, coupling and basis as a cached inverse; the matrix may differ.
+// Same rows, coupling and basis as cached factors; the matrix may differ.
 bool Inductive::cache_matches() {
     int in_basis = 0;
     for (int i = 0; i < n_; ++i)
