@@ -36,7 +36,10 @@ Tsession::Tsession() {
             return false;
         }
     });
-    // A new scene starts at the start of the playback range, with its time node.
+    // A new scene starts in film frames over the default range, at its start, with its time node:
+    // nothing of an earlier scene's timing carries over.
+    TtimeUnit::setCurrent(kFilm);
+    TanimInfo::currAnimInfo().setRange(TanimTime(1.0, kFilm), TanimTime(120.0, kFilm));
     fGraph->timeNode();
     fGraph->setTime(TanimInfo::currAnimInfo().startTime(), false);
 }
