@@ -610,6 +610,9 @@ void TdynParticleShape::addParticles(const T4dDblVectorArray& positions,
     TdataHandle nid = block.outputValue(vs->nextId);
     nid.set(std::max(nid.asInt(), firstId + static_cast<int>(n)));
     nid.setClean();
+    // count is clean from here on: currentTime must be clean too, or the next
+    // time change stops at it and never reaches the object.
+    block.inputValue(vs->currentTime);
     TdataHandle c = block.outputValue(vs->count);
     c.set(static_cast<std::int32_t>(countNoCompute()));
     c.setClean();
