@@ -1,10 +1,12 @@
-// connectDynamic: joins fields and emitters (and, once they exist, collision
-// objects) to dynamic objects. Everything named is checked before anything is
-// connected, so a bad name leaves the scene as it was.
+// connectDynamic: joins fields, emitters and collision objects to dynamic
+// objects. Everything named is checked before anything is connected, so a bad
+// name leaves the scene as it was.
 
 #include "Commands/TdynCmd.h"
+#include "Commands/TdynCollision.h"
 #include "Commands/TdynEmitter.h"
 #include "Commands/TdynField.h"
+#include "Commands/TdynParticleShape.h"
 #include "Commands/TdynStatic.h"
 
 class TdynConnectCmd : public TdynCmd {
@@ -24,14 +26,9 @@ protected:
 
     int parseEditOrNew(const TargDatabase& db) override {
         const std::string cmd = db.commandName();
-        if (db.flagUseCount("c") != 0) {
-            engine().displayError(cmd + ": '" + db.flagArgumentString("c", 0) +
-                                  "' is not a collision object");
-            return -1;
-        }
-        if (db.flagUseCount("f") == 0 && db.flagUseCount("em") == 0) {
-            engine().displayError(cmd +
-                                  ": give the fields to connect with -fields or the emitters with -emitters");
+        if (db.flagUseCount("f") == 0 && db.flagUseCount("em") == 0 && db.flagUseCount("c") == 0) {
+            engine().displayError(cmd + ": give the fields to connect with -fields, the emitters with "
+                                        "-emitters or the collision objects with -collisions");
             return -1;
         }
         // Every name must match, and every match must be of the flag's kind.
@@ -60,6 +57,15 @@ protected:
         if (!gather(
                 "em", "an emitter", [](TdependNode* n) { return TdynEmitter::cast(n); }, fEmitters))
             return -1;
+        // Geometry made a collision object by the collision command.
+        if (!gather(
+                "c", "a collision object (make one with the collision command)",
+                [](TdependNode* n) -> TdagObject* {
+                    auto* dag = TdagObject::cast(n);
+                    return dag && TdynCollision::collisionOf(dag) ? dag : nullptr;
+                },
+                fGeometry))
+            return -1;
         for (unsigned i = 0; i < itemCount(); ++i) {
             TdependNode* n = item(i);
             // A field named with -fields and also selected is not a target.
@@ -68,6 +74,9 @@ protected:
                 continue;
             if (auto* e = TdynEmitter::cast(n);
                 e && std::find(fEmitters.begin(), fEmitters.end(), e) != fEmitters.end())
+                continue;
+            if (auto* dag = TdagObject::cast(n);
+                dag && std::find(fGeometry.begin(), fGeometry.end(), dag) != fGeometry.end())
                 continue;
             auto* dag = TdagObject::cast(n);
             TdagObject* object = dag ? TdynStatic::dynamicObject(dag) : nullptr;
@@ -82,6 +91,13 @@ protected:
             engine().displayError(cmd + ": name a dynamic object to connect to");
             return -1;
         }
+        // Only particle objects take collisions.
+        if (!fGeometry.empty())
+            for (TdagObject* o : fObjects)
+                if (!TdynParticleShape::cast(o)) {
+                    engine().displayError(cmd + ": '" + o->name() + "' is not a particle object");
+                    return -1;
+                }
         return 0;
     }
 
@@ -116,16 +132,35 @@ protected:
                 }
                 if (!had) fMadeEmitters.push_back({e, o, index});
             }
+        for (TdagObject* geometry : fGeometry)
+            for (TdagObject* o : fObjects) {
+                auto* particles = TdynParticleShape::cast(o);
+                bool had = false;
+                for (const TdynCollision::Member& m : TdynCollision::collisionsOf(particles))
+                    had = had || m.collision == TdynCollision::collisionOf(geometry);
+                std::string why;
+                if (TdynCollision::connectToObject(geometry, particles, why) < 0) {
+                    engine().displayError("connectDynamic: " + why);
+                    doUndoIt();
+                    return -1;
+                }
+                if (!had) fMadeCollisions.push_back({geometry, particles});
+            }
         std::vector<std::string> result;
         for (TdynField* f : fFields)
             result.push_back(f->name());
         for (TdynEmitter* e : fEmitters)
             result.push_back(e->name());
+        for (TdagObject* geometry : fGeometry)
+            result.push_back(geometry->name());
         engine().setResult(result);
         return 0;
     }
 
     int doUndoIt() override {
+        for (auto it = fMadeCollisions.rbegin(); it != fMadeCollisions.rend(); ++it)
+            TdynCollision::disconnectFromObject(it->geometry, it->particles);
+        fMadeCollisions.clear();
         for (auto it = fMadeEmitters.rbegin(); it != fMadeEmitters.rend(); ++it)
             it->emitter->disconnectFromTarget(it->object, it->index);
         fMadeEmitters.clear();
@@ -166,7 +201,13 @@ private:
         TdagObject* object;
         int index;
     };
+    struct MadeCollision {
+        TdagObject* geometry;
+        TdynParticleShape* particles;
+    };
     std::vector<TdynField*> fFields;
+    std::vector<TdagObject*> fGeometry;
+    std::vector<MadeCollision> fMadeCollisions;
     std::vector<TdynEmitter*> fEmitters;
     std::vector<MadeEmitter> fMadeEmitters;
     std::vector<TdagObject*> fObjects;

@@ -278,4 +278,31 @@ TEST_F(CollisionResponseTest, UndoTakesBackTheNodeAndItsConnections) {
     EXPECT_EQ(TdynCollision::collisionOf(TdagObject::cast(session.graph().findNode("ground"))), nullptr);
 }
 
+TEST_F(CollisionResponseTest, ConnectDynamicJoinsCollisionObjectsToParticlesAndUndoes) {
+    ASSERT_TRUE(run("polyPlane -n ground -w 10 -h 10; particle -n p -p 0 1 0; particle -n q -p 0 1 0;"
+                    "collision -r 0.5 ground; gravity -n g; connectDynamic -f g p q;"))
+        << errors.str();
+    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* q = shape("qShape");
+    errors.str("");
+    EXPECT_FALSE(run("connectDynamic -c g p;"));
+    EXPECT_NE(errors.str().find("'g' is not a collision object"), std::string::npos) << errors.str();
+    EXPECT_FALSE(run("connectDynamic -c ground g;"));
+    EXPECT_NE(errors.str().find("'g' is not a dynamic object"), std::string::npos) << errors.str();
+    EXPECT_EQ(TdynCollision::collisionsOf(p).size(), 0u);
+
+    ASSERT_TRUE(run("connectDynamic -c ground p;")) << errors.str();
+    ASSERT_EQ(TdynCollision::collisionsOf(p).size(), 1u);
+    // Joined once only.
+    ASSERT_TRUE(run("connectDynamic -c ground p;")) << errors.str();
+    EXPECT_EQ(TdynCollision::collisionsOf(p).size(), 1u);
+    for (int f = 2; f <= 30; ++f)
+        frame(f);
+    // p lands on the plane and stays above it; q, not joined, falls through.
+    EXPECT_GE(vectors(p, TdynParticleShape::sVsData()->position)[0].y, 0);
+    EXPECT_LT(vectors(q, TdynParticleShape::sVsData()->position)[0].y, -1);
+    ASSERT_TRUE(run("undo; undo;")) << errors.str();
+    EXPECT_EQ(TdynCollision::collisionsOf(p).size(), 0u);
+}
+
 } // namespace
