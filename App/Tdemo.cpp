@@ -41,9 +41,10 @@ int runDemo(const TdemoOptions& options) {
         return 1;
     }
 
-    // Particles the emitters make: the fountain and the flakes the sheet sheds.
+    // Particles the emitters make: the fountain, the flakes the sheet sheds, and the shards the fountain's
+    // drops split into.
     std::vector<TdynParticleShape*> emitted;
-    for (const char* name : {"fountainShape", "flakesShape"}) {
+    for (const char* name : {"fountainShape", "flakesShape", "shardsShape"}) {
         auto* p = TdynParticleShape::cast(session.graph().findNode(name));
         if (!p) {
             std::cerr << "// Error: the demo scene has no particle object '" << name << "' //\n";
@@ -59,7 +60,7 @@ int runDemo(const TdemoOptions& options) {
         (std::filesystem::path(options.outDir) / "particle_positions.txt").string();
     TatomicFile particles(particlePath);
     particles.stream() << "# frame id x y z (position of each particle of spray)\n";
-    // The spray's state per frame as particle data files, as dynExport writes them.
+    // Every object's state per frame as particle data files, as dynExport writes them.
     const std::string pdcDir = (std::filesystem::path(options.outDir) / "particles").string() + "/";
     if (!makeDirectories(pdcDir, error)) {
         std::cerr << "// Error: " << error << " //\n";
@@ -68,12 +69,7 @@ int runDemo(const TdemoOptions& options) {
     const std::string emittedPath =
         (std::filesystem::path(options.outDir) / "emitted_positions.txt").string();
     TatomicFile emittedText(emittedPath);
-    emittedText.stream() << "# frame object id x y z (position of each particle of fountain and flakes)\n";
-    const std::string emittedDir = (std::filesystem::path(options.outDir) / "emitted").string() + "/";
-    if (!makeDirectories(emittedDir, error)) {
-        std::cerr << "// Error: " << error << " //\n";
-        return 1;
-    }
+    emittedText.stream() << "# frame object id x y z (position of each particle of fountain, flakes and shards)\n";
     TdynPDCDriver pdc;
     const std::vector<Tstring> pdcNames{"position", "velocity", "particleId", "age"};
     Tprogress progress("demo", static_cast<int>(end - start + 1), options.quiet);
@@ -111,7 +107,7 @@ int runDemo(const TdemoOptions& options) {
                                      << formatScriptNumber((*q)[i].y) << ' ' << formatScriptNumber((*q)[i].z)
                                      << '\n';
             const std::string pdcFile = TdynExportAction::exportFileName(
-                emittedDir, obj->name(), TanimTime(f, kCurrentFrameUnit), pdc.extension());
+                pdcDir, obj->name(), TanimTime(f, kCurrentFrameUnit), pdc.extension());
             if (pdc.writeFile(pdcFile, *obj, pdcNames) != 0) {
                 std::cerr << "// Error: " << pdc.error() << " //\n";
                 return 1;
@@ -128,11 +124,11 @@ int runDemo(const TdemoOptions& options) {
               << std::filesystem::absolute(path).string() << " (world position of the ball, frames "
               << formatScriptNumber(start) << " to " << formatScriptNumber(end) << ")\n  "
               << std::filesystem::absolute(particlePath).string()
-              << " (positions of the particles of spray)\n  " << std::filesystem::absolute(pdcDir).string()
-              << " (spray's particle data, one .pdc file a frame)\n  "
+              << " (positions of the particles of spray)\n  "
               << std::filesystem::absolute(emittedPath).string()
-              << " (positions of the particles the fountain's jet and the shedding sheet make)\n  "
-              << std::filesystem::absolute(emittedDir).string()
-              << " (their particle data, one .pdc file a frame for each of fountain and flakes)\n";
+              << " (positions of the particles of the fountain, the flakes the sheet sheds, and the shards the"
+                 " fountain splits into on its second bounce)\n  "
+              << std::filesystem::absolute(pdcDir).string()
+              << " (particle data of every object, one .pdc file a frame each)\n";
     return 0;
 }
