@@ -164,5 +164,16 @@ bool TdynParticleCaches::cacheState(TanimTime time) {
 bool TdynParticleCaches::restoreCachedState(TanimTime time) {
     TanimTime first;
     if (!fState || !fState->isEnabled() || !fState->getCacheTime(0, first) || first != time) return false;
-    return restoreCachedAttributes(*fState, time, false);
+    if (!restoreCachedAttributes(*fState, time, false)) return false;
+    // The hit counter follows the kept per-particle counts, so events see no new hits on the way back.
+    if (Tattribute* counts = fOwner.attribute("eventCountCache"))
+        if (const TdoubleArray* c = TdynStatic::dataDoubleArray(fOwner.normalBlock().outputValue(counts).data())) {
+            double total = 0;
+            for (unsigned i = 0; i < c->length(); ++i)
+                total += (*c)[i];
+            TdataHandle h = fOwner.normalBlock().outputValue(TdynParticleShape::sVsData()->totalEventCount);
+            h.set(static_cast<std::int32_t>(total));
+            h.setClean();
+        }
+    return true;
 }

@@ -146,4 +146,14 @@ TEST_F(CachePlayback, AnEditForgetsTheKeptStateAndWarnsOfAStaleMemoryCache) {
     EXPECT_NE(errors.str().find("memory cache is on"), std::string::npos) << errors.str();
 }
 
+TEST_F(CachePlayback, TheKeptStateSetsTheHitCounterFromTheKeptCounts) {
+    ASSERT_TRUE(run("addAttr -ln eventCountCache -dt doubleArray pShape;"
+                    "setAttr pShape.eventCountCache -type doubleArray 2 1 2;"
+                    "runup -mxf 5 -state;"));
+    go(8);
+    go(5);
+    EXPECT_EQ(xs(), std::vector<double>{4.0});
+    EXPECT_EQ(shape->normalBlock().outputValue(TdynParticleShape::sVsData()->totalEventCount).asInt(), 3);
+}
+
 } // namespace
