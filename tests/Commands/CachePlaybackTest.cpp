@@ -44,6 +44,13 @@ protected:
                 out.push_back(v.x);
         return out;
     }
+    std::vector<double> ys() {
+        std::vector<double> out;
+        if (T4dDblVectorArray* p = shape->vectorArrayValue(TdynParticleShape::sVsData()->position))
+            for (const T4dDblVector& v : *p)
+                out.push_back(v.y);
+        return out;
+    }
     fs::path root;
     Tsession session;
     std::ostringstream errors;
@@ -154,6 +161,22 @@ TEST_F(CachePlayback, TheKeptStateSetsTheHitCounterFromTheKeptCounts) {
     go(5);
     EXPECT_EQ(xs(), std::vector<double>{4.0});
     EXPECT_EQ(shape->normalBlock().outputValue(TdynParticleShape::sVsData()->totalEventCount).asInt(), 3);
+}
+
+TEST_F(CachePlayback, OverSampledStepsAreServedToo) {
+    // Under gravity the half-frame state is not the blend of its two frames, so only the cached step matches.
+    ASSERT_TRUE(run("gravity -n g; connectDynamic -f g p; dynGlobals -os 2; dynCache -enable on -width 20 p;"));
+    std::vector<std::pair<double, std::vector<double>>> steps;
+    for (double f = 1; f <= 5; f += 0.5) {
+        go(f);
+        steps.push_back({f, ys()});
+    }
+    const std::uint64_t taken = shape->stepCount();
+    for (const auto& [f, y] : {steps[5], steps[2], steps[8]}) {
+        go(f);
+        EXPECT_EQ(ys(), y) << "frame " << f;
+    }
+    EXPECT_EQ(shape->stepCount(), taken);
 }
 
 } // namespace
