@@ -131,12 +131,12 @@ public:
     // Box form from two corners.
     void compute_inertials(const triple& lo, const triple& hi, double dens);
     // Tolerance correction: the displacement held in constraint_accel, as a state change.
-    void correction(mvector& dy) const;
+    virtual void correction(mvector& dy) const;
     // World direction of a body-fixed local direction.
     triple to_world_dir(const triple& d) const { return R * d; }
     triple to_local_dir(const triple& d) const { return R.tmul(d); }
 
-private:
+protected:
     void rebuild_derived();
 };
 

@@ -262,6 +262,13 @@ double BodySystem::error_measure(const mvector& err) const {
     const double allowed = 0.1 * tolerance;
     for (Body* b : bodies) {
         const double* s = err.data() + b->state_index;
+        if (b->velocity_dof() == 3) { // a plane body: x, y and the angle
+            double r = 1;
+            if (auto* rb = dynamic_cast<const RigidBody*>(b))
+                r = std::max(0.5 * (rb->local_box.hi - rb->local_box.lo).length(), 1e-3);
+            e = std::max({e, std::fabs(s[0]) / allowed, std::fabs(s[1]) / allowed, r * std::fabs(s[2]) / allowed});
+            continue;
+        }
         for (int i = 0; i < 3; ++i)
             e = std::max(e, std::fabs(s[i]) / allowed);
         double r = 1;

@@ -42,8 +42,9 @@ bool before(const bound& p, const bound& q) {
     return p.is_min && !q.is_min; // touching boxes count as overlapping
 }
 
-bool meet(const Shape* a, const Shape* b, double margin) {
-    for (int k = 0; k < 3; ++k)
+// Plane systems test two axes; flat shapes have an empty z extent anyway.
+bool meet(const Shape* a, const Shape* b, double margin, int axes = 3) {
+    for (int k = 0; k < axes; ++k)
         if (a->world_bound.lo[k] - margin > b->world_bound.hi[k] + margin ||
             b->world_bound.lo[k] - margin > a->world_bound.hi[k] + margin)
             return false;
@@ -134,7 +135,7 @@ bool BroadPhase::candidate(Shape* a, Shape* b) const {
 }
 
 bool BroadPhase::boxes_overlap(const Shape* a, const Shape* b) const {
-    return meet(a, b, margin_);
+    return meet(a, b, margin_, sys_.dimension == 2 ? 2 : 3);
 }
 
 Overlap* BroadPhase::make_overlap(Shape* a, Shape* b, Overlap* parent) {
@@ -266,7 +267,7 @@ void BroadPhase::run() {
     if (!sorted_)
         full_sort();
     else
-        for (int k = 0; k < 3; ++k)
+        for (int k = 0, axes = sys_.dimension == 2 ? 2 : 3; k < axes; ++k)
             insertion_sort(k);
     for (int i = int(overlaps_.size()) - 1; i >= 0; --i) {
         if (i >= int(overlaps_.size())) continue;

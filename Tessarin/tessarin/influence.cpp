@@ -85,6 +85,9 @@ void MouseSpring::apply() {
     f = f * body->mass;
     double w[6];
     body->apply_at_point(p, f, w);
+    // A plane body dragged by its spin would whirl about the cursor: damp the turn.
+    if (system->dimension == 2 && system->dynamics && body->velocity_dof() == 3)
+        if (auto* rb = dynamic_cast<RigidBody*>(body)) w[5] -= 0.5 * rb->w.z;
     body->add_wrench(w);
 }
 

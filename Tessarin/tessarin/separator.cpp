@@ -7,6 +7,7 @@
 #include "Tessarin/tessarin/body_system.h"
 #include "Tessarin/tessarin/contact.h"
 #include "Tessarin/tessarin/messages.h"
+#include "Tessarin/tessarin/separator2d.h"
 #include "Tessarin/tessarin/shape.h"
 
 namespace tessarin {
@@ -808,6 +809,11 @@ Separator* new_separator(BodySystem& sys, Shape* a, Shape* b) {
         return new PointSphereSeparator(&sys, a, b);
     }
     if (is(SHAPE_POINT, SHAPE_POINT)) return new PointPointSeparator(&sys, a, b);
+    if (is(SHAPE_POLY2D, SHAPE_POLY2D)) return new Poly2dPoly2dSeparator(&sys, a, b);
+    if (is(SHAPE_POINT, SHAPE_POLY2D)) {
+        first_is(SHAPE_POINT);
+        return new PointPoly2dSeparator(&sys, a, b);
+    }
     internal_error("new_separator: bad types");
     return nullptr;
 }

@@ -152,7 +152,7 @@ Poly3d::Poly3d(const Polyhedron& p) : AtomicShape(SHAPE_POLY3D), poly(p) {
 }
 
 bool Poly3d::body_ok(const Body* b) const {
-    if (!dynamic_cast<const RigidBody*>(b)) {
+    if (!dynamic_cast<const RigidBody*>(b) || b->velocity_dof() != 6) {
         user_error("Poly3d::body_ok: must be attached to Rigidbody");
         return false;
     }
@@ -273,7 +273,7 @@ int Poly3d::index_of(const Poly3dVertex* v) const {
 // ---------------------------------------------------------------- CSphere, CorPoint
 
 bool CSphere::body_ok(const Body* b) const {
-    if (!dynamic_cast<const RigidBody*>(b)) {
+    if (!dynamic_cast<const RigidBody*>(b) || b->velocity_dof() != 6) {
         user_error("CSphere::body_ok: must be attached to Rigidbody");
         return false;
     }

@@ -125,8 +125,13 @@ void BodySystem::resolve_impacts() {
         c->force = 0;
     for (Body* b : bodies) {
         auto* rb = dynamic_cast<RigidBody*>(b);
-        if (!rb || rb->state_dof() != 13) continue;
+        if (!rb) continue;
         double* s = y.data() + rb->state_index;
+        if (rb->state_dof() == 6) { // a plane body: (x, y, angle, vx, vy, w)
+            s[3] = rb->v.x, s[4] = rb->v.y, s[5] = rb->w.z;
+            continue;
+        }
+        if (rb->state_dof() != 13) continue;
         s[7] = rb->v.x, s[8] = rb->v.y, s[9] = rb->v.z;
         s[10] = rb->w.x, s[11] = rb->w.y, s[12] = rb->w.z;
     }

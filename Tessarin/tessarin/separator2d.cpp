@@ -1,0 +1,269 @@
+#include "Tessarin/tessarin/separator2d.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "Tessarin/tessarin/body2d.h"
+#include "Tessarin/tessarin/body_system.h"
+#include "Tessarin/tessarin/contact2d.h"
+#include "Tessarin/tessarin/messages.h"
+#include "Tessarin/tessarin/poly2d.h"
+
+namespace tessarin {
+
+namespace {
+const double inf = std::numeric_limits<double>::infinity();
+}
+
+// ---------------------------------------------------------------- polygon pairs
+
+Separator* Poly2dPoly2dSeparator::clone() const {
+    auto* s = new Poly2dPoly2dSeparator(*this);
+    s->contacts.clear();
+    return s;
+}
+
+double Poly2dPoly2dSeparator::edge_distance(const Poly2d* owner, int e, const Poly2d* other, int& vertex) {
+    const triple& n = owner->world_normals[size_t(e)];
+    vertex = other->support(-n);
+    return n.dot(other->world_verts[size_t(vertex)]) - owner->world_offsets[size_t(e)];
+}
+
+double Poly2dPoly2dSeparator::current_distance() const {
+    const Poly2d* a = static_cast<const Poly2d*>(shape1);
+    const Poly2d* b = static_cast<const Poly2d*>(shape2);
+    // The stored vertex, not a fresh support: the distance stays a smooth
+    // function of the state, which the root search relies on.
+    if (edge_on_first) {
+        const triple& n = a->world_normals[size_t(feature1)];
+        return n.dot(b->world_verts[size_t(feature2)]) - a->world_offsets[size_t(feature1)];
+    }
+    const triple& n = b->world_normals[size_t(feature2)];
+    return n.dot(a->world_verts[size_t(feature1)]) - b->world_offsets[size_t(feature2)];
+}
+
+double Poly2dPoly2dSeparator::evaluate_distance() {
+    if (!valid) {
+        internal_error("Poly2dPoly2dSeparator:: evaluate_distance, but previously_defined == false");
+        return inf;
+    }
+    shape1->refresh();
+    shape2->refresh();
+    return current_distance();
+}
+
+bool Poly2dPoly2dSeparator::fit(bool& clear, double& distance) {
+    shape1->refresh();
+    shape2->refresh();
+    const Poly2d* a = static_cast<const Poly2d*>(shape1);
+    const Poly2d* b = static_cast<const Poly2d*>(shape2);
+    if (!a->ok || !b->ok) {
+        // An empty polygon touches nothing.
+        valid = false;
+        clear = true;
+        distance = inf;
+        return true;
+    }
+    // Edges of the second shape against the first, then the other way; the
+    // largest separation wins, the first found on ties.
+    double best = -inf;
+    for (int pass = 0; pass < 2; ++pass) {
+        const bool first_owns = pass == 1;
+        const Poly2d* owner = first_owns ? a : b;
+        const Poly2d* other = first_owns ? b : a;
+        for (int e = 0; e < owner->size(); ++e) {
+            int v = 0;
+            const double d = edge_distance(owner, e, other, v);
+            if (d > best) {
+                best = d;
+                edge_on_first = first_owns;
+                feature1 = first_owns ? e : v;
+                feature2 = first_owns ? v : e;
+            }
+        }
+    }
+    distance = best;
+    clear = best > tolerance;
+    if (best < -tolerance) return false;
+    valid = true;
+    return true;
+}
+
+bool Poly2dPoly2dSeparator::refit(bool& clear, double& distance) {
+    if (!valid) return false;
+    shape1->refresh();
+    shape2->refresh();
+    const Poly2d* a = static_cast<const Poly2d*>(shape1);
+    const Poly2d* b = static_cast<const Poly2d*>(shape2);
+    // The stored edge with a fresh extreme vertex: still clear, the witness holds.
+    const Poly2d* owner = edge_on_first ? a : b;
+    const Poly2d* other = edge_on_first ? b : a;
+    int v = 0;
+    const double d = edge_distance(owner, edge_on_first ? feature1 : feature2, other, v);
+    if (d <= tolerance) return false;
+    (edge_on_first ? feature2 : feature1) = v;
+    clear = true;
+    distance = d;
+    return true;
+}
+
+void Poly2dPoly2dSeparator::make_contact() {
+    const Poly2d* a = static_cast<const Poly2d*>(shape1);
+    const Poly2d* b = static_cast<const Poly2d*>(shape2);
+    if (!valid || !a->ok || !b->ok) return;
+    const Poly2d* owner = edge_on_first ? a : b;
+    const Poly2d* other = edge_on_first ? b : a;
+    const RigidBody* other_body = static_cast<const RigidBody*>(edge_on_first ? body2 : body1);
+    const int e = edge_on_first ? feature1 : feature2;
+    const triple nf = owner->world_normals[size_t(e)];
+    const double off = owner->world_offsets[size_t(e)];
+    const double T = tolerance;
+
+    // The other polygon's most opposed edge, clipped to the reference edge's span.
+    int inc = 0;
+    double most = inf;
+    for (int f = 0; f < other->size(); ++f) {
+        const double d = other->world_normals[size_t(f)].dot(nf);
+        if (d < most) {
+            most = d;
+            inc = f;
+        }
+    }
+    const triple& ra = owner->world_verts[size_t(e)];
+    const triple& rb = owner->world_verts[size_t((e + 1) % owner->size())];
+    const triple t = rb - ra;
+    const double t_lo = 0, t_hi = t.dot(t);
+    triple p = other->world_verts[size_t(inc)];
+    triple q = other->world_verts[size_t((inc + 1) % other->size())];
+    const double sp = t.dot(p - ra), sq = t.dot(q - ra);
+    if (std::fabs(sq - sp) > 1e-300) {
+        const triple pq = q - p;
+        const double u0 = std::clamp((t_lo - sp) / (sq - sp), 0.0, 1.0);
+        const double u1 = std::clamp((t_hi - sp) / (sq - sp), 0.0, 1.0);
+        const triple c0 = p + pq * std::min(u0, u1), c1 = p + pq * std::max(u0, u1);
+        p = c0;
+        q = c1;
+    }
+    triple points[2] = {p, q};
+    int n_taken = 0;
+    triple taken[2];
+    for (const triple& c : points) {
+        const double s = t.dot(c - ra);
+        if (s < t_lo - 1e-9 * t_hi || s > t_hi * (1 + 1e-9)) continue; // incident edge beside the span
+        const double depth = nf.dot(c) - off;
+        if (depth > T) continue;
+        // A second point within the band of one taken is only a dependent row.
+        if (n_taken == 1 && (taken[0] - c).length() < T) continue;
+        taken[n_taken++] = c;
+        const triple proj = c - nf * depth;
+        const triple n = edge_on_first ? -nf : nf;
+        const triple p1 = edge_on_first ? proj : c, p2 = edge_on_first ? c : proj;
+        Contact* found = find_same(p1, p2, n);
+        auto* k = found ? static_cast<Poly2dPoly2dContact*>(found) : new Poly2dPoly2dContact(system, body1, body2);
+        k->edge_on_body1 = edge_on_first;
+        k->edge_normal_local = owner->normals[size_t(e)];
+        k->edge_offset_local = owner->offsets[size_t(e)];
+        k->local_point = other_body->to_local_point(c);
+        k->recompute_geometry();
+        keep(k);
+    }
+}
+
+// ---------------------------------------------------------------- point and polygon
+
+Separator* PointPoly2dSeparator::clone() const {
+    auto* s = new PointPoly2dSeparator(*this);
+    s->contacts.clear();
+    return s;
+}
+
+double PointPoly2dSeparator::closest(const Poly2d* p, const triple& c, bool& vertex, int& index) {
+    const int n = p->size();
+    double best_plane = -inf;
+    int best_edge = 0;
+    for (int e = 0; e < n; ++e) {
+        const double d = p->world_normals[size_t(e)].dot(c) - p->world_offsets[size_t(e)];
+        if (d > best_plane) {
+            best_plane = d;
+            best_edge = e;
+        }
+    }
+    vertex = false;
+    index = best_edge;
+    if (best_plane <= 0) return best_plane; // inside: the nearest edge line
+    // Outside: the nearest point of the boundary, on an edge or at a corner.
+    double best = inf;
+    for (int e = 0; e < n; ++e) {
+        const triple& a = p->world_verts[size_t(e)];
+        const triple ab = p->world_verts[size_t((e + 1) % n)] - a;
+        const double s = (c - a).dot(ab) / ab.length2();
+        bool at_v = false;
+        int idx = e;
+        triple q;
+        if (s <= 0) {
+            q = a, at_v = true;
+        } else if (s >= 1) {
+            q = a + ab, at_v = true, idx = (e + 1) % n;
+        } else {
+            q = a + ab * s;
+        }
+        const double d = (c - q).length();
+        if (d < best) {
+            best = d;
+            vertex = at_v;
+            index = idx;
+        }
+    }
+    return best;
+}
+
+double PointPoly2dSeparator::evaluate_distance() {
+    if (!valid) {
+        internal_error("PointPoly2dSeparator:: evaluate_distance, but previously_defined == false");
+        return inf;
+    }
+    shape1->refresh();
+    shape2->refresh();
+    bool v;
+    int i;
+    return closest(static_cast<const Poly2d*>(shape2), static_cast<const CorPoint*>(shape1)->world_point, v, i);
+}
+
+bool PointPoly2dSeparator::fit(bool& clear, double& distance) {
+    shape1->refresh();
+    shape2->refresh();
+    const Poly2d* p = static_cast<const Poly2d*>(shape2);
+    if (!p->ok) {
+        valid = false;
+        clear = true;
+        distance = inf;
+        return true;
+    }
+    const double d = closest(p, static_cast<const CorPoint*>(shape1)->world_point, at_vertex, feature);
+    distance = d;
+    clear = d > tolerance;
+    if (d < -tolerance) return false;
+    valid = true;
+    return true;
+}
+
+void PointPoly2dSeparator::make_contact() {
+    const Poly2d* p = static_cast<const Poly2d*>(shape2);
+    if (!valid || !p->ok) return;
+    const CorPoint* pt = static_cast<const CorPoint*>(shape1);
+    const auto f = at_vertex ? PointPoly2dContact::VERTEX : PointPoly2dContact::EDGE;
+    // A contact on the same feature is kept; one on another feature is replaced.
+    for (Contact* c : contacts) {
+        auto* k = static_cast<PointPoly2dContact*>(c);
+        if (k->feature == f && k->feature_index == feature) {
+            k->recompute_geometry();
+            keep(k);
+            return;
+        }
+    }
+    auto* k = new PointPoly2dContact(system, body1, body2, pt->point, p, f, feature);
+    keep(k);
+}
+
+} // namespace tessarin

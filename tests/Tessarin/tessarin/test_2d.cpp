@@ -1,0 +1,256 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <vector>
+
+#include "Tessarin/tessarin/body2d.h"
+#include "Tessarin/tessarin/body_system.h"
+#include "Tessarin/tessarin/contact2d.h"
+#include "Tessarin/tessarin/influence.h"
+#include "Tessarin/tessarin/poly2d.h"
+#include "Tessarin/tessarin/separator2d.h"
+#include "report_capture.h"
+
+using namespace tessarin;
+
+namespace {
+
+// A plane world with gravity along -y; owns its bodies and shapes.
+struct World2d {
+    BodySystem sys;
+    std::unique_ptr<UniformField> gravity;
+    std::vector<std::unique_ptr<Shape>> shapes;
+    std::vector<std::unique_ptr<RigidBody2d>> bodies;
+
+    World2d() {
+        sys.dimension = 2;
+        sys.dynamics = true;
+        sys.friction_on = true;
+        sys.restitution_on = true;
+        gravity = std::make_unique<UniformField>(&sys, triple(0, -9.8, 0));
+        sys.add(*gravity);
+    }
+    RigidBody2d* add(Shape* shape, double x, double y, double angle, bool prescribed, double friction,
+                     double bounce, bool join = true) {
+        shapes.emplace_back(shape);
+        auto b = std::make_unique<RigidBody2d>(&sys);
+        b->set_geometry(shape);
+        b->compute_inertials2d(1.0);
+        b->place2d(x, y, angle);
+        b->prescribed = prescribed;
+        b->bounciness = bounce;
+        b->dynamic_friction = b->static_friction = friction;
+        if (join) sys.add(*b);
+        bodies.push_back(std::move(b));
+        return bodies.back().get();
+    }
+    RigidBody2d* box(double cx, double cy, double w, double h, bool prescribed, double friction, double bounce) {
+        return add(Poly2d::box(-w / 2, -h / 2, w / 2, h / 2), cx, cy, 0, prescribed, friction, bounce);
+    }
+    // Steps at most 0.03 s at a time up to t; false if the system stalls.
+    bool run_to(double t) {
+        while (sys.time < t - 1e-9)
+            if (sys.step_forward(std::min(0.03, t - sys.time)) <= 0) return false;
+        return true;
+    }
+};
+
+// A random convex polygon: 3 to 8 points on a circle at sorted random angles.
+std::vector<triple> random_polygon(unsigned& seed, double radius) {
+    auto uni = [&seed] {
+        seed = seed * 1664525u + 1013904223u;
+        return double(seed >> 8) / double(1u << 24);
+    };
+    int n = 3 + int(uni() * 6);
+    std::vector<double> angles;
+    for (int i = 0; i < n; ++i)
+        angles.push_back(uni() * 2 * M_PI);
+    std::sort(angles.begin(), angles.end());
+    std::vector<triple> p;
+    for (size_t i = 0; i < angles.size(); ++i)
+        if (i == 0 || angles[i] - angles[i - 1] > 0.05) p.push_back({radius * std::cos(angles[i]), radius * std::sin(angles[i]), 0});
+    if (p.size() < 3) p = {{radius, 0, 0}, {-radius / 2, radius, 0}, {-radius / 2, -radius, 0}};
+    return p;
+}
+
+// Gap between the projections of two point sets on direction d (negative when they overlap).
+double gap(const std::vector<triple>& a, const std::vector<triple>& b, double dx, double dy) {
+    double amax = -1e300, bmin = 1e300;
+    for (const triple& p : a)
+        amax = std::max(amax, p.x * dx + p.y * dy);
+    for (const triple& p : b)
+        bmin = std::min(bmin, p.x * dx + p.y * dy);
+    return bmin - amax;
+}
+
+} // namespace
+
+// Closed forms: a w x h rectangle has area w h, centre at its middle and polar
+// moment A (w^2 + h^2) / 12; a right triangle with legs b, h has its centroid at
+// (b/3, h/3) and polar moment A (b^2 + h^2) / 18 about it. Sums of a few
+// products: 1e-12 relative.
+TEST(Poly2dGeometry, AreaCentroidAndPolarMomentMatchClosedForms) {
+    Poly2d rect({{1, 2, 0}, {4, 2, 0}, {4, 7, 0}, {1, 7, 0}});
+    ASSERT_TRUE(rect.ok);
+    EXPECT_NEAR(rect.volume(), 15, 1e-12);
+    EXPECT_NEAR(rect.centroid().x, 2.5, 1e-12);
+    EXPECT_NEAR(rect.centroid().y, 4.5, 1e-12);
+    EXPECT_NEAR(rect.polar_moment(), 15 * (9 + 25) / 12.0, 1e-10);
+
+    // Clockwise input is turned around: same area, outward normals.
+    Poly2d tri({{0, 0, 0}, {0, 3, 0}, {2, 0, 0}});
+    ASSERT_TRUE(tri.ok);
+    EXPECT_NEAR(tri.volume(), 3, 1e-12);
+    EXPECT_NEAR(tri.centroid().x, 2.0 / 3, 1e-12);
+    EXPECT_NEAR(tri.centroid().y, 1.0, 1e-12);
+    EXPECT_NEAR(tri.polar_moment(), 3 * (4 + 9) / 18.0, 1e-12);
+    for (int e = 0; e < tri.size(); ++e) {
+        const triple mid = (tri.verts[size_t(e)] + tri.verts[size_t((e + 1) % 3)]) * 0.5;
+        EXPECT_GT(tri.normals[size_t(e)].dot(mid - tri.centroid()), 0) << "edge " << e;
+    }
+
+    // A body takes mass = area * density and scales the moment with it; the box form agrees.
+    BodySystem sys;
+    RigidBody2d b(&sys), c(&sys);
+    b.set_geometry(&rect);
+    b.compute_inertials2d(2.0);
+    EXPECT_NEAR(b.mass, 30, 1e-12);
+    EXPECT_NEAR(b.inertia, 30 * 34 / 12.0, 1e-10);
+    c.compute_inertials2d(1, 2, 4, 7, 2.0);
+    EXPECT_NEAR(c.inertia, b.inertia, 1e-10);
+    EXPECT_NEAR(c.centre_local.y, 4.5, 1e-12);
+}
+
+TEST(Poly2dGeometry, BadPolygonsAndBodiesAreReported) {
+    report_capture rc;
+    Poly2d two({{0, 0, 0}, {1, 0, 0}});
+    EXPECT_FALSE(two.ok);
+    EXPECT_TRUE(report_capture::has(rc.user, "<user error> Poly2d: polygon with 2 points"));
+    Poly2d dent({{0, 0, 0}, {2, 0, 0}, {1, 0.5, 0}, {2, 2, 0}, {0, 2, 0}});
+    EXPECT_FALSE(dent.ok);
+    EXPECT_TRUE(report_capture::has(rc.user, "<user error> Poly2d: polygon not convex at vertex 2"));
+
+    BodySystem sys;
+    RigidBody b3(&sys);
+    RigidBody2d b2(&sys);
+    Poly2d sq({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}});
+    sq.set(&b3);
+    EXPECT_EQ(sq.body, nullptr);
+    EXPECT_TRUE(report_capture::has(rc.user, "<user error> Poly2d::body_ok: must be attached to RigidBody2d"));
+    Poly3d cube(Polyhedron::box({0, 0, 0}, {1, 1, 1}));
+    cube.set(&b2);
+    EXPECT_EQ(cube.body, nullptr);
+    EXPECT_TRUE(report_capture::has(rc.user, "<user error> Poly3d::body_ok: must be attached to Rigidbody"));
+    sq.moment2();
+    EXPECT_TRUE(report_capture::has(rc.internal, "<internal error> Poly2d::moment2: 3 x 3 moment for flat shape?"));
+}
+
+// Over random pairs the separator's distance is the best separation along the
+// edge normals of both polygons, computed here from the world vertices alone;
+// a dense sweep of directions never beats it when the pair overlaps, and never
+// disagrees about whether the pair overlaps.
+TEST(Poly2dSeparators, AgreeWithBruteForceAxisSearch) {
+    World2d w;
+    unsigned seed = 7;
+    int overlapping = 0, apart = 0;
+    for (int trial = 0; trial < 300; ++trial) {
+        auto* a = w.add(new Poly2d(random_polygon(seed, 1.0)), 0, 0, 0.1 * trial, false, 0, 0, false);
+        double dx = (trial % 17) * 0.17 - 1.4, dy = (trial % 13) * 0.19 - 1.1;
+        auto* b = w.add(new Poly2d(random_polygon(seed, 0.8)), dx, dy, 0.37 * trial, false, 0, 0, false);
+        Poly2dPoly2dSeparator s(&w.sys, a->geometry, b->geometry);
+        s.tolerance = 1e9; // every witness qualifies: fit returns the best one
+        bool clear = false;
+        double d = 0;
+        ASSERT_TRUE(s.fit(clear, d));
+        const auto& pa = static_cast<Poly2d*>(a->geometry)->world_verts;
+        const auto& pb = static_cast<Poly2d*>(b->geometry)->world_verts;
+        double edges = -1e300;
+        for (const auto* poly : {&pa, &pb})
+            for (size_t i = 0; i < poly->size(); ++i) {
+                const triple e = (*poly)[(i + 1) % poly->size()] - (*poly)[i];
+                const double len = e.length();
+                // Outward normal of edge i, then the gap of the other set beyond it.
+                const double nx = e.y / len, ny = -e.x / len;
+                edges = std::max(edges, poly == &pa ? gap(pa, pb, nx, ny) : gap(pb, pa, nx, ny));
+            }
+        EXPECT_NEAR(d, edges, 1e-12) << "trial " << trial;
+        EXPECT_NEAR(s.evaluate_distance(), d, 1e-12) << "trial " << trial;
+        double dense = -1e300;
+        for (int k = 0; k < 7200; ++k) {
+            const double t = k * M_PI / 3600;
+            dense = std::max(dense, gap(pa, pb, std::cos(t), std::sin(t)));
+        }
+        if (d < 0) {
+            ++overlapping;
+            EXPECT_LE(dense, d + 1e-12) << "trial " << trial;
+            EXPECT_LT(dense, 0) << "trial " << trial;
+        } else {
+            ++apart;
+            // Sampling every pi/3600 misses the best direction by at most half a
+            // step; the gap moves by at most |p| dtheta, |p| < 4 here: 5e-3.
+            EXPECT_GE(dense, d - 5e-3) << "trial " << trial;
+            if (d > 5e-3) {
+                EXPECT_GT(dense, 0) << "trial " << trial;
+            }
+        }
+    }
+    // Both outcomes were exercised.
+    EXPECT_GT(overlapping, 30);
+    EXPECT_GT(apart, 30);
+
+    // With the system's band, a deep overlap gives no witness.
+    auto* a = w.add(Poly2d::box(-1, -1, 1, 1), 0, 0, 0, false, 0, 0, false);
+    auto* b = w.add(Poly2d::box(-1, -1, 1, 1), 0.5, 0.2, 0.3, false, 0, 0, false);
+    Poly2dPoly2dSeparator s(&w.sys, a->geometry, b->geometry);
+    bool clear = true;
+    double d = 0;
+    EXPECT_FALSE(s.fit(clear, d));
+    EXPECT_LT(d, -w.sys.tolerance);
+    report_capture rc;
+    s.evaluate_distance();
+    EXPECT_TRUE(report_capture::has(
+        rc.internal, "<internal error> Poly2dPoly2dSeparator:: evaluate_distance, but previously_defined == false"));
+}
+
+// A point against the unit square [0,1]^2: (1.3, 1.4) is 0.5 from the corner,
+// (0.5, -0.2) 0.2 below the bottom edge, (0.5, 0.9) 0.1 inside the top edge.
+TEST(Poly2dSeparators, PointAgainstPolygonFindsTheClosestFeature) {
+    World2d w;
+    auto* sq = w.add(Poly2d::box(0, 0, 1, 1), 0, 0, 0, true, 0, 0, false);
+    struct Case {
+        double x, y, d;
+        bool vertex;
+        triple n;
+    } cases[] = {{1.3, 1.4, 0.5, true, {0.6, 0.8, 0}},
+                 {0.5, -0.2, 0.2, false, {0, -1, 0}},
+                 {0.5, 0.9, -0.1, false, {0, 1, 0}},
+                 {-0.01, 0.5, 0.01, false, {-1, 0, 0}}};
+    for (const Case& c : cases) {
+        CorPoint pt({0, 0, 0});
+        RigidBody2d holder(&w.sys);
+        holder.set_geometry(&pt);
+        holder.place2d(c.x, c.y, 0);
+        PointPoly2dSeparator s(&w.sys, &pt, sq->geometry);
+        s.tolerance = 1; // all cases within the band
+        bool clear = true;
+        double d = 0;
+        ASSERT_TRUE(s.fit(clear, d));
+        EXPECT_NEAR(d, c.d, 1e-12) << c.x << "," << c.y;
+        EXPECT_EQ(s.at_vertex, c.vertex) << c.x << "," << c.y;
+        s.make_contact();
+        ASSERT_EQ(s.contacts.size(), 1u);
+        Contact* k = s.contacts[0];
+        k->prepare();
+        EXPECT_NEAR(k->distance, c.d, 1e-12);
+        EXPECT_NEAR((k->normal - c.n).length(), 0, 1e-12) << c.x << "," << c.y;
+        // The plane contact's tangent is the normal turned a quarter clockwise.
+        EXPECT_NEAR((k->t1 - triple(k->normal.y, -k->normal.x, 0)).length(), 0, 1e-15);
+        w.sys.friction_on = true;
+        k->mu_static = 0.5;
+        k->prepare();
+        EXPECT_EQ(k->kind(), 3);
+        EXPECT_EQ(k->dimension(), 2);
+    }
+}
