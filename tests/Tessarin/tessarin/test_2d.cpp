@@ -37,7 +37,7 @@ struct World2d {
         shapes.emplace_back(shape);
         auto b = std::make_unique<RigidBody2d>(&sys);
         b->set_geometry(shape);
-        b->compute_inertials2d(1.0);
+        if (shape->shape_type == SHAPE_POLY2D) b->compute_inertials2d(1.0);
         b->place2d(x, y, angle);
         b->prescribed = prescribed;
         b->bounciness = bounce;
@@ -253,4 +253,118 @@ TEST(Poly2dSeparators, PointAgainstPolygonFindsTheClosestFeature) {
         EXPECT_EQ(k->kind(), 3);
         EXPECT_EQ(k->dimension(), 2);
     }
+}
+
+// A unit box dropped with its bottom 9.5 m above a prescribed ground,
+// restitution 0.5: the first apex is e^2 = 0.25 of the fall (10 %), later apexes
+// shrink, and the box ends at rest on the ground within the band, keeping its
+// keystamp once still.
+TEST(Scenes2d, DroppedBoxBouncesAndComesToRest) {
+    World2d w;
+    w.box(0, -0.5, 20, 1, true, 0, 0.5);
+    RigidBody2d* box = w.box(0, 10, 1, 1, false, 0, 0.5);
+    std::vector<double> apexes;
+    double prev_v = 0, lowest = 1e9;
+    for (int k = 1; k <= 24 * 12; ++k) {
+        ASSERT_TRUE(w.run_to(k / 24.0)) << "stalled at frame " << k;
+        if (prev_v > 0 && box->v.y <= 0) apexes.push_back(box->x.y);
+        prev_v = box->v.y;
+        lowest = std::min(lowest, box->x.y);
+    }
+    ASSERT_GE(apexes.size(), 2u);
+    EXPECT_NEAR((apexes[0] - 0.5) / 9.5, 0.25, 0.025);
+    for (size_t i = 1; i < apexes.size(); ++i)
+        EXPECT_LT(apexes[i], apexes[i - 1]);
+    const double T = w.sys.tolerance;
+    EXPECT_GT(lowest, 0.5 - T);
+    EXPECT_NEAR(box->x.y, 0.5, T);
+    EXPECT_NEAR(box->angle, 0, 1e-3); // it lands flat and stays flat
+    const int stamp = box->keystamp;
+    const triple at = box->x;
+    ASSERT_TRUE(w.run_to(w.sys.time + 2));
+    EXPECT_LT((box->x - at).length(), 1e-3);
+    EXPECT_EQ(box->v.length(), 0);
+    EXPECT_EQ(box->keystamp, stamp);
+}
+
+// A unit box at 5 m/s with mu 0.5 on a prescribed ground stops after
+// v^2 / (2 mu g) = 25 / 9.8 = 2.551 m, within 5 %, without tipping.
+TEST(Scenes2d, SlidingBoxStopsAtTheFrictionDistance) {
+    World2d w;
+    w.box(0, -0.5, 40, 1, true, 0.5, 0);
+    RigidBody2d* box = w.box(0, 0.5, 1, 1, false, 0.5, 0);
+    box->set_velocity2d(5, 0, 0);
+    double tilt = 0;
+    for (int k = 1; k <= 72; ++k) {
+        ASSERT_TRUE(w.run_to(k / 24.0)) << "stalled at frame " << k;
+        tilt = std::max(tilt, std::fabs(box->angle));
+    }
+    const double want = 25 / (2 * 0.5 * 9.8);
+    EXPECT_NEAR(box->x.x, want, 0.05 * want);
+    EXPECT_EQ(box->v.length(), 0);
+    EXPECT_LT(tilt, 0.01);
+    EXPECT_NEAR(box->x.y, 0.5, w.sys.tolerance);
+}
+
+// Landings that need the spin: a box tilted by 0.5 rad hits on a corner, tips
+// and settles on a face (angle a multiple of pi/2, centre 0.5 up); a point body
+// rests on the ground's top edge; a stack of five boxes stands for 10 s with no
+// box moving more than 2 % of its size. Positions within the band T.
+TEST(Scenes2d, CornerLandingPointAndStackSettle) {
+    {
+        World2d w;
+        w.box(0, -0.5, 40, 1, true, 0.5, 0.3);
+        RigidBody2d* box = w.add(Poly2d::box(-0.5, -0.5, 0.5, 0.5), 0, 3, 0.5, false, 0.5, 0.3);
+        ASSERT_TRUE(w.run_to(8));
+        const double quarter = box->angle / (M_PI / 2);
+        EXPECT_NEAR(quarter, std::round(quarter), 1e-3);
+        EXPECT_NE(std::round(quarter), 0); // it tipped over
+        EXPECT_NEAR(box->x.y, 0.5, w.sys.tolerance);
+        EXPECT_EQ(box->w.z, 0);
+    }
+    {
+        World2d w;
+        w.box(0, -0.5, 40, 1, true, 0.5, 0.3);
+        auto* pt = w.add(new CorPoint({0, 0, 0}), 0, 3, 0, false, 0.5, 0.3, false);
+        pt->mass = pt->inv_mass = 1;
+        w.sys.add(*pt);
+        ASSERT_TRUE(w.run_to(6));
+        EXPECT_NEAR(pt->x.y, 0, w.sys.tolerance);
+        EXPECT_EQ(pt->v.length(), 0);
+    }
+    {
+        World2d w;
+        w.box(0, -0.5, 40, 1, true, 0.5, 0);
+        std::vector<RigidBody2d*> stack;
+        for (int i = 0; i < 5; ++i)
+            stack.push_back(w.box(0, 0.5 + i, 1, 1, false, 0.5, 0));
+        ASSERT_TRUE(w.run_to(10));
+        for (int i = 0; i < 5; ++i) {
+            EXPECT_LT((stack[size_t(i)]->x - triple(0, 0.5 + i, 0)).length(), 0.02) << "box " << i;
+            EXPECT_LT(std::fabs(stack[size_t(i)]->angle), 0.02) << "box " << i;
+        }
+    }
+}
+
+// The drag of a plane body: with the target at the grabbed point the pull is 0
+// and only the spin term -0.5 w acts, so the angular acceleration is -0.5 w / I.
+TEST(Bodies2d, MouseSpringDampsTheSpinOfAPlaneBody) {
+    World2d w;
+    RigidBody2d* b = w.box(1, 2, 2, 1, false, 0, 0); // I = 2 (4 + 1) / 12
+    b->set_velocity2d(0, 0, 3);
+    MouseSpring drag(&w.sys, b, {0, 0, 0}, b->to_world_point({0, 0, 0}), 0, 10);
+    b->external_accel.zero();
+    drag.apply();
+    EXPECT_NEAR(b->external_accel[5], -0.5 * 3 / (2 * 5 / 12.0), 1e-12);
+    EXPECT_EQ(b->external_accel[3], 0);
+    EXPECT_EQ(b->external_accel[4], 0);
+    // State slice: x, y, angle, vx, vy, w; the rest threshold zeroes tiny speeds.
+    mvector y(6);
+    b->state_index = 0;
+    y[0] = 1.5, y[1] = 2, y[2] = 0.25, y[3] = 1e-7, y[4] = 0, y[5] = 0.5;
+    b->set_state(y, false);
+    EXPECT_EQ(b->angle, 0.25);
+    EXPECT_EQ(y[3], 0);
+    EXPECT_EQ(b->w.z, 0.5);
+    EXPECT_NEAR(b->to_world_point({1, 0, 0}).y, 2 + std::sin(0.25), 1e-12);
 }
