@@ -4,7 +4,7 @@
 
 #include "Tessarin/tessarin/body_system.h"
 #include "Tessarin/tessarin/messages.h"
-#include "Tessarin/tessarin/poly2d.h"
+#include "Tessarin/tessarin/shape.h"
 
 namespace tessarin {
 
@@ -154,17 +154,13 @@ void RigidBody2d::compute_inertials2d(double dens, double given_mass) {
         user_error("RigidBody::compute_inertials: body has no shape");
         return;
     }
-    const Poly2d* p = dynamic_cast<const Poly2d*>(geometry);
-    if (!p) {
-        user_error("RigidBody2d::compute_inertials: shape is not a Poly2d");
-        return;
-    }
+    const Shape* p = geometry;
     const triple c_old = centre_local;
     const double area = p->volume();
     density = dens;
     double m = given_mass > 0 ? given_mass : area * dens;
     triple c = p->centroid();
-    double j = p->polar_moment();
+    double j = p->moment2_scalar();
     if (area == 0) {
         warning("RigidBody::compute_inertials: no mass in body");
         m = 1, c = {}, j = 1;

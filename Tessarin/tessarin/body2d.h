@@ -31,8 +31,8 @@ public:
         v = {vx, vy, 0};
         w = {0, 0, spin};
     }
-    // Area, centroid and polar moment from a Poly2d shape; mass = area * density
-    // unless a mass above 0 is given.
+    // Area, centroid and polar moment from the shape (a Poly2d or a MultiShape of
+    // them); mass = area * density unless a mass above 0 is given.
     void compute_inertials2d(double dens, double given_mass = 0);
     // Box form: a rectangle between two corners.
     void compute_inertials2d(double lox, double loy, double hix, double hiy, double dens);

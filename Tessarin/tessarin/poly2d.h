@@ -31,6 +31,7 @@ public:
     mat3 moment2() const override;
     // Polar second moment about the centroid, unit density.
     double polar_moment() const;
+    double moment2_scalar() const override { return polar_; }
     box3 local_bound() const override;
     // World vertex furthest along dir.
     int support(const triple& dir) const;

@@ -238,6 +238,11 @@ triple Poly3d::centroid() const {
     return c;
 }
 
+double Poly3d::moment2_scalar() const {
+    internal_error("Poly3d::moment2: scalar moment for nonflat shape?");
+    return 0;
+}
+
 mat3 Poly3d::moment2() const {
     double v;
     triple c;
@@ -282,6 +287,11 @@ bool CSphere::body_ok(const Body* b) const {
 
 double CSphere::volume() const {
     return 4.0 / 3.0 * M_PI * radius * radius * radius;
+}
+
+double CSphere::moment2_scalar() const {
+    internal_error("CSphere::moment2: scalar moment for nonflat shape?");
+    return 0;
 }
 
 mat3 CSphere::moment2() const {
@@ -350,6 +360,14 @@ mat3 MultiShape::moment2() const {
             for (int j = 0; j < 3; ++j)
                 m.m[i][j] += ci.m[i][j] + cv * ((i == j ? d.length2() : 0) - d[i] * d[j]);
     }
+    return m;
+}
+
+double MultiShape::moment2_scalar() const {
+    triple g = centroid();
+    double m = 0;
+    for (Shape* c : children)
+        m += c->moment2_scalar() + c->volume() * (c->centroid() - g).length2();
     return m;
 }
 

@@ -40,6 +40,8 @@ public:
     virtual triple centroid() const = 0;
     // Inertia tensor about the centroid, unit density.
     virtual mat3 moment2() const = 0;
+    // The scalar (polar) moment about the centroid of a flat shape, unit density.
+    virtual double moment2_scalar() const { return 0; }
     // Box in shape coordinates.
     virtual box3 local_bound() const = 0;
     int collision_layer() const { return body ? body->collision_layer : 0; }
@@ -97,6 +99,7 @@ public:
     double volume() const override;
     triple centroid() const override;
     mat3 moment2() const override;
+    double moment2_scalar() const override;
     box3 local_bound() const override;
     int index_of(const Poly3dEdge* e) const;
     int index_of(const Poly3dVertex* v) const;
@@ -122,6 +125,7 @@ public:
     double volume() const override;
     triple centroid() const override { return centre; }
     mat3 moment2() const override;
+    double moment2_scalar() const override;
     box3 local_bound() const override;
 
 protected:
@@ -154,6 +158,7 @@ public:
     double volume() const override;
     triple centroid() const override;
     mat3 moment2() const override;
+    double moment2_scalar() const override;
     box3 local_bound() const override;
     void refresh() override;
     // The atomic shapes below this one.

@@ -21,8 +21,9 @@ namespace {
 struct World2d {
     BodySystem sys;
     std::unique_ptr<UniformField> gravity;
-    std::vector<std::unique_ptr<Shape>> shapes;
+    // Shapes go before their bodies, which leave the system first.
     std::vector<std::unique_ptr<RigidBody2d>> bodies;
+    std::vector<std::unique_ptr<Shape>> shapes;
 
     World2d() {
         sys.dimension = 2;
@@ -32,12 +33,16 @@ struct World2d {
         gravity = std::make_unique<UniformField>(&sys, triple(0, -9.8, 0));
         sys.add(*gravity);
     }
+    ~World2d() {
+        for (auto& b : bodies)
+            if (sys.bodies.contains(b.get())) sys.remove(*b);
+    }
     RigidBody2d* add(Shape* shape, double x, double y, double angle, bool prescribed, double friction,
                      double bounce, bool join = true) {
         shapes.emplace_back(shape);
         auto b = std::make_unique<RigidBody2d>(&sys);
         b->set_geometry(shape);
-        if (shape->shape_type == SHAPE_POLY2D) b->compute_inertials2d(1.0);
+        if (shape->shape_type != SHAPE_POINT) b->compute_inertials2d(1.0);
         b->place2d(x, y, angle);
         b->prescribed = prescribed;
         b->bounciness = bounce;
@@ -123,6 +128,30 @@ TEST(Poly2dGeometry, AreaCentroidAndPolarMomentMatchClosedForms) {
     EXPECT_NEAR(c.centre_local.y, 4.5, 1e-12);
 }
 
+// An L of two rectangles, [0,2]x[0,1] and [0,1]x[1,3]: area 4, centroid
+// (0.75, 1.25); each part has J = 2 (w^2 + h^2) / 12 = 5/6 and sits 0.625^(1/2)
+// from the whole's centroid, so J = 5/3 + 2 * 2 * 0.625 = 25/6. Dropped on the
+// ground, long leg down, it rests flat with its bottom on the ground.
+TEST(Poly2dGeometry, ConcaveBodyFromTwoPolygons) {
+    World2d w;
+    w.box(0, -0.5, 40, 1, true, 0.5, 0);
+    auto* l = new MultiShape;
+    for (Poly2d* part : {Poly2d::box(0, 0, 2, 1), Poly2d::box(0, 1, 1, 3)}) {
+        l->add(part);
+        w.shapes.emplace_back(part);
+    }
+    EXPECT_NEAR(l->volume(), 4, 1e-12);
+    EXPECT_NEAR(l->centroid().x, 0.75, 1e-12);
+    EXPECT_NEAR(l->centroid().y, 1.25, 1e-12);
+    EXPECT_NEAR(l->moment2_scalar(), 25.0 / 6, 1e-12);
+    RigidBody2d* body = w.add(l, 0, 1, 0, false, 0.5, 0);
+    EXPECT_NEAR(body->inertia, 25.0 / 6, 1e-12);
+    ASSERT_TRUE(w.run_to(3));
+    EXPECT_NEAR(body->to_world_point({0, 0, 0}).y, 0, w.sys.tolerance);
+    EXPECT_NEAR(body->angle, 0, 1e-3);
+    EXPECT_EQ(body->v.length(), 0);
+}
+
 TEST(Poly2dGeometry, BadPolygonsAndBodiesAreReported) {
     report_capture rc;
     Poly2d two({{0, 0, 0}, {1, 0, 0}});
@@ -145,6 +174,11 @@ TEST(Poly2dGeometry, BadPolygonsAndBodiesAreReported) {
     EXPECT_TRUE(report_capture::has(rc.user, "<user error> Poly3d::body_ok: must be attached to Rigidbody"));
     sq.moment2();
     EXPECT_TRUE(report_capture::has(rc.internal, "<internal error> Poly2d::moment2: 3 x 3 moment for flat shape?"));
+    EXPECT_EQ(cube.moment2_scalar(), 0);
+    EXPECT_TRUE(report_capture::has(rc.internal, "<internal error> Poly3d::moment2: scalar moment for nonflat shape?"));
+    CSphere ball({0, 0, 0}, 1);
+    EXPECT_EQ(ball.moment2_scalar(), 0);
+    EXPECT_TRUE(report_capture::has(rc.internal, "<internal error> CSphere::moment2: scalar moment for nonflat shape?"));
 }
 
 // Over random pairs the separator's distance is the best separation along the
