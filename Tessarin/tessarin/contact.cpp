@@ -171,6 +171,7 @@ double Contact::velocity_product(const triple& d) const {
 void Contact::rhs(double* r) {
     const double s = scale[0];
     const double T = effective_tolerance();
+    const bool solid = system->dimension == 3; // a plane contact has one friction row
     switch (system->task) {
     case TOLERANCE_CORRECTION:
         r[0] = -std::clamp(distance, -T, T) * s;
@@ -181,13 +182,14 @@ void Contact::rhs(double* r) {
         r[0] = (-1 - e) * vn * s;
         if (!frictionless) {
             r[1] = -t1.dot(vt) * s;
-            r[2] = -t2.dot(vt) * s;
+            if (solid) r[2] = -t2.dot(vt) * s;
         }
         break;
     }
     case TASK_FIRST_ORDER:
         r[0] = 0;
-        if (!frictionless) r[1] = r[2] = 0;
+        if (!frictionless) r[1] = 0;
+        if (!frictionless && solid) r[2] = 0;
         break;
     default: {
         // Critically damped return to the surface over the system's
@@ -200,7 +202,7 @@ void Contact::rhs(double* r) {
         if (!frictionless) {
             const double g = stabilising * system->tangential_gain;
             r[1] = (-g * t1.dot(vt) - velocity_product(t1)) * s;
-            r[2] = (-g * t2.dot(vt) - velocity_product(t2)) * s;
+            if (solid) r[2] = (-g * t2.dot(vt) - velocity_product(t2)) * s;
         }
         break;
     }
