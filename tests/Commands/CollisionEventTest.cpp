@@ -2,8 +2,7 @@
 // and the user's procedure, driven by collision records filled by hand.
 
 #include "Commands/TdynParticleShape.h"
-#include "Host/Command/ToptionVars.h"
-#include "Host/Session/Tsession.h"
+#include "DynSceneTest.h"
 
 #include <gtest/gtest.h>
 
@@ -23,24 +22,16 @@ struct Hit {
     const char* shape = "planeShape";
 };
 
-class CollisionEventTest : public ::testing::Test {
+class CollisionEventTest : public DynSceneTest {
 protected:
     void SetUp() override {
-        session.engine().setErrorStream(&errors);
-        session.engine().setOutputStream(&output);
-        ToptionVars::remove("dynPrefRunUpToCurrentTime");
-        ToptionVars::remove("dynPrefRunupFrom");
+        DynSceneTest::SetUp();
         // p: four particles born at frame 1; q: an empty target.
         ASSERT_TRUE(run("particle -n p -p 0 0 0 -p 1 0 0 -p 2 0 0 -p 3 0 0; particle -n q;")) << errors.str();
-        p = shape("pShape");
-        q = shape("qShape");
+        p = node<TdynParticleShape>("pShape");
+        q = node<TdynParticleShape>("qShape");
         frame(5);
     }
-    bool run(const std::string& text) { return session.runText(text, "test", false); }
-    TdynParticleShape* shape(const std::string& name) {
-        return TdynParticleShape::cast(session.graph().findNode(name));
-    }
-    void frame(double f) { session.graph().setTime(TanimTime(f, kCurrentFrameUnit), true); }
 
     // Hands the rows to the object as this step's collision records and runs its events.
     TdataArrayAttrs fire(const std::vector<Hit>& hits) {
@@ -68,19 +59,7 @@ protected:
         Tdata out = block.outputValue(vs->collisionRecords).data();
         return *out.as<TdataArrayAttrs>();
     }
-    double value(TdynParticleShape* s, const char* attr, unsigned i) {
-        double v = 0;
-        EXPECT_TRUE(s->getAttribute(attr, i, v)) << attr << " " << i;
-        return v;
-    }
-    T4dDblVector vec(TdynParticleShape* s, const char* attr, unsigned i) {
-        T4dDblVector v;
-        EXPECT_TRUE(s->getAttribute(attr, i, v)) << attr << " " << i;
-        return v;
-    }
 
-    Tsession session;
-    std::ostringstream errors, output;
     TdynParticleShape* p = nullptr;
     TdynParticleShape* q = nullptr;
 };
@@ -91,12 +70,12 @@ TEST_F(CollisionEventTest, TwoEventsOnOneHitBothFireAndHitsAreCounted) {
     EXPECT_EQ(q->countNoCompute(), 5u);
     EXPECT_EQ(p->countNoCompute(), 4u);
     // Emitted particles are new: age 0, the parent's mass, at the hit.
-    EXPECT_NEAR(value(q, "birthTime", 4), 5 * kFrame, 1e-12);
-    EXPECT_EQ(value(q, "mass", 0), 1.0);
+    EXPECT_NEAR(num(q, "birthTime", 4), 5 * kFrame, 1e-12);
+    EXPECT_EQ(num(q, "mass", 0), 1.0);
     EXPECT_EQ(vec(q, "position", 3).x, 1.0);
     // The counter of hits: particle 1 once, the others not at all.
-    EXPECT_EQ(value(p, "event", 1), 1.0);
-    EXPECT_EQ(value(p, "event", 0), 0.0);
+    EXPECT_EQ(num(p, "event", 1), 1.0);
+    EXPECT_EQ(num(p, "event", 0), 0.0);
     double total = 0;
     p->getAttributeValue(TdynParticleShape::sVsData()->totalEventCount, total);
     EXPECT_EQ(total, 1.0);
@@ -113,31 +92,31 @@ TEST_F(CollisionEventTest, CountFiresOnTheKthHitOnlyAndZeroOnEveryHit) {
     // Two hits of one particle in one step are its first and second.
     fire({{2, {2, 0, 0}, {}}, {2, {2, 0, 0}, {}}});
     EXPECT_EQ(q->countNoCompute(), 52u);
-    EXPECT_EQ(value(p, "event", 2), 2.0);
+    EXPECT_EQ(num(p, "event", 2), 2.0);
 }
 
 TEST_F(CollisionEventTest, SplitMakesEqualSharesAtTheParentsAgeAndEndsTheParent) {
     ASSERT_TRUE(run("event -spl 3 -t q p;")) << errors.str();
-    const double parentId = value(p, "particleId", 2);
-    const double parentBirth = value(p, "birthTime", 2);
+    const double parentId = num(p, "particleId", 2);
+    const double parentBirth = num(p, "birthTime", 2);
     fire({{2, {2, 0, 0}, {0, -3, 0}}});
     ASSERT_EQ(q->countNoCompute(), 3u);
     for (unsigned i = 0; i < 3; ++i) {
-        EXPECT_NEAR(value(q, "mass", i), 1.0 / 3.0, 1e-15);
+        EXPECT_NEAR(num(q, "mass", i), 1.0 / 3.0, 1e-15);
         // Same birth time: the same age as the parent at this time.
-        EXPECT_NEAR(value(q, "birthTime", i), parentBirth, 1e-12);
+        EXPECT_NEAR(num(q, "birthTime", i), parentBirth, 1e-12);
         // inheritFactor 0: the children start at rest.
         EXPECT_EQ(vec(q, "velocity", i).y, 0.0);
     }
     ASSERT_EQ(p->countNoCompute(), 3u);
     for (unsigned i = 0; i < 3; ++i)
-        EXPECT_NE(value(p, "particleId", i), parentId);
+        EXPECT_NE(num(p, "particleId", i), parentId);
 }
 
 TEST_F(CollisionEventTest, RandomSplitGivesOneToNParticlesOfEqualShare) {
     // Forty parents, each hit once.
     ASSERT_TRUE(run("particle -n r; event -spl 3 -r 1 -t q r;")) << errors.str();
-    p = shape("rShape");
+    p = node<TdynParticleShape>("rShape");
     T4dDblVectorArray pts(40);
     p->addParticles(pts);
     frame(6);
@@ -149,7 +128,7 @@ TEST_F(CollisionEventTest, RandomSplitGivesOneToNParticlesOfEqualShare) {
     EXPECT_GE(made, 40u);
     EXPECT_LE(made, 120u);
     for (unsigned i = 0; i < made; ++i)
-        EXPECT_NEAR(value(q, "mass", i), 1.0 / 3.0, 1e-15);
+        EXPECT_NEAR(num(q, "mass", i), 1.0 / 3.0, 1e-15);
     EXPECT_EQ(p->countNoCompute(), 0u);
     // Forty draws of 1 + floor(3 r) that all give the same count would mean the draw is not used.
     EXPECT_NE(made, 40u);
@@ -158,7 +137,7 @@ TEST_F(CollisionEventTest, RandomSplitGivesOneToNParticlesOfEqualShare) {
 
 TEST_F(CollisionEventTest, DeathWaitsForEveryEventOfTheStepAndDropsLaterRows) {
     ASSERT_TRUE(run("event -n kill -die 1 p; event -n more -em 2 -t q p;")) << errors.str();
-    const double id3 = value(p, "particleId", 3);
+    const double id3 = num(p, "particleId", 3);
     const TdataArrayAttrs left = fire({{1, {1, 0, 0}, {}}, {1, {1, 0, 0}, {}}, {3, {3, 0, 0}, {}}});
     // The second event still fires for the killing row; the dead particle's next row is gone.
     EXPECT_EQ(q->countNoCompute(), 4u);
@@ -172,7 +151,7 @@ TEST_F(CollisionEventTest, DeathWaitsForEveryEventOfTheStepAndDropsLaterRows) {
     ASSERT_EQ(p->countNoCompute(), 2u);
     // Survivors are the particles 0 and 2.
     for (unsigned i = 0; i < 2; ++i)
-        EXPECT_NE(value(p, "particleId", i), id3);
+        EXPECT_NE(num(p, "particleId", i), id3);
 }
 
 TEST_F(CollisionEventTest, AnEventWithoutTargetKillsAndMakesNothing) {
@@ -184,7 +163,7 @@ TEST_F(CollisionEventTest, AnEventWithoutTargetKillsAndMakesNothing) {
 
 TEST_F(CollisionEventTest, SpreadKeepsTheSpeedWithinTheConeAndInheritScales) {
     ASSERT_TRUE(run("particle -n s -i 0.5; event -em 200 -sp 0.5 -t s p;")) << errors.str();
-    q = shape("sShape");
+    q = node<TdynParticleShape>("sShape");
     const T4dDblVector v{3, -4, 0};
     fire({{0, {}, v}});
     ASSERT_EQ(q->countNoCompute(), 200u);
@@ -207,11 +186,11 @@ TEST_F(CollisionEventTest, TheProcedureReceivesTheComposedArguments) {
                     "\"|\" + $s + \"]\"); }"
                     "event -pr onHit p;"))
         << errors.str();
-    const int id = static_cast<int>(value(p, "particleId", 2));
+    const int id = static_cast<int>(num(p, "particleId", 2));
     fire({{2, {}, {}}, {0, {}, {}, ""}});
     // The shape name arrives with the blank the call puts before it; no shape gives an empty string.
     EXPECT_EQ(output.str(), "[pShape|" + std::to_string(id) + "| planeShape][pShape|" +
-                                std::to_string(static_cast<int>(value(p, "particleId", 0))) + "|]");
+                                std::to_string(static_cast<int>(num(p, "particleId", 0))) + "|]");
 }
 
 TEST_F(CollisionEventTest, AMissingOrFailingProcedureWarnsAndTheStepGoesOn) {

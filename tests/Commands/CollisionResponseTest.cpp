@@ -3,10 +3,9 @@
 
 #include "Commands/TdynCollision.h"
 #include "Commands/TdynParticleShape.h"
-#include "Host/Command/ToptionVars.h"
+#include "DynSceneTest.h"
 #include "Host/Dag/Tshape.h"
 #include "Host/Geometry/TpolyPrimitives.h"
-#include "Host/Session/Tsession.h"
 
 #include <gtest/gtest.h>
 
@@ -18,19 +17,14 @@ namespace {
 
 constexpr double kFrame = 1.0 / 24.0;
 
-class CollisionResponseTest : public ::testing::Test {
+class CollisionResponseTest : public DynSceneTest {
 public:
-    void SetUp() override {
-        session.engine().setErrorStream(&errors);
-        session.engine().setOutputStream(&output);
-        ToptionVars::remove("dynPrefRunUpToCurrentTime");
-        ToptionVars::remove("dynPrefRunupFrom");
-    }
-    bool run(const std::string& text) { return session.runText(text, "test", false); }
-    TdynParticleShape* shape(const std::string& name) {
-        return TdynParticleShape::cast(session.graph().findNode(name));
-    }
-    void frame(double f) { session.graph().setTime(TanimTime(f, kCurrentFrameUnit), true); }
+    // The scene builders below are free functions.
+    using DynSceneTest::errors;
+    using DynSceneTest::frame;
+    using DynSceneTest::node;
+    using DynSceneTest::run;
+
     T4dDblVectorArray vectors(TdynParticleShape* p, const Tattribute* a) {
         Tdata d = p->normalBlock().outputValue(a).data();
         const T4dDblVectorArray* v = TdynStatic::dataVectorArray(d);
@@ -40,9 +34,6 @@ public:
         Tdata d = p->normalBlock().outputValue(TdynParticleShape::sVsData()->collisionRecords).data();
         return d.as<TdataArrayAttrs>() ? *d.as<TdataArrayAttrs>() : TdataArrayAttrs();
     }
-
-    Tsession session;
-    std::ostringstream errors, output;
 };
 
 // Thousands of particles at random speeds under gravity onto a still plane. Each step a particle that
@@ -52,7 +43,7 @@ void bounceOffStillPlane(CollisionResponseTest& t, double r, double f) {
     cmd << "polyPlane -n ground -w 40 -h 40; particle -n p; gravity -n g; connectDynamic -f g p;"
         << "collision -r " << r << " -f " << f << " ground p;";
     ASSERT_TRUE(t.run(cmd.str())) << t.errors.str();
-    TdynParticleShape* p = t.shape("pShape");
+    TdynParticleShape* p = t.node<TdynParticleShape>("pShape");
     unsigned short seed[3] = {1, 2, 3};
     T4dDblVectorArray pos, vel;
     for (int i = 0; i < 3000; ++i) {
@@ -107,7 +98,7 @@ TEST_F(CollisionResponseTest, RecordsGiveIndexPositionNormalAndTimeOfEachHit) {
     ASSERT_TRUE(run("polyPlane -n ground -w 10 -h 10; particle -n p -p 0 1 0 -p 1 0.25 2 -p -2 0.4 -1;"
                     "collision -r 1 ground p;"))
         << errors.str();
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     ASSERT_TRUE(
         run("particle -e -id 0 -at velocity -vv 0 12 0 p; particle -e -id 1 -at velocity -vv 0 -12 0 p;"
             "particle -e -id 2 -at velocity -vv 0 -12 0 p; addPP -atr collisionU pShape;"
@@ -177,7 +168,7 @@ TEST_F(CollisionResponseTest, ADeformingMeshPushesParticlesAlong) {
         << errors.str();
     auto* mesh = TmeshShape::cast(session.graph().findNode("liftShape"));
     ASSERT_NE(mesh, nullptr);
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     for (int f = 2; f <= 12; ++f) {
         TpolyMesh m = makePolyPlane(10, 10, 10, 10);
         for (T4dDblVector& q : m.points)
@@ -204,7 +195,7 @@ TEST_F(CollisionResponseTest, TheTraceLoopBouncesSeveralTimesInAStepUpToTheDepth
             "particle -e -id 1 -at velocity -vv 0 60 0 p; collision -r 1 floor p; collision -r 1 ceiling p;"
             "addPP -atr traceDepthPP p;"))
         << errors.str();
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     // Geometry is traced in a step only when the box of all the particles' moves meets it: the third
     // particle, resting below the floor, makes that box reach both planes.
     // Particle 0 may bounce ten times, particle 1 once.
@@ -250,7 +241,7 @@ TEST_F(CollisionResponseTest, TheCommandMakesEditsQueriesAndRefuses) {
     EXPECT_EQ(TdynCollision::collisionOf(TdagObject::cast(session.graph().findNode("groundShape"))), c);
 
     std::string why;
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     const int e =
         TdynCollision::connectToObject(TdagObject::cast(session.graph().findNode("ground")), p, why);
     ASSERT_EQ(e, 0) << why;
@@ -271,7 +262,7 @@ TEST_F(CollisionResponseTest, TheCommandMakesEditsQueriesAndRefuses) {
 
 TEST_F(CollisionResponseTest, UndoTakesBackTheNodeAndItsConnections) {
     ASSERT_TRUE(run("polyPlane -n ground; particle -n p; collision ground p;")) << errors.str();
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     ASSERT_EQ(TdynCollision::collisionsOf(p).size(), 1u);
     ASSERT_TRUE(run("undo;")) << errors.str();
     EXPECT_EQ(TdynCollision::collisionsOf(p).size(), 0u);
@@ -282,8 +273,8 @@ TEST_F(CollisionResponseTest, ConnectDynamicJoinsCollisionObjectsToParticlesAndU
     ASSERT_TRUE(run("polyPlane -n ground -w 10 -h 10; particle -n p -p 0 1 0; particle -n q -p 0 1 0;"
                     "collision -r 0.5 ground; gravity -n g; connectDynamic -f g p q;"))
         << errors.str();
-    TdynParticleShape* p = shape("pShape");
-    TdynParticleShape* q = shape("qShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
+    TdynParticleShape* q = node<TdynParticleShape>("qShape");
     errors.str("");
     EXPECT_FALSE(run("connectDynamic -c g p;"));
     EXPECT_NE(errors.str().find("'g' is not a collision object"), std::string::npos) << errors.str();

@@ -3,8 +3,7 @@
 
 #include "Commands/TdynEmitter.h"
 #include "Commands/TdynParticleShape.h"
-#include "Host/Command/ToptionVars.h"
-#include "Host/Session/Tsession.h"
+#include "DynSceneTest.h"
 
 #include <gtest/gtest.h>
 
@@ -12,46 +11,16 @@
 
 namespace {
 
-class EmitterCommandTest : public ::testing::Test {
+class EmitterCommandTest : public DynSceneTest {
 protected:
-    void SetUp() override {
-        session.engine().setErrorStream(&errors);
-        ToptionVars::remove("dynPrefRunUpToCurrentTime");
-        ToptionVars::remove("dynPrefRunupFrom");
-    }
-    bool run(const std::string& text) { return session.runText(text, "test", false); }
-    TdynEmitter* emitter(const std::string& name) {
-        return TdynEmitter::cast(session.graph().findNode(name));
-    }
-    TdynParticleShape* shape(const std::string& name) {
-        return TdynParticleShape::cast(session.graph().findNode(name));
-    }
-    double num(const std::string& node, const std::string& attr) {
-        TdynEmitter* e = emitter(node);
-        EXPECT_NE(e, nullptr) << node;
-        Tattribute* a = e ? e->attribute(attr) : nullptr;
-        EXPECT_NE(a, nullptr) << attr;
-        return a ? e->number(a) : 0;
-    }
-    TscriptValue eval(const std::string& text) {
-        try {
-            return session.engine().executeScript(text);
-        } catch (const std::exception& e) {
-            ADD_FAILURE() << text << ": " << e.what() << " " << errors.str();
-        }
-        return {};
-    }
-    void frame(double f) { session.graph().setTime(TanimTime(f, kCurrentFrameUnit), true); }
-
-    Tsession session;
-    std::ostringstream errors;
+    double num(const std::string& name, const std::string& attr) { return number<TdynEmitter>(name, attr); }
 };
 
 TEST_F(EmitterCommandTest, AFreeEmitterStandsAtItsPositionWithTheFlagsValues) {
     EXPECT_EQ(eval("emitter;").asString(), "emitter1");
     EXPECT_EQ(num("emitter1", "emitterType"), 1);
     EXPECT_EQ(num("emitter1", "rate"), 100);
-    EXPECT_EQ(emitter("emitter1")->ownerObject(), nullptr);
+    EXPECT_EQ(node<TdynEmitter>("emitter1")->ownerObject(), nullptr);
     EXPECT_EQ(eval("emitter -pos 1 2 3 -type dir -r 7 -spd 2.5 -sp 0.1 -dx 0 -dy 1 -vsh cone -vsw 90 "
                    "-cye frame -cyi 3;")
                   .asString(),
@@ -88,11 +57,11 @@ TEST_F(EmitterCommandTest, EditQueryAndUndo) {
     ASSERT_TRUE(run("redo;")) << errors.str();
     EXPECT_EQ(num("e", "rate"), 50);
     // Undoing the creation takes the node away; redo brings the same one back.
-    TdynEmitter* before = emitter("e");
+    TdynEmitter* before = node<TdynEmitter>("e");
     ASSERT_TRUE(run("undo; undo;")) << errors.str();
-    EXPECT_EQ(emitter("e"), nullptr);
+    EXPECT_EQ(node<TdynEmitter>("e"), nullptr);
     ASSERT_TRUE(run("redo;")) << errors.str();
-    EXPECT_EQ(emitter("e"), before);
+    EXPECT_EQ(node<TdynEmitter>("e"), before);
 }
 
 TEST_F(EmitterCommandTest, BadInputIsRefusedWithAMessageAndMakesNothing) {
@@ -103,7 +72,7 @@ TEST_F(EmitterCommandTest, BadInputIsRefusedWithAMessageAndMakesNothing) {
     EXPECT_FALSE(run("emitter -vsh blob;"));
     EXPECT_NE(errors.str().find("'blob' for -volumeShape"), std::string::npos) << errors.str();
     EXPECT_FALSE(run("emitter -cyi 0;"));
-    EXPECT_EQ(emitter("emitter1"), nullptr);
+    EXPECT_EQ(node<TdynEmitter>("emitter1"), nullptr);
     // Editing a node that is not an emitter, or querying none.
     ASSERT_TRUE(run("particle -n p;")) << errors.str();
     EXPECT_FALSE(run("emitter -e -r 3 pShape;"));
@@ -118,10 +87,10 @@ TEST_F(EmitterCommandTest, ConnectDynamicWiresEachTargetAtOneIndex) {
     ASSERT_TRUE(
         run("particle -n p; particle -n q; emitter -n e; connectDynamic -em e p; connectDynamic -em e q;"))
         << errors.str();
-    TdynEmitter* e = emitter("e");
+    TdynEmitter* e = node<TdynEmitter>("e");
     auto* vs = TdynEmitter::saVs();
     auto* pvs = TdynParticleShape::sVsData();
-    TdynParticleShape* q = shape("qShape");
+    TdynParticleShape* q = node<TdynParticleShape>("qShape");
     EXPECT_EQ(Tplug(q, pvs->newParticles, 1).source(), Tplug(e, &vs->output, 1));
     EXPECT_EQ(Tplug(e, &vs->deltaTime, 1).source(), Tplug(q, pvs->timeStepSize));
     EXPECT_EQ(Tplug(e, &vs->startTime, 1).source(), Tplug(q, pvs->startTime));
@@ -152,8 +121,8 @@ TEST_F(EmitterCommandTest, AnEmitterOwnedByParticlesEmitsFromEachOfThem) {
     ASSERT_TRUE(run("particle -n src -p 0 0 0 -p 5 0 0; select -r src; emitter -n e -r 24 -spd 0;"
                     "particle -n q; connectDynamic -em e q;"))
         << errors.str();
-    TdynEmitter* e = emitter("e");
-    EXPECT_EQ(e->ownerObject(), shape("srcShape"));
+    TdynEmitter* e = node<TdynEmitter>("e");
+    EXPECT_EQ(e->ownerObject(), node<TdynParticleShape>("srcShape"));
     frame(1);
     frame(2);
     // One a second per point at 24 a second: one each per frame, where the (still) points are.
@@ -165,13 +134,13 @@ TEST_F(EmitterCommandTest, AnEmitterOwnedByParticlesEmitsFromEachOfThem) {
     EXPECT_EQ((*b->getVectorData("position"))[1], T4dDblVector(5, 0, 0));
     ASSERT_NE(b->getDoubleData("parentId"), nullptr);
     EXPECT_EQ(*b->getDoubleData("parentId"), (TdoubleArray{0, 1}));
-    EXPECT_EQ(shape("qShape")->countNoCompute(), 2u);
+    EXPECT_EQ(node<TdynParticleShape>("qShape")->countNoCompute(), 2u);
     TdynEmitterPtrArray owned;
-    TdynEmitter::getEmittersOwnedBy(shape("srcShape"), owned);
+    TdynEmitter::getEmittersOwnedBy(node<TdynParticleShape>("srcShape"), owned);
     EXPECT_EQ(owned, TdynEmitterPtrArray{e});
     // A mesh owns one too; a plain transform cannot.
     ASSERT_TRUE(run("polyPlane -n plane; select -r plane; emitter -n onPlane;")) << errors.str();
-    EXPECT_NE(emitter("onPlane")->ownerObject(), nullptr);
+    EXPECT_NE(node<TdynEmitter>("onPlane")->ownerObject(), nullptr);
     EXPECT_FALSE(run("select -r e; emitter;"));
     EXPECT_NE(errors.str().find("cannot own an emitter"), std::string::npos) << errors.str();
 }

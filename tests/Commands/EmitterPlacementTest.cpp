@@ -3,7 +3,7 @@
 // texture filter, each against what can be worked out by hand.
 
 #include "Commands/TdynEmitter.h"
-#include "Host/Session/Tsession.h"
+#include "DynSceneTest.h"
 
 #include <gtest/gtest.h>
 
@@ -15,12 +15,12 @@ namespace {
 
 constexpr double kPi = 3.14159265358979323846;
 
-class EmitterPlacementTest : public ::testing::Test {
+class EmitterPlacementTest : public DynSceneTest {
 protected:
     void SetUp() override {
-        session.engine().setErrorStream(&errors);
-        ASSERT_TRUE(session.runText("emitter -n e;", "test", false)) << errors.str();
-        e = TdynEmitter::cast(session.graph().findNode("e"));
+        DynSceneTest::SetUp();
+        ASSERT_TRUE(run("emitter -n e;")) << errors.str();
+        e = node<TdynEmitter>("e");
         ASSERT_NE(e, nullptr);
         e->setRandomStateWords(11, 0, 1);
     }
@@ -34,8 +34,6 @@ protected:
     const T4dDblVectorArray& out(const char* name) { return *attrs.getVectorData(name); }
     const TdoubleArray& timeInStep() { return *attrs.getDoubleData("timeInStep"); }
 
-    Tsession session;
-    std::ostringstream errors;
     TdynEmitter* e = nullptr;
     T4dDblVectorArray positions, velocities;
     TdynEmitSources src;
@@ -200,8 +198,7 @@ TEST_F(EmitterPlacementTest, VolumeBirthsStartInsideTheVolumeAndMoveAwayFromItsC
     // Only a volume emitter answers for its volume.
     Tint32Array flags;
     EXPECT_FALSE(e->arePointsWithinVolume(T4dDblVectorArray{T4dDblVector()}, flags));
-    ASSERT_TRUE(session.runText("setAttr e.emitterType 4; setAttr e.volumeShape 1;", "test", false))
-        << errors.str();
+    ASSERT_TRUE(run("setAttr e.emitterType 4; setAttr e.volumeShape 1;")) << errors.str();
     ASSERT_TRUE(e->arePointsWithinVolume(T4dDblVectorArray{{0, 0.5, 0}, {0, 1.5, 0}}, flags));
     EXPECT_EQ(flags, (Tint32Array{1, 0}));
 }
@@ -262,7 +259,7 @@ TEST_F(EmitterPlacementTest, TheTextureFilterKeepsBrightTexelsOrDarkOnes) {
     TdataArrayAttrs black = batch(6);
     e->filterTextureEmission(TdoubleArray(6, 0.0), black);
     EXPECT_EQ(black.longestArraySize(), 0u);
-    ASSERT_TRUE(session.runText("setAttr e.emitFromDark 1;", "test", false)) << errors.str();
+    ASSERT_TRUE(run("setAttr e.emitFromDark 1;")) << errors.str();
     TdataArrayAttrs dark = batch(6);
     e->filterTextureEmission(TdoubleArray(6, 0.0), dark);
     EXPECT_EQ(dark.longestArraySize(), 6u);

@@ -4,8 +4,7 @@
 
 #include "Commands/TdynEmitter.h"
 #include "Commands/TdynParticleShape.h"
-#include "Host/Command/ToptionVars.h"
-#include "Host/Session/Tsession.h"
+#include "DynSceneTest.h"
 
 #include <gtest/gtest.h>
 
@@ -14,22 +13,12 @@
 
 namespace {
 
-class EmitterRateTest : public ::testing::Test {
+class EmitterRateTest : public DynSceneTest {
 protected:
-    void SetUp() override {
-        session.engine().setErrorStream(&errors);
-        ToptionVars::remove("dynPrefRunUpToCurrentTime");
-        ToptionVars::remove("dynPrefRunupFrom");
+    void TearDown() override {
+        TtimeUnit::setCurrent(kFilm);
+        DynSceneTest::TearDown();
     }
-    void TearDown() override { TtimeUnit::setCurrent(kFilm); }
-    bool run(const std::string& text) { return session.runText(text, "test", false); }
-    TdynParticleShape* shape(const std::string& name) {
-        return TdynParticleShape::cast(session.graph().findNode(name));
-    }
-    TdynEmitter* emitter(const std::string& name) {
-        return TdynEmitter::cast(session.graph().findNode(name));
-    }
-    void frame(double f) { session.graph().setTime(TanimTime(f, kCurrentFrameUnit), true); }
     // The positions of every particle, in particle order.
     std::vector<T4dDblVector> positions(TdynParticleShape* p) {
         std::vector<T4dDblVector> out;
@@ -44,9 +33,6 @@ protected:
     TdataArrayAttrs* batch(TdynEmitter* e) {
         return e->normalBlock().outputValue(&TdynEmitter::saVs()->output, 0).data().as<TdataArrayAttrs>();
     }
-
-    Tsession session;
-    std::ostringstream errors;
 };
 
 TEST_F(EmitterRateTest, RemaindersCarryFractionsBetweenSteps) {
@@ -85,7 +71,7 @@ TEST_F(EmitterRateTest, ARateOfTenAtPalGivesTenBirthsInTwentyFiveSteps) {
     ASSERT_TRUE(run("currentUnit -time pal; particle -n p; setAttr pShape.startFrame 1;"
                     "emitter -n e -r 10 -spd 0; connectDynamic -em e p;"))
         << errors.str();
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     ASSERT_NE(p, nullptr);
     frame(1);
     EXPECT_EQ(p->countNoCompute(), 0u);
@@ -109,8 +95,8 @@ TEST_F(EmitterRateTest, TheStartRestoresTheSeedAndTheSameSeedGivesTheSameBirths)
     ASSERT_TRUE(run("particle -n p; emitter -n e -r 100 -mxd 2 -mnd 1 -srn 0.5; connectDynamic -em e p;"
                     "setAttr pShape.seed[0] 7;"))
         << errors.str();
-    TdynParticleShape* p = shape("pShape");
-    TdynEmitter* e = emitter("e");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
+    TdynEmitter* e = node<TdynEmitter>("e");
     auto* vs = TdynEmitter::saVs();
     frame(1);
     for (int f = 2; f <= 8; ++f)
@@ -146,7 +132,7 @@ TEST_F(EmitterRateTest, TheStartRestoresTheSeedAndTheSameSeedGivesTheSameBirths)
 TEST_F(EmitterRateTest, CyclingRepeatsEachFramesBirths) {
     ASSERT_TRUE(run("particle -n p; emitter -n e -r 240 -cye frame -cyi 1; connectDynamic -em e p;"))
         << errors.str();
-    TdynEmitter* e = emitter("e");
+    TdynEmitter* e = node<TdynEmitter>("e");
     frame(1);
     frame(2);
     TdataArrayAttrs* b = batch(e);
@@ -170,7 +156,7 @@ TEST_F(EmitterRateTest, CyclingRepeatsEachFramesBirths) {
 TEST_F(EmitterRateTest, AFullTargetGetsNoBirthsAndUsesNoIdentifiers) {
     ASSERT_TRUE(run("particle -n p; emitter -n e -r 240; connectDynamic -em e p; setAttr pShape.maxCount 4;"))
         << errors.str();
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     auto* pvs = TdynParticleShape::sVsData();
     frame(1);
     frame(2);
@@ -181,7 +167,7 @@ TEST_F(EmitterRateTest, AFullTargetGetsNoBirthsAndUsesNoIdentifiers) {
         frame(f);
         EXPECT_EQ(p->countNoCompute(), 4u);
         EXPECT_EQ(p->normalBlock().outputValue(pvs->nextId).asInt(), 10) << f;
-        TdataArrayAttrs* b = batch(emitter("e"));
+        TdataArrayAttrs* b = batch(node<TdynEmitter>("e"));
         ASSERT_NE(b, nullptr);
         EXPECT_EQ(b->longestArraySize(), 0u) << f;
     }
@@ -191,7 +177,7 @@ TEST_F(EmitterRateTest, AMovingEmitterGivesItsBirthsItsVelocity) {
     // One unit in x a frame is 24 units a second; speed 0, so the births carry only what they inherit.
     ASSERT_TRUE(run("particle -n p -i 1; emitter -n e -r 48 -spd 0; connectDynamic -em e p;"))
         << errors.str();
-    TdynEmitter* e = emitter("e");
+    TdynEmitter* e = node<TdynEmitter>("e");
     frame(1);
     for (int f = 2; f <= 4; ++f) {
         ASSERT_TRUE(run("setAttr e.translateX " + std::to_string(f - 1) + ";")) << errors.str();
@@ -217,7 +203,7 @@ TEST_F(EmitterRateTest, ParticlesThatLeaveTheEmissionVolumeDieWhenAsked) {
     ASSERT_TRUE(run("particle -n p; emitter -n e -type volume -vsh sphere -r 240 -afc 6;"
                     "connectDynamic -em e p; setAttr pShape.dieOnEmissionVolumeExit 1;"))
         << errors.str();
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     frame(1);
     for (int f = 2; f <= 12; ++f) {
         frame(f);
@@ -243,7 +229,7 @@ TEST_F(EmitterRateTest, NoBirthsWhenTheDistancesMakeNoSenseOrTheRateIsZero) {
     ASSERT_TRUE(run("particle -n p; emitter -n e -r 240; connectDynamic -em e p;"
                     "setAttr e.maxDistance 1; setAttr e.minDistance 2;"))
         << errors.str();
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     frame(1);
     frame(2);
     EXPECT_EQ(p->countNoCompute(), 0u);

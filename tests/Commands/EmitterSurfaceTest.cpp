@@ -5,8 +5,7 @@
 #include "Commands/TdynEmitter.h"
 #include "Commands/TdynParticleShape.h"
 #include "Commands/TdynSweptGeometry.h"
-#include "Host/Command/ToptionVars.h"
-#include "Host/Session/Tsession.h"
+#include "DynSceneTest.h"
 #include "Host/Texture/TcheckerTexture.h"
 
 #include <gtest/gtest.h>
@@ -16,18 +15,8 @@
 
 namespace {
 
-class EmitterSurfaceTest : public ::testing::Test {
+class EmitterSurfaceTest : public DynSceneTest {
 protected:
-    void SetUp() override {
-        session.engine().setErrorStream(&errors);
-        ToptionVars::remove("dynPrefRunUpToCurrentTime");
-        ToptionVars::remove("dynPrefRunupFrom");
-    }
-    bool run(const std::string& text) { return session.runText(text, "test", false); }
-    TdynEmitter* emitter(const std::string& name) {
-        return TdynEmitter::cast(session.graph().findNode(name));
-    }
-    void frame(double f) { session.graph().setTime(TanimTime(f, kCurrentFrameUnit), true); }
     TdataArrayAttrs* batch(TdynEmitter* e) {
         return e->normalBlock().outputValue(&TdynEmitter::saVs()->output, 0).data().as<TdataArrayAttrs>();
     }
@@ -44,14 +33,11 @@ protected:
         g.triangles.push_back(t);
         g.kind = TdynSweptGeometry::kTriangles;
     }
-
-    Tsession session;
-    std::ostringstream errors;
 };
 
 TEST_F(EmitterSurfaceTest, BirthsLieOnTheTriangleAndLeaveAlongItsNormal) {
     ASSERT_TRUE(run("emitter -n e;")) << errors.str();
-    TdynEmitter* e = emitter("e");
+    TdynEmitter* e = node<TdynEmitter>("e");
     e->setRandomStateWords(3, 0, 1);
     TdynSweptGeometry g;
     triangle(g, 0);
@@ -86,7 +72,7 @@ TEST_F(EmitterSurfaceTest, BirthsLieOnTheTriangleAndLeaveAlongItsNormal) {
 
 TEST_F(EmitterSurfaceTest, AMovingTriangleGivesItsVelocityAndItsPathInTheStep) {
     ASSERT_TRUE(run("emitter -n e;")) << errors.str();
-    TdynEmitter* e = emitter("e");
+    TdynEmitter* e = node<TdynEmitter>("e");
     TdynSweptGeometry g;
     triangle(g, 1); // one unit of z in a step of 0.25 s: 4 a second
     TdynEmitSettings s;
@@ -110,7 +96,7 @@ TEST_F(EmitterSurfaceTest, AMovingPlaneShedsParticlesAtItsRateTimesItsArea) {
     ASSERT_TRUE(run("polyPlane -n plane -w 2 -h 1 -sx 4 -sy 2; select -r plane;"
                     "emitter -n e -type surface -r 12 -spd 1; particle -n p; connectDynamic -em e p;"))
         << errors.str();
-    TdynEmitter* e = emitter("e");
+    TdynEmitter* e = node<TdynEmitter>("e");
     auto* p = TdynParticleShape::cast(session.graph().findNode("pShape"));
     frame(1);
     // Area 2 at 12 a second: one birth a frame at 24 frames a second.
@@ -144,7 +130,7 @@ TEST_F(EmitterSurfaceTest, ACurveEmitsAlongItsLines) {
     ASSERT_TRUE(run("curve -n c -d 1 -p 0 0 0 -p 4 0 0; select -r c;"
                     "emitter -n e -type curve -r 24 -spd 2 -sro 0; particle -n p; connectDynamic -em e p;"))
         << errors.str();
-    TdynEmitter* e = emitter("e");
+    TdynEmitter* e = node<TdynEmitter>("e");
     frame(1);
     unsigned total = 0;
     for (int f = 2; f <= 4; ++f) {
@@ -174,7 +160,7 @@ TEST_F(EmitterSurfaceTest, ACheckerOnTheRateKeepsOnlyBirthsOnItsWhiteCells) {
                     "setAttr e.enableTextureRate 1; createNode checker -n tex;"
                     "connectAttr tex.outColor e.textureRate; particle -n p; connectDynamic -em e p;"))
         << errors.str();
-    TdynEmitter* e = emitter("e");
+    TdynEmitter* e = node<TdynEmitter>("e");
     ASSERT_NE(e->textureNodeForRate(), nullptr);
     EXPECT_EQ(e->textureNodeForColor(), nullptr);
     frame(1);

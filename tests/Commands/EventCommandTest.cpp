@@ -2,7 +2,7 @@
 // events, undo, and its refusals.
 
 #include "Commands/TdynParticleShape.h"
-#include "Host/Session/Tsession.h"
+#include "DynSceneTest.h"
 
 #include <gtest/gtest.h>
 
@@ -10,15 +10,13 @@
 
 namespace {
 
-class EventCommandTest : public ::testing::Test {
+class EventCommandTest : public DynSceneTest {
 protected:
     void SetUp() override {
-        session.engine().setErrorStream(&errors);
-        session.engine().setOutputStream(&output);
+        DynSceneTest::SetUp();
         ASSERT_TRUE(run("particle -n p -p 0 0 0; particle -n q; polyPlane -n ground;")) << errors.str();
-        p = TdynParticleShape::cast(session.graph().findNode("pShape"));
+        p = node<TdynParticleShape>("pShape");
     }
-    bool run(const std::string& text) { return session.runText(text, "test", false); }
     // The printed result of one command.
     std::string result(const std::string& command) {
         output.str("");
@@ -26,8 +24,6 @@ protected:
         return output.str();
     }
 
-    Tsession session;
-    std::ostringstream errors, output;
     TdynParticleShape* p = nullptr;
 };
 
@@ -42,7 +38,7 @@ TEST_F(EventCommandTest, EveryFlagIsStoredAndQueried) {
     EXPECT_EQ(result("event -q -n bounce -pr p"), "onHit");
     EXPECT_EQ(result("event -q -n bounce -t p"), "qShape");
     // The target is a connection, so the event follows the object.
-    EXPECT_EQ(p->eventTargetObject(0), TdynParticleShape::cast(session.graph().findNode("qShape")));
+    EXPECT_EQ(p->eventTargetObject(0), node<TdynParticleShape>("qShape"));
     // The per-particle counter exists with its initial state.
     EXPECT_NE(p->attribute("event"), nullptr);
     EXPECT_NE(p->attribute("event0"), nullptr);

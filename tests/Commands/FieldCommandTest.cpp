@@ -3,8 +3,7 @@
 
 #include "Commands/TdynField.h"
 #include "Commands/TdynParticleShape.h"
-#include "Host/Command/ToptionVars.h"
-#include "Host/Session/Tsession.h"
+#include "DynSceneTest.h"
 
 #include <gtest/gtest.h>
 
@@ -12,34 +11,9 @@
 
 namespace {
 
-class FieldCommandTest : public ::testing::Test {
+class FieldCommandTest : public DynSceneTest {
 protected:
-    void SetUp() override {
-        session.engine().setErrorStream(&errors);
-        ToptionVars::remove("dynPrefRunUpToCurrentTime");
-        ToptionVars::remove("dynPrefRunupFrom");
-    }
-    bool run(const std::string& text) { return session.runText(text, "test", false); }
-    TdynField* field(const std::string& name) { return TdynField::cast(session.graph().findNode(name)); }
-    double num(const std::string& node, const std::string& attr) {
-        TdynField* f = field(node);
-        EXPECT_NE(f, nullptr) << node;
-        Tattribute* a = f ? f->attribute(attr) : nullptr;
-        EXPECT_NE(a, nullptr) << attr;
-        return a ? f->number(a) : 0;
-    }
-    // The value of the last command of a text.
-    TscriptValue eval(const std::string& text) {
-        try {
-            return session.engine().executeScript(text);
-        } catch (const std::exception& e) {
-            ADD_FAILURE() << text << ": " << e.what() << " " << errors.str();
-        }
-        return {};
-    }
-
-    Tsession session;
-    std::ostringstream errors;
+    double num(const std::string& name, const std::string& attr) { return number<TdynField>(name, attr); }
 };
 
 TEST_F(FieldCommandTest, CreationDefaultsOverrideTheNodesAndFlagsOverrideThem) {
@@ -69,7 +43,7 @@ TEST_F(FieldCommandTest, CreationDefaultsOverrideTheNodesAndFlagsOverrideThem) {
     EXPECT_EQ(num("airField1", "speed"), 1);
     EXPECT_EQ(num("airField1", "spread"), 1);
     // The volume axis field follows the scene's time.
-    TdynField* va = field("volumeAxisField1");
+    TdynField* va = node<TdynField>("volumeAxisField1");
     EXPECT_FALSE(Tplug(va, va->attribute("time")).source().isNull());
 }
 
@@ -112,7 +86,7 @@ TEST_F(FieldCommandTest, AirPresetsComeFirstAndClampSpeed) {
 
 TEST_F(FieldCommandTest, AFieldMadeWithAGeometrySelectedBelongsToIt) {
     ASSERT_TRUE(run("polyCube -n box; select -r box; radial -n r -m 1 -att 0;")) << errors.str();
-    TdynField* r = field("r");
+    TdynField* r = node<TdynField>("r");
     ASSERT_NE(r->ownerShape(), nullptr);
     EXPECT_EQ(r->ownerShape()->name(), "boxShape");
     TdynFieldPtrArray found;
@@ -138,9 +112,9 @@ TEST_F(FieldCommandTest, EditUndoRedoSwapsTheValues) {
     EXPECT_EQ(num("v", "magnitude"), 7);
     // Undo of the creation takes the node away; redo brings it back.
     ASSERT_TRUE(run("undo; undo;")) << errors.str();
-    EXPECT_EQ(field("v"), nullptr);
+    EXPECT_EQ(node<TdynField>("v"), nullptr);
     ASSERT_TRUE(run("redo;")) << errors.str();
-    ASSERT_NE(field("v"), nullptr);
+    ASSERT_NE(node<TdynField>("v"), nullptr);
     EXPECT_EQ(num("v", "magnitude"), 2);
 }
 
@@ -163,7 +137,7 @@ TEST_F(FieldCommandTest, FieldsMadeWithParticlesSelectedAndConnectDynamicJoinAtM
     auto* b = TdynParticleShape::cast(session.graph().findNode("bShape"));
     ASSERT_TRUE(a && b);
     auto* pvs = TdynParticleShape::sVsData();
-    TdynField* g = field("g");
+    TdynField* g = node<TdynField>("g");
     auto* vs = g->fieldVs();
     // a at 0, b at 1: the field's element and the object's element share the index.
     EXPECT_EQ(Tplug(a, pvs->inputForce, 0).source(), Tplug(g, &vs->outputForce, 0));
@@ -171,7 +145,7 @@ TEST_F(FieldCommandTest, FieldsMadeWithParticlesSelectedAndConnectDynamicJoinAtM
     EXPECT_EQ(Tplug(g, &vs->inputPositions, 1).source().node(), b);
 
     ASSERT_TRUE(run("select -cl; turbulence -n t; connectDynamic -f t b;")) << errors.str();
-    TdynField* t = field("t");
+    TdynField* t = node<TdynField>("t");
     EXPECT_EQ(Tplug(b, pvs->inputForce, 0).source().node(), t);
     EXPECT_EQ(Tplug(t, &t->fieldVs()->outputForce, 0), Tplug(b, pvs->inputForce, 0).source());
     TdynFieldPtrArray onB;

@@ -3,8 +3,7 @@
 
 #include "Commands/TdynField.h"
 #include "Commands/TdynParticleShape.h"
-#include "Host/Command/ToptionVars.h"
-#include "Host/Session/Tsession.h"
+#include "DynSceneTest.h"
 
 #include <gtest/gtest.h>
 
@@ -15,67 +14,47 @@ namespace {
 
 constexpr double kFrame = 1.0 / 24.0;
 
-class FieldSceneTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        session.engine().setErrorStream(&errors);
-        ToptionVars::remove("dynPrefRunUpToCurrentTime");
-        ToptionVars::remove("dynPrefRunupFrom");
-    }
-    bool run(const std::string& text) { return session.runText(text, "test", false); }
-    TdynParticleShape* shape(const std::string& name) {
-        return TdynParticleShape::cast(session.graph().findNode(name));
-    }
-    void frame(double f) { session.graph().setTime(TanimTime(f, kCurrentFrameUnit), true); }
-    T4dDblVector get(TdynParticleShape* p, const char* attr, unsigned i) {
-        T4dDblVector v;
-        EXPECT_TRUE(p->getAttribute(attr, i, v));
-        return v;
-    }
-
-    Tsession session;
-    std::ostringstream errors;
-};
+class FieldSceneTest : public DynSceneTest {};
 
 TEST_F(FieldSceneTest, GravityFromRestFallsByTheSumOfItsSteps) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0; gravity -n g; connectDynamic -f g p;")) << errors.str();
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     for (int f = 2; f <= 25; ++f)
         frame(f);
     // 24 steps: v_k = -9.8 dt k, y = sum v_k dt = -9.8 dt^2 * 24 * 25 / 2. A few dozen roundings: 1e-12.
-    EXPECT_NEAR(get(p, "position", 0).y, -9.8 * kFrame * kFrame * 24 * 25 / 2, 1e-12);
-    EXPECT_NEAR(get(p, "velocity", 0).y, -9.8 * kFrame * 24, 1e-12);
-    EXPECT_EQ(get(p, "position", 0).x, 0);
+    EXPECT_NEAR(vec(p, "position", 0).y, -9.8 * kFrame * kFrame * 24 * 25 / 2, 1e-12);
+    EXPECT_NEAR(vec(p, "velocity", 0).y, -9.8 * kFrame * 24, 1e-12);
+    EXPECT_EQ(vec(p, "position", 0).x, 0);
 }
 
 TEST_F(FieldSceneTest, DragAloneScalesTheSpeedEachStep) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv 0 0 2 p; drag -n d;"
                     "connectDynamic -f d p;"))
         << errors.str();
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     // Magnitude 5: each step v <- v + dt * (-5 v) = v (1 - 5/24). The field reads the state after the
     // previous step, so the factor is checked from one step to the next.
     frame(2);
-    double v = get(p, "velocity", 0).z;
-    double z = get(p, "position", 0).z;
+    double v = vec(p, "velocity", 0).z;
+    double z = vec(p, "position", 0).z;
     ASSERT_GT(v, 1);
     for (int f = 3; f <= 14; ++f) {
         frame(f);
         v *= 1 - 5 * kFrame;
         z += v * kFrame;
-        EXPECT_NEAR(get(p, "velocity", 0).z, v, 1e-13) << f;
+        EXPECT_NEAR(vec(p, "velocity", 0).z, v, 1e-13) << f;
     }
-    EXPECT_NEAR(get(p, "position", 0).z, z, 1e-13);
-    EXPECT_EQ(get(p, "velocity", 0).x, 0);
+    EXPECT_NEAR(vec(p, "position", 0).z, z, 1e-13);
+    EXPECT_EQ(vec(p, "velocity", 0).x, 0);
 }
 
 TEST_F(FieldSceneTest, TwoConnectedFieldsAdd) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0; select -r p; gravity -n g; uniform -n u -m 2;")) << errors.str();
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     for (int f = 2; f <= 25; ++f)
         frame(f);
     const double sum = kFrame * kFrame * 24 * 25 / 2;
-    const T4dDblVector q = get(p, "position", 0);
+    const T4dDblVector q = vec(p, "position", 0);
     EXPECT_NEAR(q.x, 2 * sum, 1e-12);
     EXPECT_NEAR(q.y, -9.8 * sum, 1e-12);
 }
@@ -86,17 +65,17 @@ TEST_F(FieldSceneTest, AFieldOwnedByParticlesPushesFromEachOfThemOrFromTheirCent
         << errors.str();
     auto* field = TdynField::cast(session.graph().findNode("r"));
     std::string why;
-    ASSERT_TRUE(field->setOwner(shape("srcShape"), why)) << why;
-    TdynParticleShape* b = shape("bShape");
+    ASSERT_TRUE(field->setOwner(node<TdynParticleShape>("srcShape"), why)) << why;
+    TdynParticleShape* b = node<TdynParticleShape>("bShape");
     // From the centroid (1, 0, 0): rel (2, 0, 0) times 5, one step.
     frame(2);
-    EXPECT_NEAR(get(b, "velocity", 0).x, 10 * kFrame, 1e-13);
+    EXPECT_NEAR(vec(b, "velocity", 0).x, 10 * kFrame, 1e-13);
     // From each owner point: (3 + 1) times 5 on the next step.
     field->setApplyPerVertex(true);
-    const double x1 = get(b, "position", 0).x;
+    const double x1 = vec(b, "position", 0).x;
     frame(3);
     const double v2 = 10 * kFrame + 5 * (x1 - 0 + x1 - 2) * kFrame;
-    EXPECT_NEAR(get(b, "velocity", 0).x, v2, 1e-12);
+    EXPECT_NEAR(vec(b, "velocity", 0).x, v2, 1e-12);
 }
 
 TEST_F(FieldSceneTest, NewtonOwnedByParticlesWeighsByTheirMasses) {
@@ -105,7 +84,7 @@ TEST_F(FieldSceneTest, NewtonOwnedByParticlesWeighsByTheirMasses) {
         << errors.str();
     auto* field = TdynField::cast(session.graph().findNode("n"));
     std::string why;
-    ASSERT_TRUE(field->setOwner(shape("srcShape"), why)) << why;
+    ASSERT_TRUE(field->setOwner(node<TdynParticleShape>("srcShape"), why)) << why;
     const double K = -0.667;
     T4dDblVectorArray out;
     // From the centroid (5,0,0) with the masses' sum 5: rel (-2,0,0), d = 2.
@@ -123,7 +102,7 @@ TEST_F(FieldSceneTest, ParticlesBornEveryStepStillFeelTheField) {
     ASSERT_TRUE(run("particle -n p; emitter -n e -type omni -r 48 -spd 0; connectDynamic -em e p;"
                     "gravity -n g; connectDynamic -f g p;"))
         << errors.str();
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     for (int f = 2; f <= 7; ++f)
         frame(f);
     T4dDblVectorArray* v = p->vectorArrayValue(TdynParticleShape::sVsData()->velocity);

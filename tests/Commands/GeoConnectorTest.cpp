@@ -5,11 +5,11 @@
 #include "Commands/TdynAuxiliary.h"
 #include "Commands/TdynGeoConnectable.h"
 #include "Commands/TdynGeoConnector.h"
+#include "DynSceneTest.h"
 #include "Host/Data/TdataGeometry.h"
 #include "Host/Geometry/TpolyPrimitives.h"
 #include "Host/Graph/TdgContext.h"
 #include "Host/Graph/TdnTime.h"
-#include "Host/Session/Tsession.h"
 
 #include <gtest/gtest.h>
 
@@ -17,17 +17,16 @@
 
 namespace {
 
-class GeoConnectorTest : public ::testing::Test {
+class GeoConnectorTest : public DynSceneTest {
 protected:
-    void SetUp() override { session.engine().setErrorStream(&errors); }
-    bool run(const std::string& text) { return session.runText(text, "test", false); }
-    TdagObject* object(const std::string& name) { return TdagObject::cast(session.graph().findNode(name)); }
+    TdagObject* object(const std::string& name) { return node<TdagObject>(name); }
     TdynGeoConnector* connector(const std::string& name) {
         std::string why;
         TdynGeoConnector* c = TdynGeoConnector::connectorFor(object(name), true, why);
         EXPECT_NE(c, nullptr) << why;
         return c;
     }
+    // Time moves through the command here, as a user would move it.
     void frame(double f) { ASSERT_TRUE(run("currentTime " + std::to_string(f) + ";")); }
     std::vector<T4dDblVector> vectors(TdynGeoConnector* c, const Tattribute* a) {
         Tdata d;
@@ -44,9 +43,6 @@ protected:
         return v;
     }
     static TdnVSTdynGeoConnector* vs() { return TdynGeoConnector::sVsData(); }
-
-    Tsession session;
-    std::ostringstream errors;
 };
 
 } // namespace

@@ -2,9 +2,9 @@
 // that edits a transform's translateX.
 
 #include "Commands/TdynCmd.h"
+#include "DynSceneTest.h"
 #include "Host/Dag/Ttransform.h"
 #include "Host/SceneCommands/TplugPath.h"
-#include "Host/Session/Tsession.h"
 
 #include <gtest/gtest.h>
 
@@ -59,17 +59,13 @@ private:
 };
 int TtestEditCmd::sRedoChecks = 0;
 
-class TdynCmdTest : public ::testing::Test {
+class TdynCmdTest : public DynSceneTest {
 protected:
     void SetUp() override {
-        session.engine().setErrorStream(&errors);
+        DynSceneTest::SetUp();
         session.engine().registerCommand<TtestEditCmd>("testEdit");
     }
     double tx() { return session.engine().run("getAttr", {"box.translateX"}).asFloat(); }
-    bool run(const std::string& text) { return session.runText(text, "test", false); }
-
-    Tsession session;
-    std::ostringstream errors;
 };
 
 TEST_F(TdynCmdTest, EditUndoRedoUndoGivesTheFirstValues) {

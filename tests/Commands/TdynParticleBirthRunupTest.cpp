@@ -2,9 +2,9 @@
 // goal details, the run-up functions and the scene-wide dynamics commands.
 
 #include "Commands/TdynParticleShape.h"
+#include "DynSceneTest.h"
 #include "Host/Command/ToptionVars.h"
 #include "Host/Dag/Ttransform.h"
-#include "Host/Session/Tsession.h"
 
 #include <gtest/gtest.h>
 
@@ -16,65 +16,25 @@ namespace {
 
 constexpr double kFrame = 1.0 / 24.0;
 
-class ParticleMoreTest : public ::testing::Test {
+class ParticleMoreTest : public DynSceneTest {
 protected:
-    void SetUp() override {
-        session.engine().setErrorStream(&errors);
-        ToptionVars::remove("dynPrefRunUpToCurrentTime");
-        ToptionVars::remove("dynPrefRunupFrom");
-    }
-    void TearDown() override {
-        ToptionVars::remove("dynPrefRunUpToCurrentTime");
-        ToptionVars::remove("dynPrefRunupFrom");
-    }
-    bool run(const std::string& text) { return session.runText(text, "test", false); }
-    TdynParticleShape* shape(const std::string& name) {
-        return TdynParticleShape::cast(session.graph().findNode(name));
-    }
-    void frame(double f) { session.graph().setTime(TanimTime(f, kCurrentFrameUnit), true); }
-    T4dDblVector vec(TdynParticleShape* p, const char* attr, unsigned i) {
-        T4dDblVector v;
-        EXPECT_TRUE(p->getAttribute(attr, i, v)) << attr << " " << i;
-        return v;
-    }
-    double num(TdynParticleShape* p, const char* attr, unsigned i) {
-        double v = 0;
-        EXPECT_TRUE(p->getAttribute(attr, i, v)) << attr << " " << i;
-        return v;
-    }
-    template <class L, class A> void setData(TdependNode* n, const Tattribute* a, A array, int element = -1) {
-        TstandaloneValue v(a);
-        v.handle().set(makeData<L>(std::move(array)));
-        n->setCachedValue(Tplug(n, const_cast<Tattribute*>(a), element), v.handle(), TdgContext::fsNormal);
-    }
-    void setNumber(TdependNode* n, const Tattribute* a, double value, int element = -1) {
-        TstandaloneValue v(a);
-        v.handle().set(value);
-        n->setCachedValue(Tplug(n, const_cast<Tattribute*>(a), element), v.handle(), TdgContext::fsNormal);
-    }
     // A batch as an emitter hands it over on newParticles[element], every step.
     void setBatch(TdynParticleShape* p, int element, const T4dDblVectorArray& positions,
                   const TdoubleArray& timeInStep = {}, const T4dDblVectorArray& velocities = {}) {
-        auto* vs = TdynParticleShape::sVsData();
         Tdata d = makeData<TdataArrayAttrs>();
         auto* b = d.as<TdataArrayAttrs>();
         b->addVectorData("position") = positions;
         if (timeInStep.length()) b->addDoubleData("timeInStep") = timeInStep;
         if (velocities.length()) b->addVectorData("velocity") = velocities;
-        TstandaloneValue v(vs->newParticles);
-        v.handle().set(d);
-        p->setCachedValue(Tplug(p, vs->newParticles, element), v.handle(), TdgContext::fsNormal);
+        putCached(p, TdynParticleShape::sVsData()->newParticles, d, element);
     }
-
-    Tsession session;
-    std::ostringstream errors;
 };
 
 // ---- births ----
 
 TEST_F(ParticleMoreTest, EmitterBatchesCarryEmitterIdsAndBirthTimesWithinTheStep) {
     ASSERT_TRUE(run("particle -n p;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     setBatch(p, 0, {{0, 0, 0}, {1, 0, 0}}, {1.0, 0.0});
     setBatch(p, 3, {{2, 0, 0}});
     frame(2);
@@ -98,7 +58,7 @@ TEST_F(ParticleMoreTest, EmitterBatchesCarryEmitterIdsAndBirthTimesWithinTheStep
 
 TEST_F(ParticleMoreTest, WorldSpaceBatchesComeIntoTheObjectsSpace) {
     ASSERT_TRUE(run("particle -n p; setAttr p.translate 10 0 0; setAttr p.scale 2 2 2;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     setBatch(p, 0, {{12, 4, 0}}, {}, {{2, 0, 0}});
     frame(2);
     ASSERT_EQ(p->countNoCompute(), 1u);
@@ -118,7 +78,7 @@ TEST_F(ParticleMoreTest, InputGeometryEnforcesTheCount) {
     ASSERT_TRUE(run(
         "particle -n p -p 9 9 9; polyPlane -n plane -w 2 -h 2 -sx 1 -sy 1;"
         "setAttr pShape.enforceCountFromHistory 1; connectAttr planeShape.outMesh pShape.inputGeometry;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     frame(2);
     // Four corners: the one particle follows the first point, three are born on the others.
     ASSERT_EQ(p->countNoCompute(), 4u);
@@ -143,7 +103,7 @@ TEST_F(ParticleMoreTest, AddedPerParticleAttributesKeepStepWithTheCount) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0 -p 1 0 0; addPP -atr radiusPP p;"
                     "addAttr -ln rgbPP -dt vectorArray pShape; addAttr -ln custom -dt doubleArray pShape;"
                     "addAttr -ln radius -at double pShape; setAttr pShape.radius 0.25;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     EXPECT_EQ(num(p, "radiusPP", 1), 1.0); // added before the scalar existed
     ASSERT_TRUE(run("emit -object p -pos 5 5 5;"));
     EXPECT_EQ(num(p, "radiusPP", 2), 0.25); // the scalar now gives the default
@@ -168,7 +128,7 @@ TEST_F(ParticleMoreTest, AGoalWithFewerPointsWrapsAroundTheParticles) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0 -p 0 0 0 -p 0 0 0 -p 0 0 0 -p 0 0 0 -p 0 0 0 -p 0 0 0;"
                     "particle -n g -p 1 0 0 -p 2 0 0 -p 3 0 0; setAttr gShape.isDynamic 0;"
                     "connectAttr gShape.position pShape.goalGeometry[0];"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     frame(2);
     const double expected[] = {1, 2, 3, 1, 2, 3, 1};
     for (unsigned i = 0; i < 7; ++i)
@@ -181,7 +141,7 @@ TEST_F(ParticleMoreTest, GoalPPBlendsAndTwoGoalsShareTheirPull) {
         "particle -n g -p 4 0 0; setAttr gShape.isDynamic 0;"
         "connectAttr gShape.position pShape.goalGeometry[0]; setAttr pShape.goalSmoothness 1;"
         "setParticleAttr -at goalPP -fv 0 pShape.pt[1]; setParticleAttr -at goalPP -fv 0.5 pShape.pt[2];"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     frame(2);
     // goalPP 1 lands on the goal, 0 stays free, 0.5 goes half way (positions are
     // linear in the goal force, which scales with goalPP at smoothness 1).
@@ -193,7 +153,7 @@ TEST_F(ParticleMoreTest, GoalPPBlendsAndTwoGoalsShareTheirPull) {
 TEST_F(ParticleMoreTest, GoalsNeedDynamicsWeight) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0; particle -n g -p 4 0 0; setAttr gShape.isDynamic 0;"
                     "connectAttr gShape.position pShape.goalGeometry[0]; setAttr pShape.dynamicsWeight 0;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     errors.str("");
     frame(2);
     EXPECT_EQ(vec(p, "position", 0).x, 0);
@@ -202,7 +162,7 @@ TEST_F(ParticleMoreTest, GoalsNeedDynamicsWeight) {
 
 TEST_F(ParticleMoreTest, ConserveZeroFollowsTheForceAlone) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0 -c 0; particle -e -id 0 -at velocity -vv 100 0 0 p;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     setData<TdataVectorArray>(p, TdynParticleShape::sVsData()->inputForce, T4dDblVectorArray{{0, 24, 0}}, 0);
     frame(2);
     frame(3);
@@ -215,7 +175,7 @@ TEST_F(ParticleMoreTest, ConserveZeroFollowsTheForceAlone) {
 
 TEST_F(ParticleMoreTest, StepsDoNotCopyArraysTheyOwn) {
     ASSERT_TRUE(run("particle -n p -ll 0 0 0 -ur 9 9 9 -grs 1;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     setData<TdataVectorArray>(p, TdynParticleShape::sVsData()->inputForce, T4dDblVectorArray{{0, -1, 0}}, 0);
     frame(2);
     frame(3);
@@ -234,7 +194,7 @@ TEST_F(ParticleMoreTest, RunupFunctionsEdgeCases) {
     EXPECT_FALSE(TdynStatic::runupSceneFromTo(TanimTime(1.0, kCurrentFrameUnit),
                                               TanimTime(5.0, kCurrentFrameUnit), 1, false, true));
     ASSERT_TRUE(run("particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv 24 0 0 p; currentTime 1;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     // Inside a run-up another one returns at once.
     TdynStatic::fIsInRunup = true;
     const std::uint64_t steps = p->stepCount();
@@ -252,7 +212,7 @@ TEST_F(ParticleMoreTest, RunupFunctionsEdgeCases) {
 TEST_F(ParticleMoreTest, RunupCommandAndPreferences) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv 24 0 0 p; currentTime 1;"
                     "runup -mxf 7;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     EXPECT_EQ(vec(p, "position", 0).x, 6.0);
     // From the start frame: the state is rebuilt rather than continued.
     ASSERT_TRUE(run("runup -fsf -mxf 3;"));
@@ -286,9 +246,9 @@ TEST_F(ParticleMoreTest, GlobalsAndControllerAreMadeOnceAndAnswerQueries) {
     EXPECT_FALSE(run("dynGlobals -os 251;"));
     // The most steps a frame: one a tick. Still finite and on the grid.
     ASSERT_TRUE(run("dynGlobals -os 250; particle -n fine -p 0 0 0; currentTime 1;"));
-    const std::uint64_t before = shape("fineShape")->stepCount();
+    const std::uint64_t before = node<TdynParticleShape>("fineShape")->stepCount();
     ASSERT_TRUE(run("currentTime 2;"));
-    EXPECT_EQ(shape("fineShape")->stepCount() - before, 250u);
+    EXPECT_EQ(node<TdynParticleShape>("fineShape")->stepCount() - before, 250u);
     TdynController* c = TdynController::controller(false);
     ASSERT_NE(c, nullptr);
     EXPECT_EQ(session.engine().run("dynControl", {"-q", "-particleLOD"}).asFloat(), 1.0);
@@ -329,7 +289,7 @@ namespace {
 TEST_F(ParticleMoreTest, DerivedArraysFollowTheStateAndTheTransform) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0 -p 2 0 0; particle -e -id 1 -at velocity -vv 0 24 0 p;"
                     "setAttr p.translate 0 0 5;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     auto* vs = TdynParticleShape::sVsData();
     frame(2);
     // Particle 1 moved one unit up in one frame.
@@ -365,7 +325,7 @@ TEST_F(ParticleMoreTest, DerivedArraysFollowTheStateAndTheTransform) {
 
 TEST_F(ParticleMoreTest, AgeAndCountOutsideTheStep) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0 -p 1 0 0;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     auto* vs = TdynParticleShape::sVsData();
     frame(4);
     EXPECT_EQ(num(p, "age", 0),
@@ -389,7 +349,7 @@ TEST_F(ParticleMoreTest, AgeAndCountOutsideTheStep) {
 
 TEST_F(ParticleMoreTest, EditingOneParticleUndoesAndNamesItsShape) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0 -p 1 0 0; particle -e -id 1 -at mass -fv 3 p;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     EXPECT_EQ(num(p, "mass", 1), 3);
     EXPECT_EQ(num(p, "mass0", 1), 3); // at the start the initial state changes too
     ASSERT_TRUE(run("undo;"));
@@ -413,7 +373,7 @@ TEST_F(ParticleMoreTest, PerParticleLifespansDecideInModeThree) {
     ASSERT_TRUE(run(
         "particle -n p -p 0 0 0 -p 1 0 0 -p 2 0 0; addPP -atr lifespanPP p; setAttr pShape.lifespanMode 3;"
         "setParticleAttr -at lifespanPP -fv 0.05 p.pt[0]; setParticleAttr -at lifespanPP -fv 10 p.pt[1];"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     frame(2); // age 1/24 < 0.05
     EXPECT_EQ(p->countNoCompute(), 3u);
     frame(3); // age 2/24 >= 0.05: particle 0 goes, the last survivor takes its place
@@ -436,7 +396,7 @@ namespace {
 TEST_F(ParticleMoreTest, SavedStatesKeepTheirAgesAtTheStart) {
     ASSERT_TRUE(
         run("particle -n p -p 0 0 0; currentTime 5; saveInitialState p; currentTime 6; currentTime 1;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     // Born at frame 1 and saved at frame 5: four frames old at the start.
     const double fourFrames =
         TanimTime(5.0, kCurrentFrameUnit).seconds() - TanimTime(1.0, kCurrentFrameUnit).seconds();
@@ -447,7 +407,7 @@ TEST_F(ParticleMoreTest, DeletedObjectsLeaveTimeAloneAndComeBackWithUndo) {
     ASSERT_TRUE(
         run("particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv 24 0 0 p; currentTime 3;"
             "delete p; currentTime 4; currentUnit -time pal; currentUnit -time film; undo; undo; undo;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     ASSERT_NE(p, nullptr);
     frame(5);
     // The object steps on from where it stood when it was deleted.
@@ -461,7 +421,7 @@ namespace {
 TEST_F(ParticleMoreTest, InitialStateHelpers) {
     ASSERT_TRUE(run("particle -n p; setAttr p.translate 0 10 0; polyPlane -n plane -w 2 -h 2 -sx 1 -sy 1;"
                     "setAttr plane.translate 5 0 0;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     auto* vs = TdynParticleShape::sVsData();
     ASSERT_TRUE(p->addFromDagObject(TdagObject::cast(session.graph().findNode("plane"))));
     ASSERT_EQ(p->initialCount(), 4u);
@@ -496,7 +456,7 @@ TEST_F(ParticleMoreTest, ATimeWarpOnCurrentTimeBendsTheSimulation) {
                     "setKeyframe -t 1 -v (1.0 / 24) -itt linear -ott linear warp.translateX;"
                     "setKeyframe -t 25 -v (13.0 / 24) -itt linear -ott linear warp.translateX;"
                     "connectAttr -f warp.translateX pShape.currentTime;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     for (int f = 2; f <= 25; ++f)
         frame(f);
     // Twelve frames of simulated time at 24 units a second; each step is half a frame.
@@ -505,7 +465,7 @@ TEST_F(ParticleMoreTest, ATimeWarpOnCurrentTimeBendsTheSimulation) {
 
 TEST_F(ParticleMoreTest, MoreBadInputLeavesEverythingAsItWas) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0; createNode transform -n t;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     struct Case {
         const char* script;
         const char* says;

@@ -2,9 +2,9 @@
 // integrator against closed forms, goals, births, deaths and identifiers.
 
 #include "Commands/TdynParticleShape.h"
+#include "DynSceneTest.h"
 #include "Host/Command/ToptionVars.h"
 #include "Host/Graph/TdnTime.h"
-#include "Host/Session/Tsession.h"
 
 #include <gtest/gtest.h>
 
@@ -15,54 +15,20 @@ namespace {
 
 constexpr double kFrame = 1.0 / 24.0;
 
-class ParticleTest : public ::testing::Test {
+class ParticleTest : public DynSceneTest {
 protected:
-    void SetUp() override {
-        session.engine().setErrorStream(&errors);
-        ToptionVars::remove("dynPrefRunUpToCurrentTime");
-        ToptionVars::remove("dynPrefRunupFrom");
-    }
-    void TearDown() override {
-        ToptionVars::remove("dynPrefRunUpToCurrentTime");
-        ToptionVars::remove("dynPrefRunupFrom");
-    }
-    bool run(const std::string& text) { return session.runText(text, "test", false); }
-    TdynParticleShape* shape(const std::string& name) {
-        return TdynParticleShape::cast(session.graph().findNode(name));
-    }
-    void frame(double f) { session.graph().setTime(TanimTime(f, kCurrentFrameUnit), true); }
-    T4dDblVector pos(TdynParticleShape* p, unsigned i) {
-        T4dDblVector v;
-        EXPECT_TRUE(p->getAttribute("position", i, v));
-        return v;
-    }
-    double num(TdynParticleShape* p, const char* attr, unsigned i) {
-        double v = 0;
-        EXPECT_TRUE(p->getAttribute(attr, i, v));
-        return v;
-    }
+    T4dDblVector pos(TdynParticleShape* p, unsigned i) { return vec(p, "position", i); }
     // A constant force, as a field's output would bring it.
     void setInputForce(TdynParticleShape* p, int element, T4dDblVectorArray f) {
-        auto* vs = TdynParticleShape::sVsData();
-        TstandaloneValue v(vs->inputForce);
-        v.handle().set(makeData<TdataVectorArray>(std::move(f)));
-        p->setCachedValue(Tplug(p, vs->inputForce, element), v.handle(), TdgContext::fsNormal);
+        setData<TdataVectorArray>(p, TdynParticleShape::sVsData()->inputForce, std::move(f), element);
     }
-    void setNumber(TdependNode* n, const Tattribute* a, double value, int element = -1) {
-        TstandaloneValue v(a);
-        v.handle().set(value);
-        n->setCachedValue(Tplug(n, const_cast<Tattribute*>(a), element), v.handle(), TdgContext::fsNormal);
-    }
-
-    Tsession session;
-    std::ostringstream errors;
 };
 
 // ---- the node ----
 
 TEST_F(ParticleTest, NodeHasTheDataModelsAttributes) {
     ASSERT_TRUE(run("particle -n p;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     ASSERT_NE(p, nullptr);
     EXPECT_STREQ(p->typeName(), "particle");
     EXPECT_EQ(TdagObject::cast(p)->parentObject()->name(), "p");
@@ -130,22 +96,22 @@ TEST_F(ParticleTest, NodeHasTheDataModelsAttributes) {
 
 TEST_F(ParticleTest, ParticleCommandMakesObjectsFromPointsGridsAndJitter) {
     ASSERT_TRUE(run("particle;"));
-    EXPECT_NE(shape("particleShape1"), nullptr);
+    EXPECT_NE(node<TdynParticleShape>("particleShape1"), nullptr);
     ASSERT_TRUE(run("particle -n g -ll 0 0 0 -ur 1 2 0 -grs 1;"));
-    TdynParticleShape* g = shape("gShape");
+    TdynParticleShape* g = node<TdynParticleShape>("gShape");
     ASSERT_NE(g, nullptr);
     EXPECT_EQ(session.engine().run("particle", {"-q", "-ct", "g"}).asInt(), 6); // 2 x 3 x 1
     EXPECT_EQ(pos(g, 5), (T4dDblVector{1, 2, 0}));
     ASSERT_TRUE(run("particle -n j -jbp 5 5 5 -nj 20 -jr 0.5;"));
-    TdynParticleShape* j = shape("jShape");
+    TdynParticleShape* j = node<TdynParticleShape>("jShape");
     ASSERT_EQ(j->countNoCompute(), 20u);
     for (unsigned i = 0; i < 20; ++i)
         EXPECT_LE((pos(j, i) - T4dDblVector{5, 5, 5}).length(), 0.5);
     // Undo takes the object away, redo brings the same one back.
     ASSERT_TRUE(run("undo;"));
-    EXPECT_EQ(shape("jShape"), nullptr);
+    EXPECT_EQ(node<TdynParticleShape>("jShape"), nullptr);
     ASSERT_TRUE(run("redo;"));
-    EXPECT_EQ(shape("jShape"), j);
+    EXPECT_EQ(node<TdynParticleShape>("jShape"), j);
     // ... under its transform, still following time.
     EXPECT_EQ(TdagObject::cast(j)->parentObject(), TdagObject::cast(session.graph().findNode("j")));
     ASSERT_TRUE(run("setParticleAttr -at velocity -vv 24 0 0 j;"));
@@ -154,14 +120,16 @@ TEST_F(ParticleTest, ParticleCommandMakesObjectsFromPointsGridsAndJitter) {
     EXPECT_EQ(pos(j, 0).x, x + 1);
     // A particle node made by hand follows time too.
     ASSERT_TRUE(run("createNode particle -n loose;"));
-    EXPECT_FALSE(shape("loose")->inputSource(TdynParticleShape::sVsData()->currentTime, -1).isNull());
+    EXPECT_FALSE(node<TdynParticleShape>("loose")
+                     ->inputSource(TdynParticleShape::sVsData()->currentTime, -1)
+                     .isNull());
 }
 
 // ---- the integrator ----
 
 TEST_F(ParticleTest, FreeFlightEndsWhereTheVelocityTakesIt) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv 1 2 0 p;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     for (int f = 2; f <= 25; ++f)
         frame(f);
     // 24 steps of one frame: x is the sum of 24 roundings of 1/24, which lands
@@ -181,7 +149,7 @@ TEST_F(ParticleTest, FreeFlightEndsWhereTheVelocityTakesIt) {
 
 TEST_F(ParticleTest, ConserveScalesVelocityOncePerStep) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0 -c 0.5; particle -e -id 0 -at velocity -vv 1 2 0 p;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     for (int f = 2; f <= 25; ++f)
         frame(f);
     // x = dt * (1/2 + 1/4 + ... + 1/2^24) = dt * (1 - 2^-24); each term is exact,
@@ -223,7 +191,7 @@ TEST_F(ParticleTest, EulerIsSemiImplicitAndHonoursWeightMassAndConserve) {
 TEST_F(ParticleTest, ZeroMassWarnsPerParticlePerStepAndMovesAsMassOne) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0 -p 0 0 0 -p 0 0 0; setParticleAttr -at mass -fv 0 p.pt[1];"
                     "setParticleAttr -at mass -fv 0 p.pt[2];"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     setInputForce(p, 0, {{0, -1, 0}});
     const int before = session.engine().warningCount();
     frame(2);
@@ -237,7 +205,7 @@ TEST_F(ParticleTest, ZeroMassWarnsPerParticlePerStepAndMovesAsMassOne) {
 
 TEST_F(ParticleTest, ShortFieldArraysRepeatTheirLastValue) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0 -p 0 0 0 -p 0 0 0;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     setInputForce(p, 0, {{1, 0, 0}, {0, 2, 0}});
     setInputForce(p, 3, {}); // an empty array adds nothing
     setInputForce(p, 5, {{0, 0, 3}, {0, 0, 3}, {0, 0, 3}, {9, 9, 9}});
@@ -254,7 +222,7 @@ TEST_F(ParticleTest, ShortFieldArraysRepeatTheirLastValue) {
 
 TEST_F(ParticleTest, TimingRulesOfTheEvaluationLoop) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv 1 0 0 p;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     const T4dDblVector g{0, -6, 0};
     setInputForce(p, 0, {g});
     frame(2);
@@ -317,7 +285,7 @@ TEST_F(ParticleTest, RunUpPreferenceReplaysEveryFrameOfAJump) {
     // Back to an earlier frame with the preference on: replayed from the start.
     ToptionVars::setInt("dynPrefRunUpToCurrentTime", 1);
     ASSERT_TRUE(run("particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv 1 0.5 0 p;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     setInputForce(p, 0, {{0.3, -9.8, 0.1}});
     for (int f = 2; f <= 9; ++f)
         frame(f);
@@ -329,7 +297,7 @@ TEST_F(ParticleTest, RunUpPreferenceReplaysEveryFrameOfAJump) {
 
 TEST_F(ParticleTest, OverSamplingTakesSeveralStepsAFrame) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0; dynGlobals -os 2;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     setInputForce(p, 0, {{0, -1, 0}});
     frame(2);
     const std::uint64_t s = p->stepCount();
@@ -350,7 +318,7 @@ TEST_F(ParticleTest, OverSamplingTakesSeveralStepsAFrame) {
 
 TEST_F(ParticleTest, FrozenAndTimedReadsNeverStep) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv 1 0 0 p;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     frame(3);
     const T4dDblVector at3 = pos(p, 0);
     const std::uint64_t steps = p->stepCount();
@@ -375,9 +343,9 @@ TEST_F(ParticleTest, GoalOfWeightOneHoldsEachParticleOnItsGoal) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0 -p 1 0 0 -p 2 0 0;"
                     "particle -n g -p 5 1 0 -p 6 2 0 -p 7 3 0; setAttr gShape.isDynamic 0;"
                     "connectAttr gShape.position pShape.goalGeometry[0];"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     setInputForce(p, 0, {{0, -9.8, 0}});
-    TdynParticleShape* g = shape("gShape");
+    TdynParticleShape* g = node<TdynParticleShape>("gShape");
     for (int f = 2; f <= 4; ++f) {
         frame(f);
         for (unsigned i = 0; i < 3; ++i) {
@@ -397,7 +365,7 @@ TEST_F(ParticleTest, TransformGoalPullsEveryParticleToItsTranslation) {
     ASSERT_TRUE(
         run("particle -n p -p 0 0 0 -p 3 0 0; createNode transform -n target;"
             "setAttr target.translate 2 4 -1; connectAttr target.worldMatrix pShape.goalGeometry[0];"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     frame(2);
     for (unsigned i = 0; i < 2; ++i)
         EXPECT_LT((pos(p, i) - T4dDblVector{2, 4, -1}).length(), 1e-12);
@@ -419,7 +387,7 @@ TEST_F(ParticleTest, CountAndIntervalOfABatch) {
 TEST_F(ParticleTest, ReducedBatchesAreThinnedEvenlyAndUseTheirWholeIdRange) {
     ASSERT_TRUE(run("particle -n p; setAttr pShape.levelOfDetail 0.5; currentTime 2;"
                     "emit -object p -pos 0 0 0 -pos 1 0 0 -pos 2 0 0 -pos 3 0 0 -pos 4 0 0;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     ASSERT_EQ(p->countNoCompute(), 3u);
     EXPECT_EQ(pos(p, 0).x, 0);
     EXPECT_EQ(pos(p, 1).x, 1);
@@ -432,7 +400,7 @@ TEST_F(ParticleTest, ReducedBatchesAreThinnedEvenlyAndUseTheirWholeIdRange) {
     ASSERT_TRUE(run("particle -n q -p 0 0 0 -p 0 0 0 -p 0 0 0 -p 0 0 0 -p 0 0 0 -p 0 0 0 -p 0 0 0 -p 0 0 0;"
                     "setAttr qShape.maxCount 10;"
                     "emit -object q -pos 10 0 0 -pos 11 0 0 -pos 12 0 0 -pos 13 0 0 -pos 14 0 0;"));
-    TdynParticleShape* q = shape("qShape");
+    TdynParticleShape* q = node<TdynParticleShape>("qShape");
     ASSERT_EQ(q->countNoCompute(), 10u);
     EXPECT_EQ(pos(q, 8).x, 10);
     EXPECT_EQ(pos(q, 9).x, 12);
@@ -445,7 +413,7 @@ TEST_F(ParticleTest, ReducedBatchesAreThinnedEvenlyAndUseTheirWholeIdRange) {
 
 TEST_F(ParticleTest, RemovalFillsHolesWithTheLastSurvivors) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0 -p 1 0 0 -p 2 0 0 -p 3 0 0 -p 4 0 0 -p 5 0 0;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     p->removeDeadParticles(Tint32Array{1, 3}, p->normalBlock());
     ASSERT_EQ(p->countNoCompute(), 4u);
     const double expected[] = {0, 5, 2, 4};
@@ -465,7 +433,7 @@ TEST_F(ParticleTest, LifespansAndTheStepOfDeath) {
         run("particle -n p -p 0 0 0 -p 1 0 0; addAttr -ln lifespan -at double pShape;"
             "setAttr pShape.lifespan 0.1; setAttr pShape.lifespanMode 2; setAttr pShape.generalSeed 7;"
             "currentTime 2; currentTime 1;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     frame(2);
     ASSERT_EQ(p->countNoCompute(), 2u);
     EXPECT_EQ(num(p, "finalLifespanPP", 0), 0.1);
@@ -489,7 +457,7 @@ TEST_F(ParticleTest, LifespansAndTheStepOfDeath) {
 TEST_F(ParticleTest, IdentifiersStayUniqueThroughBirthsAndDeaths) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0 -p 0 0 0 -p 0 0 0; addAttr -ln lifespan -at double pShape;"
                     "setAttr pShape.lifespan 0.1; setAttr pShape.lifespanMode 1;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     for (int f = 2; f <= 12; ++f) {
         frame(f);
         ASSERT_TRUE(run("emit -object p -pos 0 0 0 -pos 1 0 0;"));
@@ -515,7 +483,7 @@ TEST_F(ParticleTest, IdentifiersStayUniqueThroughBirthsAndDeaths) {
 
 TEST_F(ParticleTest, BadInputIsRefusedWithAClearMessageAndNoChange) {
     ASSERT_TRUE(run("particle -n p -p 0 0 0 -p 1 0 0;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     struct Case {
         const char* script;
         const char* says;
@@ -552,7 +520,7 @@ TEST_F(ParticleTest, ActionsReadWriteAndSaveState) {
     // A moved state saved as the initial one comes back at the start.
     ASSERT_TRUE(run("setParticleAttr -at velocity -vv 24 0 0 p.pt[0]; currentTime 2; saveInitialState p;"
                     "currentTime 3; currentTime 1;"));
-    TdynParticleShape* p = shape("pShape");
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
     EXPECT_EQ(pos(p, 0), (T4dDblVector{1, 0, 0})); // 24 * (250 / 6000) rounds to 1 exactly
     T4dDblVector v;
     p->getAttribute("velocity", 0, v);
