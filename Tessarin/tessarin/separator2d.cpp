@@ -33,14 +33,11 @@ double Poly2dPoly2dSeparator::edge_distance(const Poly2d* owner, int e, const Po
 double Poly2dPoly2dSeparator::current_distance() const {
     const Poly2d* a = static_cast<const Poly2d*>(shape1);
     const Poly2d* b = static_cast<const Poly2d*>(shape2);
-    // The stored vertex, not a fresh support: the distance stays a smooth
-    // function of the state, which the root search relies on.
-    if (edge_on_first) {
-        const triple& n = a->world_normals[size_t(feature1)];
-        return n.dot(b->world_verts[size_t(feature2)]) - a->world_offsets[size_t(feature1)];
-    }
-    const triple& n = b->world_normals[size_t(feature2)];
-    return n.dot(a->world_verts[size_t(feature1)]) - b->world_offsets[size_t(feature2)];
+    // The other's extreme vertex is found afresh: a stored one that has turned
+    // away from the edge would overstate the gap.
+    int v = 0;
+    if (edge_on_first) return edge_distance(a, feature1, b, v);
+    return edge_distance(b, feature2, a, v);
 }
 
 double Poly2dPoly2dSeparator::evaluate_distance() {
@@ -90,19 +87,64 @@ bool Poly2dPoly2dSeparator::fit(bool& clear, double& distance) {
     return true;
 }
 
+void Poly2dPoly2dSeparator::walk() {
+    const Poly2d* a = static_cast<const Poly2d*>(shape1);
+    const Poly2d* b = static_cast<const Poly2d*>(shape2);
+    walk_tests = 0;
+    {
+        // The stored edge keeps its place; its vertex is the other's extreme one now.
+        int v = 0;
+        if (edge_on_first)
+            edge_distance(a, feature1, b, v), feature2 = v;
+        else
+            edge_distance(b, feature2, a, v), feature1 = v;
+    }
+    double cur = current_distance();
+    for (int guard = 0; guard < 64; ++guard) {
+        const Poly2d* owner = edge_on_first ? a : b;
+        const Poly2d* other = edge_on_first ? b : a;
+        const int e = edge_on_first ? feature1 : feature2;
+        const int vert = edge_on_first ? feature2 : feature1;
+        const int n = owner->size(), m = other->size();
+        // A step must gain more than rounding, so the walk cannot circle.
+        double best = cur + 1e-12 * (1 + std::fabs(cur));
+        bool moved = false, best_first = edge_on_first;
+        int best_edge = e, best_vert = vert;
+        auto consider = [&](bool first_owns, int edge) {
+            const Poly2d* o = first_owns ? a : b;
+            const Poly2d* t = first_owns ? b : a;
+            int v = 0;
+            ++walk_tests;
+            const double d = edge_distance(o, edge, t, v);
+            if (d > best) {
+                best = d;
+                moved = true;
+                best_first = first_owns;
+                best_edge = edge;
+                best_vert = v;
+            }
+        };
+        consider(edge_on_first, (e + 1) % n);
+        consider(edge_on_first, (e + n - 1) % n);
+        consider(!edge_on_first, vert);
+        consider(!edge_on_first, (vert + m - 1) % m);
+        if (!moved) return;
+        edge_on_first = best_first;
+        feature1 = best_first ? best_edge : best_vert;
+        feature2 = best_first ? best_vert : best_edge;
+        cur = best;
+    }
+}
+
+// The stored witness walked to its best neighbour; true only when it shows the
+// pair clear, which is constant work for a pair that turns a little.
 bool Poly2dPoly2dSeparator::refit(bool& clear, double& distance) {
     if (!valid) return false;
     shape1->refresh();
     shape2->refresh();
-    const Poly2d* a = static_cast<const Poly2d*>(shape1);
-    const Poly2d* b = static_cast<const Poly2d*>(shape2);
-    // The stored edge with a fresh extreme vertex: still clear, the witness holds.
-    const Poly2d* owner = edge_on_first ? a : b;
-    const Poly2d* other = edge_on_first ? b : a;
-    int v = 0;
-    const double d = edge_distance(owner, edge_on_first ? feature1 : feature2, other, v);
+    walk();
+    const double d = current_distance();
     if (d <= tolerance) return false;
-    (edge_on_first ? feature2 : feature1) = v;
     clear = true;
     distance = d;
     return true;

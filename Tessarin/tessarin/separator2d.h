@@ -21,8 +21,12 @@ public:
     bool refit(bool& clear, double& distance) override;
     // Separation along edge e of the owner against the other's extreme vertex.
     static double edge_distance(const Poly2d* owner, int e, const Poly2d* other, int& vertex);
-
-private:
+    // From the stored witness to a neighbouring one (the owner's next edges, the
+    // edges at the other's vertex) while the separation grows.
+    void walk() override;
+    // Witnesses the last walk looked at.
+    int walk_tests = 0;
+    // The stored edge against the other's extreme vertex, at the current world data.
     double current_distance() const;
 };
 
