@@ -154,13 +154,37 @@ void Poly2dPoly2dSeparator::make_contact() {
     const Poly2d* a = static_cast<const Poly2d*>(shape1);
     const Poly2d* b = static_cast<const Poly2d*>(shape2);
     if (!valid || !a->ok || !b->ok) return;
-    const Poly2d* owner = edge_on_first ? a : b;
-    const Poly2d* other = edge_on_first ? b : a;
-    const RigidBody* other_body = static_cast<const RigidBody*>(edge_on_first ? body2 : body1);
-    const int e = edge_on_first ? feature1 : feature2;
+    const double T = tolerance;
+    bool first = edge_on_first;
+    int e = edge_on_first ? feature1 : feature2;
+    {
+        // Two facing edges measure alike; the longer one is the reference, so
+        // the contact points are the shorter edge's corners and move with their
+        // body. Points clipped out of a long edge by a short one would stay
+        // behind on the long edge's body, and a sliding pair would shed its
+        // contacts, and their force estimates, every few band widths.
+        const Poly2d* o = first ? a : b;
+        const Poly2d* t = first ? b : a;
+        const triple& eo0 = o->world_verts[size_t(e)];
+        const double len = (o->world_verts[size_t((e + 1) % o->size())] - eo0).length();
+        int v = 0;
+        const double d = edge_distance(o, e, t, v);
+        for (int f = 0; f < t->size(); ++f) {
+            if (t->world_normals[size_t(f)].dot(o->world_normals[size_t(e)]) > -0.999) continue;
+            const double lf = (t->world_verts[size_t((f + 1) % t->size())] - t->world_verts[size_t(f)]).length();
+            int w = 0;
+            if (lf > len * (1 + 1e-9) && edge_distance(t, f, o, w) >= d - 0.1 * T) {
+                first = !first;
+                e = f;
+                break;
+            }
+        }
+    }
+    const Poly2d* owner = first ? a : b;
+    const Poly2d* other = first ? b : a;
+    const RigidBody* other_body = static_cast<const RigidBody*>(first ? body2 : body1);
     const triple nf = owner->world_normals[size_t(e)];
     const double off = owner->world_offsets[size_t(e)];
-    const double T = tolerance;
 
     // The other polygon's most opposed edge, clipped to the reference edge's span.
     int inc = 0;
@@ -199,11 +223,11 @@ void Poly2dPoly2dSeparator::make_contact() {
         if (n_taken == 1 && (taken[0] - c).length() < T) continue;
         taken[n_taken++] = c;
         const triple proj = c - nf * depth;
-        const triple n = edge_on_first ? -nf : nf;
-        const triple p1 = edge_on_first ? proj : c, p2 = edge_on_first ? c : proj;
+        const triple n = first ? -nf : nf;
+        const triple p1 = first ? proj : c, p2 = first ? c : proj;
         Contact* found = find_same(p1, p2, n);
         auto* k = found ? static_cast<Poly2dPoly2dContact*>(found) : new Poly2dPoly2dContact(system, body1, body2);
-        k->edge_on_body1 = edge_on_first;
+        k->edge_on_body1 = first;
         k->edge_normal_local = owner->normals[size_t(e)];
         k->edge_offset_local = owner->offsets[size_t(e)];
         k->local_point = other_body->to_local_point(c);
