@@ -24,6 +24,46 @@ inline double dot(const double* a, const double* b, int n) {
     return (s0 + s1) + (s2 + s3);
 }
 
+// Rows of the factor times a vector that is mostly zero: the columns and rows
+// of the basis come from contacts, which touch few others, so gathering the
+// nonzero entries reads a fraction of each row of Q. Below this share of
+// nonzeros the gather beats the streaming product.
+constexpr int sparse_share = 4;
+
+// Writes the positions of v's nonzero entries to nz; returns their count, or
+// -1 as soon as there are too many for the gather to pay.
+int nonzeros(const double* v, int n, int* nz) {
+    const int most = n / sparse_share;
+    int m = 0;
+    for (int j = 0; j < n; ++j)
+        if (v[j] != 0) {
+            if (m == most) return -1;
+            nz[m++] = j;
+        }
+    return m;
+}
+
+// out[i] = row i of the k rows at base (stride cap) times v, for i < k.
+void times_rows(const double* base, std::size_t cap, int k, const double* v, double* out, int* nz) {
+    const int m = nonzeros(v, k, nz);
+    if (m < 0) {
+        for (int i = 0; i < k; ++i)
+            out[i] = dot(base + std::size_t(i) * cap, v, k);
+        return;
+    }
+    for (int i = 0; i < k; ++i) {
+        const double* qi = base + std::size_t(i) * cap;
+        double s0 = 0, s1 = 0;
+        int p = 0;
+        for (; p + 2 <= m; p += 2) {
+            s0 += qi[nz[p]] * v[nz[p]];
+            s1 += qi[nz[p + 1]] * v[nz[p + 1]];
+        }
+        if (p < m) s0 += qi[nz[p]] * v[nz[p]];
+        out[i] = s0 + s1;
+    }
+}
+
 } // namespace
 
 void BasisFactors::grow(int n) {
@@ -38,6 +78,7 @@ void BasisFactors::grow(int n) {
     r_.swap(r2);
     cap_ = cap;
     t_.resize(size_t(cap));
+    nz_.resize(size_t(cap));
 }
 
 void BasisFactors::reserve(int n) {
@@ -91,8 +132,10 @@ double BasisFactors::add(const double* col, const double* row, double d) {
     const int k = k_;
     grow(k + 1);
     // The new column of R is Q col; the new row of B goes in below as a spike.
+    double* t = t_.data();
+    times_rows(q_.data(), std::size_t(cap_), k, col, t, nz_.data());
     for (int i = 0; i < k; ++i)
-        r(i)[k] = dot(q(i), col, k);
+        r(i)[k] = t[i];
     double* rk = r(k);
     std::copy(row, row + k, rk);
     rk[k] = d;
@@ -149,8 +192,7 @@ void BasisFactors::remove(int p) {
 int BasisFactors::solve(const double* rhs, double* x, const double* prev) const {
     const int k = k_;
     double* t = t_.data();
-    for (int i = 0; i < k; ++i)
-        t[i] = dot(q(i), rhs, k);
+    times_rows(q_.data(), std::size_t(cap_), k, rhs, t, nz_.data());
     int count = 0;
     for (int i = k - 1; i >= 0; --i) {
         const double* ri = r(i);

@@ -55,6 +55,7 @@ private:
     int k_ = 0, cap_ = 0;
     std::vector<double> q_, r_;
     mutable std::vector<double> t_;
+    mutable std::vector<int> nz_;
 };
 
 } // namespace tessarin
