@@ -208,7 +208,16 @@ double BodySystem::step_forward(double dt) {
             if (t > time && t < time + dt) dt = t - time;
         }
     // 3
-    if (dirty) rebuild();
+    if (dirty) {
+        // A plane body in a 3D system would get contact rows out of its plane
+        // that nothing can push against: refuse before anything moves.
+        for (Body* b : bodies)
+            if (dimension == 3 && b->velocity_dof() == 3) {
+                user_error("BodySystem::step_forward: plane body %s in a 3D system", b->display_name());
+                return 0;
+            }
+        rebuild();
+    }
     // 4
     ++step_count;
     build_active_list();

@@ -173,6 +173,16 @@ TEST(Poly2dGeometry, BadPolygonsAndBodiesAreReported) {
     cube.set(&b2);
     EXPECT_EQ(cube.body, nullptr);
     EXPECT_TRUE(report_capture::has(rc.user, "<user error> Poly3d::body_ok: must be attached to Rigidbody"));
+    // A plane body in a 3D system is refused before anything moves.
+    {
+        World2d w;
+        w.sys.dimension = 3;
+        RigidBody2d* b = w.box(0, 1, 1, 1, false, 0, 0);
+        b->name = "tile";
+        EXPECT_EQ(w.sys.step_forward(0.03), 0);
+        EXPECT_TRUE(report_capture::has(rc.user, "<user error> BodySystem::step_forward: plane body tile in a 3D system"));
+        EXPECT_EQ(b->x.y, 1);
+    }
     sq.moment2();
     EXPECT_TRUE(report_capture::has(rc.internal, "<internal error> Poly2d::moment2: 3 x 3 moment for flat shape?"));
     EXPECT_EQ(cube.moment2_scalar(), 0);
