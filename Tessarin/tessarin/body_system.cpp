@@ -266,7 +266,8 @@ double BodySystem::error_measure(const mvector& err) const {
             double r = 1;
             if (auto* rb = dynamic_cast<const RigidBody*>(b))
                 r = std::max(0.5 * (rb->local_box.hi - rb->local_box.lo).length(), 1e-3);
-            e = std::max({e, std::fabs(s[0]) / allowed, std::fabs(s[1]) / allowed, r * std::fabs(s[2]) / allowed});
+            e = std::max(
+                {e, std::fabs(s[0]) / allowed, std::fabs(s[1]) / allowed, r * std::fabs(s[2]) / allowed});
             continue;
         }
         for (int i = 0; i < 3; ++i)

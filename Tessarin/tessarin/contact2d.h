@@ -21,8 +21,8 @@ public:
 class PointPoly2dContact : public Contact {
 public:
     enum Feature { EDGE, VERTEX };
-    PointPoly2dContact(BodySystem* sys, Body* b1, Body* b2, const triple& local_point, const class Poly2d* poly,
-                       Feature f, int index);
+    PointPoly2dContact(BodySystem* sys, Body* b1, Body* b2, const triple& local_point,
+                       const class Poly2d* poly, Feature f, int index);
     triple local_point;
     const class Poly2d* poly;
     Feature feature;

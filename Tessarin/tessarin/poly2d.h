@@ -15,12 +15,12 @@ public:
     explicit Poly2d(const std::vector<triple>& points);
     static Poly2d* box(double lox, double loy, double hix, double hiy);
 
-    std::vector<triple> verts;          // shape coordinates, z = 0
-    std::vector<triple> normals;        // per edge, shape coordinates
-    std::vector<double> offsets;        // normal . p on the edge
-    std::vector<triple> world_verts;    // after refresh
-    std::vector<triple> world_normals;  // after refresh
-    std::vector<double> world_offsets;  // after refresh
+    std::vector<triple> verts;         // shape coordinates, z = 0
+    std::vector<triple> normals;       // per edge, shape coordinates
+    std::vector<double> offsets;       // normal . p on the edge
+    std::vector<triple> world_verts;   // after refresh
+    std::vector<triple> world_normals; // after refresh
+    std::vector<double> world_offsets; // after refresh
     bool ok = false;
 
     int size() const { return int(verts.size()); }

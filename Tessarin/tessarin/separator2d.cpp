@@ -171,7 +171,8 @@ void Poly2dPoly2dSeparator::make_contact() {
         const double d = edge_distance(o, e, t, v);
         for (int f = 0; f < t->size(); ++f) {
             if (t->world_normals[size_t(f)].dot(o->world_normals[size_t(e)]) > -0.999) continue;
-            const double lf = (t->world_verts[size_t((f + 1) % t->size())] - t->world_verts[size_t(f)]).length();
+            const double lf =
+                (t->world_verts[size_t((f + 1) % t->size())] - t->world_verts[size_t(f)]).length();
             int w = 0;
             if (lf > len * (1 + 1e-9) && edge_distance(t, f, o, w) >= d - 0.1 * T) {
                 first = !first;
@@ -226,7 +227,8 @@ void Poly2dPoly2dSeparator::make_contact() {
         const triple n = first ? -nf : nf;
         const triple p1 = first ? proj : c, p2 = first ? c : proj;
         Contact* found = find_same(p1, p2, n);
-        auto* k = found ? static_cast<Poly2dPoly2dContact*>(found) : new Poly2dPoly2dContact(system, body1, body2);
+        auto* k =
+            found ? static_cast<Poly2dPoly2dContact*>(found) : new Poly2dPoly2dContact(system, body1, body2);
         k->edge_on_body1 = first;
         k->edge_normal_local = owner->normals[size_t(e)];
         k->edge_offset_local = owner->offsets[size_t(e)];
@@ -293,7 +295,8 @@ double PointPoly2dSeparator::evaluate_distance() {
     shape2->refresh();
     bool v;
     int i;
-    return closest(static_cast<const Poly2d*>(shape2), static_cast<const CorPoint*>(shape1)->world_point, v, i);
+    return closest(static_cast<const Poly2d*>(shape2), static_cast<const CorPoint*>(shape1)->world_point, v,
+                   i);
 }
 
 bool PointPoly2dSeparator::fit(bool& clear, double& distance) {

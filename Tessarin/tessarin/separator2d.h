@@ -12,7 +12,7 @@ class Poly2d;
 class Poly2dPoly2dSeparator : public Separator {
 public:
     using Separator::Separator;
-    bool edge_on_first = false; // the witness edge belongs to shape1
+    bool edge_on_first = false;     // the witness edge belongs to shape1
     int feature1 = 0, feature2 = 0; // edge and vertex, by edge_on_first
     Separator* clone() const override;
     double evaluate_distance() override;

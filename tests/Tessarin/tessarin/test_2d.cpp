@@ -52,7 +52,8 @@ struct World2d {
         bodies.push_back(std::move(b));
         return bodies.back().get();
     }
-    RigidBody2d* box(double cx, double cy, double w, double h, bool prescribed, double friction, double bounce) {
+    RigidBody2d* box(double cx, double cy, double w, double h, bool prescribed, double friction,
+                     double bounce) {
         return add(Poly2d::box(-w / 2, -h / 2, w / 2, h / 2), cx, cy, 0, prescribed, friction, bounce);
     }
     // Steps at most 0.03 s at a time up to t; false if the system stalls.
@@ -76,7 +77,8 @@ std::vector<triple> random_polygon(unsigned& seed, double radius) {
     std::sort(angles.begin(), angles.end());
     std::vector<triple> p;
     for (size_t i = 0; i < angles.size(); ++i)
-        if (i == 0 || angles[i] - angles[i - 1] > 0.05) p.push_back({radius * std::cos(angles[i]), radius * std::sin(angles[i]), 0});
+        if (i == 0 || angles[i] - angles[i - 1] > 0.05)
+            p.push_back({radius * std::cos(angles[i]), radius * std::sin(angles[i]), 0});
     if (p.size() < 3) p = {{radius, 0, 0}, {-radius / 2, radius, 0}, {-radius / 2, -radius, 0}};
     return p;
 }
@@ -168,7 +170,8 @@ TEST(Poly2dGeometry, BadPolygonsAndBodiesAreReported) {
     Poly2d sq({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}});
     sq.set(&b3);
     EXPECT_EQ(sq.body, nullptr);
-    EXPECT_TRUE(report_capture::has(rc.user, "<user error> Poly2d::body_ok: must be attached to RigidBody2d"));
+    EXPECT_TRUE(
+        report_capture::has(rc.user, "<user error> Poly2d::body_ok: must be attached to RigidBody2d"));
     Poly3d cube(Polyhedron::box({0, 0, 0}, {1, 1, 1}));
     cube.set(&b2);
     EXPECT_EQ(cube.body, nullptr);
@@ -180,16 +183,20 @@ TEST(Poly2dGeometry, BadPolygonsAndBodiesAreReported) {
         RigidBody2d* b = w.box(0, 1, 1, 1, false, 0, 0);
         b->name = "tile";
         EXPECT_EQ(w.sys.step_forward(0.03), 0);
-        EXPECT_TRUE(report_capture::has(rc.user, "<user error> BodySystem::step_forward: plane body tile in a 3D system"));
+        EXPECT_TRUE(report_capture::has(
+            rc.user, "<user error> BodySystem::step_forward: plane body tile in a 3D system"));
         EXPECT_EQ(b->x.y, 1);
     }
     sq.moment2();
-    EXPECT_TRUE(report_capture::has(rc.internal, "<internal error> Poly2d::moment2: 3 x 3 moment for flat shape?"));
+    EXPECT_TRUE(
+        report_capture::has(rc.internal, "<internal error> Poly2d::moment2: 3 x 3 moment for flat shape?"));
     EXPECT_EQ(cube.moment2_scalar(), 0);
-    EXPECT_TRUE(report_capture::has(rc.internal, "<internal error> Poly3d::moment2: scalar moment for nonflat shape?"));
+    EXPECT_TRUE(report_capture::has(rc.internal,
+                                    "<internal error> Poly3d::moment2: scalar moment for nonflat shape?"));
     CSphere ball({0, 0, 0}, 1);
     EXPECT_EQ(ball.moment2_scalar(), 0);
-    EXPECT_TRUE(report_capture::has(rc.internal, "<internal error> CSphere::moment2: scalar moment for nonflat shape?"));
+    EXPECT_TRUE(report_capture::has(rc.internal,
+                                    "<internal error> CSphere::moment2: scalar moment for nonflat shape?"));
 }
 
 // Over random pairs the separator's distance is the best separation along the
@@ -256,7 +263,8 @@ TEST(Poly2dSeparators, AgreeWithBruteForceAxisSearch) {
     report_capture rc;
     s.evaluate_distance();
     EXPECT_TRUE(report_capture::has(
-        rc.internal, "<internal error> Poly2dPoly2dSeparator:: evaluate_distance, but previously_defined == false"));
+        rc.internal,
+        "<internal error> Poly2dPoly2dSeparator:: evaluate_distance, but previously_defined == false"));
 }
 
 // The walk behind refit: from the top edge of the right square (separation -1)
