@@ -3,8 +3,7 @@
 
 #include "Commands/TdynParticleCache.h"
 #include "Commands/TdynParticleShape.h"
-#include "Host/Command/TworkspaceRoot.h"
-#include "Host/Session/Tsession.h"
+#include "DynSceneTest.h"
 
 #include <gtest/gtest.h>
 
@@ -16,44 +15,30 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class CachePlayback : public ::testing::Test {
+class CachePlayback : public DynWorkspaceTest {
 protected:
+    CachePlayback() : DynWorkspaceTest("motilane-playback-") {}
     void SetUp() override {
-        root = fs::temp_directory_path() / ("motilane-playback-" + std::to_string(::getpid()) + "-" +
-                                            ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::create_directories(root);
-        TworkspaceRoot::set(root.string());
-        session.engine().setErrorStream(&errors);
+        DynWorkspaceTest::SetUp();
         // One particle at one unit a frame along x.
         ASSERT_TRUE(run("particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv 24 0 0 p;"));
-        shape = TdynParticleShape::cast(session.graph().findNode("pShape"));
+        shape = node<TdynParticleShape>("pShape");
         ASSERT_NE(shape, nullptr);
     }
     void TearDown() override {
         TdynParticleCaches::forget(shape);
-        TworkspaceRoot::reset();
-        std::error_code ec;
-        fs::remove_all(root, ec);
+        DynWorkspaceTest::TearDown();
     }
-    bool run(const std::string& text) { return session.runText(text, "test", false); }
-    void go(double f) { session.graph().setTime(TanimTime(f, kCurrentFrameUnit), true); }
-    std::vector<double> xs() {
+    // One coordinate of every particle's position.
+    std::vector<double> coordinate(int k) {
         std::vector<double> out;
         if (T4dDblVectorArray* p = shape->vectorArrayValue(TdynParticleShape::sVsData()->position))
             for (const T4dDblVector& v : *p)
-                out.push_back(v.x);
+                out.push_back(v[k]);
         return out;
     }
-    std::vector<double> ys() {
-        std::vector<double> out;
-        if (T4dDblVectorArray* p = shape->vectorArrayValue(TdynParticleShape::sVsData()->position))
-            for (const T4dDblVector& v : *p)
-                out.push_back(v.y);
-        return out;
-    }
-    fs::path root;
-    Tsession session;
-    std::ostringstream errors;
+    std::vector<double> xs() { return coordinate(0); }
+    std::vector<double> ys() { return coordinate(1); }
     TdynParticleShape* shape = nullptr;
 };
 
@@ -61,7 +46,7 @@ TEST_F(CachePlayback, ScrubbingBackServesCachedFramesWithoutStepping) {
     ASSERT_TRUE(run("dynCache -enable on -width 10 p;"));
     std::vector<std::vector<double>> steps;
     for (int f = 1; f <= 6; ++f) {
-        go(f);
+        frame(f);
         if (f == 4) {
             ASSERT_TRUE(run("emit -object p -pos 10 0 0 -at velocity -vv 24 0 0;"));
         }
@@ -70,13 +55,13 @@ TEST_F(CachePlayback, ScrubbingBackServesCachedFramesWithoutStepping) {
     ASSERT_EQ(steps[5].size(), 2u);
     const std::uint64_t taken = shape->stepCount();
     for (int f : {3, 1, 5, 2}) {
-        go(f);
+        frame(f);
         EXPECT_EQ(xs(), steps[static_cast<std::size_t>(f - 1)]) << "frame " << f;
     }
     EXPECT_EQ(shape->stepCount(), taken); // no step was taken to show them
     // Between frames 4 and 5 the state is the blend of the two through the ids:
     // particle 0 half way, the one emitted at 4 from its frame-4 place.
-    go(4.5);
+    frame(4.5);
     const std::vector<double> mid = xs();
     ASSERT_EQ(mid.size(), steps[4].size());
     EXPECT_NEAR(mid[0], (steps[3][0] + steps[4][0]) / 2, 1e-12);
@@ -85,7 +70,7 @@ TEST_F(CachePlayback, ScrubbingBackServesCachedFramesWithoutStepping) {
     EXPECT_EQ(mid[1], steps[4][1]);
     EXPECT_EQ(shape->stepCount(), taken);
     // Past the cached frames the simulation goes on from the latest one.
-    go(7);
+    frame(7);
     EXPECT_EQ(shape->stepCount(), taken + 1);
     EXPECT_NEAR(xs()[0], steps[5][0] + 1, 1e-12);
 }
@@ -94,17 +79,17 @@ TEST_F(CachePlayback, TheParticleCommandStartsAndDeletesTheCache) {
     ASSERT_TRUE(run("particle -e -cache on p; particle -e -deleteCache p;"));
     TdynParticleCache& memory = TdynParticleCaches::of(*shape).memoryCache();
     for (int f = 1; f <= 3; ++f)
-        go(f);
+        frame(f);
     EXPECT_TRUE(memory.isEnabled());
     EXPECT_EQ(memory.length(), 3u);
     ASSERT_TRUE(run("particle -e -deleteCache p;"));
     EXPECT_EQ(memory.length(), 0u);
     // Back to frame 2 with nothing cached: the object is evaluated anew, and that goes into the cache.
-    go(2);
+    frame(2);
     EXPECT_EQ(memory.length(), 1u);
     // Turned off, caching stops and what was kept is forgotten.
     ASSERT_TRUE(run("particle -e -cache off p;"));
-    go(3);
+    frame(3);
     EXPECT_FALSE(memory.isEnabled());
     EXPECT_EQ(memory.length(), 0u);
 }
@@ -116,9 +101,9 @@ TEST_F(CachePlayback, FilesFromAnEarlierExportAreWhatTheObjectShows) {
                     "setAttr dynGlobals1.useParticleDiskCache 1;"
                     "setAttr -type \"string\" dynGlobals1.cacheDirectory \"disk\";"));
     const std::uint64_t taken = shape->stepCount();
-    go(3);
+    frame(3);
     EXPECT_EQ(xs(), std::vector<double>{2.0});
-    go(2.2); // 550 ticks: a fifth of the way from frame 2 to frame 3
+    frame(2.2); // 550 ticks: a fifth of the way from frame 2 to frame 3
     ASSERT_EQ(xs().size(), 1u);
     EXPECT_NEAR(xs()[0], 1.2, 1e-12);
     EXPECT_EQ(shape->stepCount(), taken);
@@ -128,13 +113,13 @@ TEST_F(CachePlayback, ARunupWithStateIsWhereALaterReturnLands) {
     // One unit a frame: the run-up ends at x = 9 on frame 10.
     ASSERT_TRUE(run("runup -mxf 10 -state;"));
     ASSERT_EQ(xs(), std::vector<double>{9.0});
-    go(12);
+    frame(12);
     ASSERT_EQ(xs(), std::vector<double>{11.0});
     // Back to frame 10 with no run-up preference: only the kept state can bring it there.
-    go(10);
+    frame(10);
     EXPECT_EQ(xs(), std::vector<double>{9.0});
     // A run-up from the start to a time the scene holds replays nothing before it.
-    go(12);
+    frame(12);
     const std::uint64_t before = shape->stepCount();
     ASSERT_TRUE(run("runup -mxf 10 -fsf;"));
     EXPECT_EQ(xs(), std::vector<double>{9.0});
@@ -143,10 +128,10 @@ TEST_F(CachePlayback, ARunupWithStateIsWhereALaterReturnLands) {
 
 TEST_F(CachePlayback, AnEditForgetsTheKeptStateAndWarnsOfAStaleMemoryCache) {
     ASSERT_TRUE(run("runup -mxf 10 -state;"));
-    go(12);
+    frame(12);
     ASSERT_TRUE(run("setAttr pShape.conserve 0.5;"));
     // The kept state no longer matches the object: a return without a run-up keeps the present state.
-    go(10);
+    frame(10);
     EXPECT_EQ(xs(), std::vector<double>{11.0});
     EXPECT_EQ(errors.str().find("memory cache"), std::string::npos);
     ASSERT_TRUE(run("dynCache -enable on -width 10 p; setAttr pShape.conserve 1;"));
@@ -157,23 +142,24 @@ TEST_F(CachePlayback, TheKeptStateSetsTheHitCounterFromTheKeptCounts) {
     ASSERT_TRUE(run("addAttr -ln eventCountCache -dt doubleArray pShape;"
                     "setAttr pShape.eventCountCache -type doubleArray 2 1 2;"
                     "runup -mxf 5 -state;"));
-    go(8);
-    go(5);
+    frame(8);
+    frame(5);
     EXPECT_EQ(xs(), std::vector<double>{4.0});
     EXPECT_EQ(shape->normalBlock().outputValue(TdynParticleShape::sVsData()->totalEventCount).asInt(), 3);
 }
 
 TEST_F(CachePlayback, OverSampledStepsAreServedToo) {
     // Under gravity the half-frame state is not the blend of its two frames, so only the cached step matches.
-    ASSERT_TRUE(run("gravity -n g; connectDynamic -f g p; dynGlobals -os 2; dynCache -enable on -width 20 p;"));
+    ASSERT_TRUE(
+        run("gravity -n g; connectDynamic -f g p; dynGlobals -os 2; dynCache -enable on -width 20 p;"));
     std::vector<std::pair<double, std::vector<double>>> steps;
     for (double f = 1; f <= 5; f += 0.5) {
-        go(f);
+        frame(f);
         steps.push_back({f, ys()});
     }
     const std::uint64_t taken = shape->stepCount();
     for (const auto& [f, y] : {steps[5], steps[2], steps[8]}) {
-        go(f);
+        frame(f);
         EXPECT_EQ(ys(), y) << "frame " << f;
     }
     EXPECT_EQ(shape->stepCount(), taken);

@@ -4,8 +4,7 @@
 
 #include "Commands/TdynParticleCache.h"
 #include "Commands/TdynParticleShape.h"
-#include "Host/Command/TworkspaceRoot.h"
-#include "Host/Session/Tsession.h"
+#include "DynSceneTest.h"
 
 #include <gtest/gtest.h>
 
@@ -17,13 +16,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-TanimTime frame(double f) {
+TanimTime frameTime(double f) {
     return TanimTime(f, kCurrentFrameUnit);
 }
 
 std::unique_ptr<TdynAttributeCache> entry(double f, std::vector<double> ids, std::vector<T4dDblVector> pos,
                                           std::vector<double> mass = {}) {
-    auto e = std::make_unique<TdynAttributeCache>(frame(f));
+    auto e = std::make_unique<TdynAttributeCache>(frameTime(f));
     TdoubleArray id;
     for (double d : ids)
         id.addLast(d);
@@ -43,16 +42,17 @@ std::unique_ptr<TdynAttributeCache> entry(double f, std::vector<double> ids, std
 
 TEST(ParticleCache, RangeAnswersForDisabledEmptyAndOneEntry) {
     TdynParticleCache c(nullptr, 3, false);
-    EXPECT_EQ(c.timeWithinCacheRange(frame(1)), TdynParticleCache::kDisabled);
-    EXPECT_EQ(c.getAttributeCache(frame(1), true), nullptr);
+    EXPECT_EQ(c.timeWithinCacheRange(frameTime(1)), TdynParticleCache::kDisabled);
+    EXPECT_EQ(c.getAttributeCache(frameTime(1), true), nullptr);
     EXPECT_FALSE(c.storeCache(entry(1, {0}, {{0, 0, 0}})));
     c.setEnabled(true);
-    EXPECT_EQ(c.timeWithinCacheRange(frame(1)), TdynParticleCache::kEmpty);
+    EXPECT_EQ(c.timeWithinCacheRange(frameTime(1)), TdynParticleCache::kEmpty);
     ASSERT_TRUE(c.storeCache(entry(5, {0}, {{1, 0, 0}})));
-    EXPECT_EQ(c.timeWithinCacheRange(frame(5)), TdynParticleCache::kWithin);
-    EXPECT_EQ(c.timeWithinCacheRange(frame(6)), TdynParticleCache::kLater);
-    EXPECT_EQ(c.timeWithinCacheRange(frame(4)), TdynParticleCache::kEarlier);
-    EXPECT_EQ(c.timeWithinCacheRange(TanimTime::fromTicks(frame(5).ticks() + 1)), TdynParticleCache::kLater);
+    EXPECT_EQ(c.timeWithinCacheRange(frameTime(5)), TdynParticleCache::kWithin);
+    EXPECT_EQ(c.timeWithinCacheRange(frameTime(6)), TdynParticleCache::kLater);
+    EXPECT_EQ(c.timeWithinCacheRange(frameTime(4)), TdynParticleCache::kEarlier);
+    EXPECT_EQ(c.timeWithinCacheRange(TanimTime::fromTicks(frameTime(5).ticks() + 1)),
+              TdynParticleCache::kLater);
 }
 
 TEST(ParticleCache, AFullListReusesItsEarliestEntryAndStaysSortedLatestFirst) {
@@ -60,28 +60,28 @@ TEST(ParticleCache, AFullListReusesItsEarliestEntryAndStaysSortedLatestFirst) {
     for (int f = 1; f <= 3; ++f)
         ASSERT_TRUE(c.storeCache(entry(f, {0}, {{double(f), 0, 0}})));
     const TdynAttributeCache* oldest = c.cache(2);
-    ASSERT_EQ(oldest->time(), frame(1));
+    ASSERT_EQ(oldest->time(), frameTime(1));
     ASSERT_TRUE(c.storeCache(entry(4, {0}, {{4, 0, 0}})));
     ASSERT_EQ(c.length(), 3u);
     EXPECT_EQ(c.cache(0), oldest); // the same entry, now holding the newest time
-    EXPECT_EQ(c.cache(0)->time(), frame(4));
+    EXPECT_EQ(c.cache(0)->time(), frameTime(4));
     EXPECT_EQ((*c.attribute(0, "position")->vectors())[0].x, 4.0);
     TanimTime t;
     ASSERT_TRUE(c.getCacheTime(1, t));
-    EXPECT_EQ(t, frame(3));
+    EXPECT_EQ(t, frameTime(3));
     ASSERT_TRUE(c.getCacheTime(2, t));
-    EXPECT_EQ(t, frame(2));
+    EXPECT_EQ(t, frameTime(2));
     // Storing at a stored time replaces that entry in place; an earlier time
     // than all, when full, pushes out the earliest.
     ASSERT_TRUE(c.storeCache(entry(3, {0}, {{33, 0, 0}})));
     EXPECT_EQ(c.length(), 3u);
     EXPECT_EQ((*c.attribute(1, "position")->vectors())[0].x, 33.0);
     ASSERT_TRUE(c.storeCache(entry(0, {0}, {{0, 0, 0}})));
-    EXPECT_EQ(c.cache(2)->time(), frame(0));
-    EXPECT_EQ(c.cache(1)->time(), frame(3));
+    EXPECT_EQ(c.cache(2)->time(), frameTime(0));
+    EXPECT_EQ(c.cache(1)->time(), frameTime(3));
     c.setCacheWidth(1);
     EXPECT_EQ(c.length(), 1u);
-    EXPECT_EQ(c.cache(0)->time(), frame(4));
+    EXPECT_EQ(c.cache(0)->time(), frameTime(4));
 }
 
 TEST(ParticleCache, LookupsExactClosestUpAndDown) {
@@ -89,28 +89,28 @@ TEST(ParticleCache, LookupsExactClosestUpAndDown) {
     for (double f : {2.0, 4.0, 8.0})
         c.storeCache(entry(f, {0}, {{f, 0, 0}}));
     int i = -1;
-    EXPECT_TRUE(c.getCacheIndex(frame(4), i));
+    EXPECT_TRUE(c.getCacheIndex(frameTime(4), i));
     EXPECT_EQ(i, 1);
-    EXPECT_FALSE(c.getCacheIndex(frame(5), i));
-    ASSERT_TRUE(c.getClosestCacheIndex(frame(5), i));
+    EXPECT_FALSE(c.getCacheIndex(frameTime(5), i));
+    ASSERT_TRUE(c.getClosestCacheIndex(frameTime(5), i));
     EXPECT_EQ(i, 1); // 4 is one frame off, 8 three
-    ASSERT_TRUE(c.getClosestCacheIndexUp(frame(5), i));
+    ASSERT_TRUE(c.getClosestCacheIndexUp(frameTime(5), i));
     EXPECT_EQ(i, 0);
-    ASSERT_TRUE(c.getClosestCacheIndexDown(frame(5), i));
+    ASSERT_TRUE(c.getClosestCacheIndexDown(frameTime(5), i));
     EXPECT_EQ(i, 1);
-    EXPECT_FALSE(c.getClosestCacheIndexUp(frame(9), i));
-    EXPECT_FALSE(c.getClosestCacheIndexDown(frame(1), i));
+    EXPECT_FALSE(c.getClosestCacheIndexUp(frameTime(9), i));
+    EXPECT_FALSE(c.getClosestCacheIndexDown(frameTime(1), i));
     unsigned n = 0;
     EXPECT_TRUE(c.getCacheLength(2, n));
     EXPECT_EQ(n, 1u);
     EXPECT_FALSE(c.getCacheLength(3, n));
     // Between two stored times: found only when interpolation is asked for.
-    EXPECT_EQ(c.getAttributeCache(frame(5), false), nullptr);
-    EXPECT_NE(c.getAttributeCache(frame(5), true), nullptr);
+    EXPECT_EQ(c.getAttributeCache(frameTime(5), false), nullptr);
+    EXPECT_NE(c.getAttributeCache(frameTime(5), true), nullptr);
     // Past the ends: the nearest entry, copied to the time asked.
-    TdynAttributeCache* late = c.getAttributeCache(frame(10), true);
+    TdynAttributeCache* late = c.getAttributeCache(frameTime(10), true);
     ASSERT_NE(late, nullptr);
-    EXPECT_EQ(late->time(), frame(10));
+    EXPECT_EQ(late->time(), frameTime(10));
     EXPECT_EQ((*late->attribute("position")->vectors())[0].x, 8.0);
 }
 
@@ -120,9 +120,9 @@ TEST(ParticleCache, InterpolationFollowsTheIdsThroughBirthsAndDeaths) {
     c.storeCache(entry(0, {0, 1, 2}, {{0, 0, 0}, {10, 10, 10}, {4, 8, 0}}, {1, 1, 1}));
     c.storeCache(entry(4, {2, 0, 7}, {{8, 0, 4}, {4, 4, 4}, {100, 200, 300}}, {3, 5, 9}));
     // Frame 1 is a quarter of the way: f = 0.25, exact in binary, so the blends are exact.
-    TdynAttributeCache* r = c.getAttributeCache(frame(1), true);
+    TdynAttributeCache* r = c.getAttributeCache(frameTime(1), true);
     ASSERT_NE(r, nullptr);
-    EXPECT_EQ(r->time(), frame(1));
+    EXPECT_EQ(r->time(), frameTime(1));
     const T4dDblVectorArray& p = *r->attribute("position")->vectors();
     ASSERT_EQ(p.length(), 3u);                    // the dead particle is gone
     EXPECT_EQ(p[0], T4dDblVector(5, 6, 1));       // id 2: (4,8,0) + 0.25 * (4,-8,4)
@@ -140,13 +140,13 @@ TEST(ParticleCache, InterpolationFollowsTheIdsThroughBirthsAndDeaths) {
 
 TEST(ParticleCache, WithoutIdsThereIsNoInterpolation) {
     TdynParticleCache c(nullptr, 2, true);
-    auto a = std::make_unique<TdynAttributeCache>(frame(0));
+    auto a = std::make_unique<TdynAttributeCache>(frameTime(0));
     a->addVectorToCache("position", T4dDblVectorArray(1));
-    auto b = std::make_unique<TdynAttributeCache>(frame(2));
+    auto b = std::make_unique<TdynAttributeCache>(frameTime(2));
     b->addVectorToCache("position", T4dDblVectorArray(1));
     c.storeCache(std::move(a));
     c.storeCache(std::move(b));
-    EXPECT_EQ(c.getAttributeCache(frame(1), true), nullptr);
+    EXPECT_EQ(c.getAttributeCache(frameTime(1), true), nullptr);
     std::vector<int> map;
     EXPECT_FALSE(TdynParticleCache::buildIdMap(*c.cache(0), *c.cache(1), map));
     // Empty id arrays on both sides are fine: an empty map.
@@ -158,42 +158,32 @@ TEST(ParticleCache, WithoutIdsThereIsNoInterpolation) {
 
 // ---- on a particle object ----
 
-class CacheScene : public ::testing::Test {
+class CacheScene : public DynWorkspaceTest {
 protected:
+    CacheScene() : DynWorkspaceTest("motilane-cache-") {}
     void SetUp() override {
-        root = fs::temp_directory_path() / ("motilane-cache-" + std::to_string(::getpid()) + "-" +
-                                            ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::create_directories(root);
-        TworkspaceRoot::set(root.string());
-        session.engine().setErrorStream(&errors);
+        DynWorkspaceTest::SetUp();
         // Two particles at one unit a frame along x and y.
         ASSERT_TRUE(run("particle -n p -p 0 0 0 -p 0 5 0; particle -e -id 0 -at velocity -vv 24 0 0 p;"
                         "particle -e -id 1 -at velocity -vv 0 24 0 p;"));
-        shape = TdynParticleShape::cast(session.graph().findNode("pShape"));
+        shape = node<TdynParticleShape>("pShape");
         ASSERT_NE(shape, nullptr);
     }
     void TearDown() override {
         TdynParticleCaches::forget(shape);
-        TworkspaceRoot::reset();
-        std::error_code ec;
-        fs::remove_all(root, ec);
+        DynWorkspaceTest::TearDown();
     }
-    bool run(const std::string& text) { return session.runText(text, "test", false); }
-    void go(double f) { session.graph().setTime(frame(f), true); }
     T4dDblVector pos(unsigned i) {
         T4dDblVectorArray* p = shape->vectorArrayReference(TdynParticleShape::sVsData()->position);
         return p && i < p->length() ? (*p)[i] : T4dDblVector(-1e9, -1e9, -1e9);
     }
-    fs::path root;
-    Tsession session;
-    std::ostringstream errors;
     TdynParticleShape* shape = nullptr;
 };
 
 TEST_F(CacheScene, AnEntryHoldsTheRuntimeArraysOnly) {
     TdynParticleCache c(shape, 1, true);
-    go(3);
-    ASSERT_TRUE(c.cacheCurrentState(frame(3)));
+    frame(3);
+    ASSERT_TRUE(c.cacheCurrentState(frameTime(3)));
     const TdynAttributeCache* e = c.cache(0);
     ASSERT_NE(e, nullptr);
     for (const char* n : {"position", "velocity", "particleId", "mass", "age"})
@@ -210,24 +200,24 @@ TEST_F(CacheScene, ScrubbingBackServesTheStepsStoredInMemory) {
     std::vector<T4dDblVector> steps;
     // What the step does at its end, frame by frame.
     for (int f = 1; f <= 5; ++f) {
-        go(f);
+        frame(f);
         steps.push_back(pos(0));
-        ASSERT_TRUE(caches.cacheAttributes(frame(f)));
+        ASSERT_TRUE(caches.cacheAttributes(frameTime(f)));
     }
     EXPECT_EQ(session.engine().run("dynCache", {"-q", "p"}).intArray(), std::vector<int>{5});
     // Frame 3 again: what the run had, and the count with it.
-    ASSERT_TRUE(caches.usingCachedAttributes(frame(3)));
+    ASSERT_TRUE(caches.usingCachedAttributes(frameTime(3)));
     EXPECT_EQ(pos(0), steps[2]);
     EXPECT_EQ(shape->normalBlock().outputValue(TdynParticleShape::sVsData()->count).asInt(), 2);
     // Half way between frames 2 and 3: the blend of the two.
-    ASSERT_TRUE(caches.usingCachedAttributes(frame(2.5)));
+    ASSERT_TRUE(caches.usingCachedAttributes(frameTime(2.5)));
     EXPECT_NEAR(pos(0).x, (steps[1].x + steps[2].x) / 2, 1e-12);
     EXPECT_NEAR(pos(1).y, 5 + (steps[1].x + steps[2].x) / 2, 1e-12);
     // Later than anything stored: the step must run.
-    EXPECT_FALSE(caches.usingCachedAttributes(frame(6)));
+    EXPECT_FALSE(caches.usingCachedAttributes(frameTime(6)));
     // Flushed, nothing is served.
     ASSERT_TRUE(run("dynCache -flush p;"));
-    EXPECT_FALSE(caches.usingCachedAttributes(frame(3)));
+    EXPECT_FALSE(caches.usingCachedAttributes(frameTime(3)));
     ASSERT_TRUE(run("dynCache -enable off p;"));
     EXPECT_FALSE(caches.memoryCache().isEnabled());
 }
@@ -238,21 +228,21 @@ TEST_F(CacheScene, FilesFromAnExportPlayBackAndInterpolate) {
     TdynParticleCaches& caches = TdynParticleCaches::of(*shape);
     const auto files = caches.getAvailableDiskCachedFrames("disk");
     ASSERT_EQ(files.size(), 4u);
-    EXPECT_EQ(files.front().first, frame(1));
-    EXPECT_EQ(files.back().first, frame(4));
+    EXPECT_EQ(files.front().first, frameTime(1));
+    EXPECT_EQ(files.back().first, frameTime(4));
 
     // Named path: the file of frame 3 holds x = 2 (one unit a frame from frame 1).
-    ASSERT_TRUE(caches.usingCachedAttributes(frame(3), "disk"));
+    ASSERT_TRUE(caches.usingCachedAttributes(frameTime(3), "disk"));
     EXPECT_NEAR(pos(0).x, 2.0, 1e-12);
     EXPECT_NEAR(pos(1).y, 7.0, 1e-12);
     // Between files: the two neighbours, blended through the ids.
-    ASSERT_TRUE(caches.usingCachedAttributes(frame(2.2), "disk"));
+    ASSERT_TRUE(caches.usingCachedAttributes(frameTime(2.2), "disk"));
     EXPECT_NEAR(pos(0).x, 1.2, 1e-12); // 550 ticks: a fifth of the way
     EXPECT_NEAR(pos(1).y, 6.2, 1e-12);
     // Outside the files there is nothing on disk.
     TdynParticleCache probe(shape, 2, true);
-    EXPECT_FALSE(caches.diskCacheAvailableForThisTime("disk", frame(9), probe));
-    EXPECT_FALSE(caches.diskCacheAvailableForThisTime("noSuchDir", frame(2), probe));
+    EXPECT_FALSE(caches.diskCacheAvailableForThisTime("disk", frameTime(9), probe));
+    EXPECT_FALSE(caches.diskCacheAvailableForThisTime("noSuchDir", frameTime(2), probe));
 }
 
 TEST_F(CacheScene, TheGlobalsDiskCacheComesFirst) {
@@ -263,11 +253,11 @@ TEST_F(CacheScene, TheGlobalsDiskCacheComesFirst) {
         << errors.str();
     TdynParticleCaches& caches = TdynParticleCaches::of(*shape);
     // No path from the caller: the globals name the directory.
-    ASSERT_TRUE(caches.usingCachedAttributes(frame(2)));
+    ASSERT_TRUE(caches.usingCachedAttributes(frameTime(2)));
     EXPECT_NEAR(pos(0).x, 1.0, 1e-12);
     // Switched off, the same call finds nothing (no memory cache either).
     ASSERT_TRUE(run("setAttr dynGlobals1.useParticleDiskCache 0;"));
-    EXPECT_FALSE(caches.usingCachedAttributes(frame(2)));
+    EXPECT_FALSE(caches.usingCachedAttributes(frameTime(2)));
 }
 
 TEST_F(CacheScene, DynCacheRefusesWhatItCantDo) {

@@ -4,14 +4,20 @@
 
 #include "Commands/TdynParticleShape.h"
 #include "Host/Command/ToptionVars.h"
+#include "Host/Command/TworkspaceRoot.h"
+#include "Host/Graph/TdependGraph.h"
 #include "Host/Session/Tsession.h"
 
 #include <gtest/gtest.h>
 
 #include <exception>
+#include <filesystem>
 #include <sstream>
 #include <string>
+#include <system_error>
 #include <utility>
+
+#include <unistd.h>
 
 // Puts a value on a node's plug as if the node upstream had computed it.
 template <class V> void putCached(TdependNode* n, const Tattribute* a, const V& value, int element = -1) {
@@ -77,4 +83,58 @@ private:
         ToptionVars::remove("dynPrefRunUpToCurrentTime");
         ToptionVars::remove("dynPrefRunupFrom");
     }
+};
+
+// A fresh directory for the running test, named after the process and the test so that none meet.
+inline std::filesystem::path makeScratchDir(const std::string& prefix) {
+    std::filesystem::path dir = std::filesystem::temp_directory_path() /
+                                (prefix + std::to_string(::getpid()) + "-" +
+                                 ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    std::filesystem::create_directories(dir);
+    return dir;
+}
+// Removes it with all it holds; write permission comes back first, for the tests that take it away.
+inline void removeScratchDir(const std::filesystem::path& dir) {
+    std::error_code ec;
+    std::filesystem::permissions(dir, std::filesystem::perms::owner_all, ec);
+    std::filesystem::remove_all(dir, ec);
+}
+
+// A session whose workspace is a scratch directory of the test's own.
+class DynWorkspaceTest : public DynSceneTest {
+protected:
+    explicit DynWorkspaceTest(std::string prefix) : fPrefix(std::move(prefix)) {}
+    void SetUp() override {
+        root = makeScratchDir(fPrefix);
+        TworkspaceRoot::set(root.string());
+        DynSceneTest::SetUp();
+    }
+    void TearDown() override {
+        TworkspaceRoot::reset();
+        removeScratchDir(root);
+        DynSceneTest::TearDown();
+    }
+
+    std::filesystem::path root;
+
+private:
+    std::string fPrefix;
+};
+
+// A graph of the test's own, current while it runs: for nodes driven without the script layer.
+class DynGraphTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        fPrevious = TdependGraph::hasCurrent() ? &TdependGraph::current() : nullptr;
+        TdependGraph::setCurrent(&graph);
+    }
+    void TearDown() override {
+        graph.clear();
+        TdependGraph::setCurrent(fPrevious);
+    }
+
+    TdependGraph graph;
+
+private:
+    TdependGraph* fPrevious = nullptr;
 };

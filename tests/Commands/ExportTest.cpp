@@ -6,9 +6,8 @@
 #include "Commands/TdynPDCDriver.h"
 #include "Commands/TdynParticleImporter.h"
 #include "Commands/TdynParticleShape.h"
+#include "DynSceneTest.h"
 #include "Host/Command/TcommandEngine.h"
-#include "Host/Command/TworkspaceRoot.h"
-#include "Host/Session/Tsession.h"
 
 #include <gtest/gtest.h>
 
@@ -158,27 +157,16 @@ TEST(ExportDrivers, BinaryOfAnEmptyObjectHasRecordsWithoutData) {
 
 // ---- dynExport on a particle object ----
 
-class ExportScene : public ::testing::Test {
+class ExportScene : public DynWorkspaceTest {
 protected:
+    ExportScene() : DynWorkspaceTest("motilane-export-") {}
     void SetUp() override {
-        root = fs::temp_directory_path() / ("motilane-export-" + std::to_string(::getpid()) + "-" +
-                                            ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::create_directories(root);
-        TworkspaceRoot::set(root.string());
-        session.engine().setErrorStream(&errors);
-        session.engine().setOutputStream(&output);
+        DynWorkspaceTest::SetUp();
         // One particle from the origin at 24 units a second along x: one unit a frame.
         ASSERT_TRUE(run("particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv 24 0 0 p;"));
-        shape = TdynParticleShape::cast(session.graph().findNode("pShape"));
+        shape = node<TdynParticleShape>("pShape");
         ASSERT_NE(shape, nullptr);
     }
-    void TearDown() override {
-        TworkspaceRoot::reset();
-        std::error_code ec;
-        fs::permissions(root, fs::perms::owner_all, ec);
-        fs::remove_all(root, ec);
-    }
-    bool run(const std::string& text) { return session.runText(text, "test", false); }
     std::vector<std::string> filesIn(const fs::path& dir) {
         std::vector<std::string> out;
         std::error_code ec;
@@ -193,9 +181,6 @@ protected:
         s << in.rdbuf();
         return s.str();
     }
-    fs::path root;
-    Tsession session;
-    std::ostringstream errors, output;
     TdynParticleShape* shape = nullptr;
 };
 

@@ -6,6 +6,7 @@
 #include "Commands/TdynRadial.h"
 #include "Commands/TdynUniform.h"
 #include "Commands/TdynVortex.h"
+#include "DynSceneTest.h"
 #include "Host/Graph/TdependGraph.h"
 
 #include <gtest/gtest.h>
@@ -14,16 +15,8 @@
 
 namespace {
 
-class FieldFrameworkTest : public ::testing::Test {
+class FieldFrameworkTest : public DynGraphTest {
 protected:
-    void SetUp() override {
-        fPrevious = TdependGraph::hasCurrent() ? &TdependGraph::current() : nullptr;
-        TdependGraph::setCurrent(&graph);
-    }
-    void TearDown() override {
-        graph.clear();
-        TdependGraph::setCurrent(fPrevious);
-    }
     TdynUniform* uniform(const T4dDblVector& dir = {0, 1, 0}, double mag = 2) {
         auto* f = TdynUniform::cast(graph.createNode("uniformField"));
         for (int k = 0; k < 3; ++k)
@@ -35,17 +28,10 @@ protected:
     static void feed(TdynField* f, int element, T4dDblVectorArray p, T4dDblVectorArray v, TdoubleArray m,
                      double dt = 1.0 / 24) {
         auto* vs = f->fieldVs();
-        auto put = [&](Tattribute* a, Tdata d) {
-            TstandaloneValue value(a);
-            value.handle().set(d);
-            f->setCachedValue(Tplug(f, a, element), value.handle(), TdgContext::fsNormal);
-        };
-        put(&vs->inputPositions, makeData<TdataVectorArray>(std::move(p)));
-        put(&vs->inputVelocities, makeData<TdataVectorArray>(std::move(v)));
-        put(&vs->inputMass, makeData<TdataDoubleArray>(std::move(m)));
-        TstandaloneValue t(&vs->deltaTime);
-        t.handle().set(TanimTime(dt, kSeconds));
-        f->setCachedValue(Tplug(f, &vs->deltaTime, element), t.handle(), TdgContext::fsNormal);
+        putCached(f, &vs->inputPositions, makeData<TdataVectorArray>(std::move(p)), element);
+        putCached(f, &vs->inputVelocities, makeData<TdataVectorArray>(std::move(v)), element);
+        putCached(f, &vs->inputMass, makeData<TdataDoubleArray>(std::move(m)), element);
+        putCached(f, &vs->deltaTime, TanimTime(dt, kSeconds), element);
     }
     static const T4dDblVectorArray* output(TdynField* f, int element, Tdata& keep) {
         if (!f->getAttributeValue(&f->fieldVs()->outputForce, keep, element)) return nullptr;
@@ -60,9 +46,6 @@ protected:
         m->setMesh(poly);
         return m;
     }
-
-    TdependGraph graph;
-    TdependGraph* fPrevious = nullptr;
 };
 
 TEST_F(FieldFrameworkTest, EachClientElementGetsItsOwnOutput) {
@@ -225,10 +208,9 @@ TEST_F(FieldFrameworkTest, VolumesGateThePointsWithExclusionAndOffset) {
 namespace {
 
 // Scene files hold these names and tags: a wrong one loses data.
-TEST(FieldNodes, TypesNamesShortNamesAndTagsAreThoseOfTheCatalogue) {
-    TdependGraph graph;
-    TdependGraph* previous = TdependGraph::hasCurrent() ? &TdependGraph::current() : nullptr;
-    TdependGraph::setCurrent(&graph);
+using FieldNodes = DynGraphTest;
+
+TEST_F(FieldNodes, TypesNamesShortNamesAndTagsAreThoseOfTheCatalogue) {
     struct Type {
         const char *type, *tag, *base;
     };
@@ -308,8 +290,6 @@ TEST(FieldNodes, TypesNamesShortNamesAndTagsAreThoseOfTheCatalogue) {
         }
         EXPECT_EQ(n->attribute(r.shortName), a) << r.shortName;
     }
-    graph.clear();
-    TdependGraph::setCurrent(previous);
 }
 
 } // namespace

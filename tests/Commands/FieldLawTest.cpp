@@ -10,6 +10,7 @@
 #include "Commands/TdynUniform.h"
 #include "Commands/TdynVolumeAxis.h"
 #include "Commands/TdynVortex.h"
+#include "DynSceneTest.h"
 #include "Host/Graph/TdependGraph.h"
 
 #include <gtest/gtest.h>
@@ -21,17 +22,8 @@ namespace {
 // Sums of a few doubles: 1e-12 absolute covers their rounding.
 constexpr double kTol = 1e-12;
 
-class FieldLawTest : public ::testing::Test {
+class FieldLawTest : public DynGraphTest {
 protected:
-    // A graph of its own: the laws need nodes, not the script layer.
-    void SetUp() override {
-        fPrevious = TdependGraph::hasCurrent() ? &TdependGraph::current() : nullptr;
-        TdependGraph::setCurrent(&graph);
-    }
-    void TearDown() override {
-        graph.clear();
-        TdependGraph::setCurrent(fPrevious);
-    }
     template <class F> F* make(const char* type) {
         auto* f = F::cast(graph.createNode(type));
         EXPECT_NE(f, nullptr) << type;
@@ -65,9 +57,6 @@ protected:
         for (int k = 0; k < 3; ++k)
             f->setNumber(f->attribute(std::string("scale") + "XYZ"[k]), s);
     }
-
-    TdependGraph graph;
-    TdependGraph* fPrevious = nullptr;
 };
 
 #define EXPECT_VEC(actual, ex, ey, ez)                                                                       \

@@ -5,6 +5,7 @@
 #include "Commands/TdynParticleImporter.h"
 #include "Commands/TdynParticleShape.h"
 #include "Commands/TdynReadPDCAction.h"
+#include "DynSceneTest.h"
 #include "Host/Command/TworkspaceRoot.h"
 #include "Host/Session/Tsession.h"
 
@@ -49,15 +50,8 @@ void name(Bytes& b, const std::string& s) {
 
 class PdcFile : public ::testing::Test {
 protected:
-    void SetUp() override {
-        dir = fs::temp_directory_path() / ("motilane-pdc-" + std::to_string(::getpid()) + "-" +
-                                           ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::create_directories(dir);
-    }
-    void TearDown() override {
-        std::error_code ec;
-        fs::remove_all(dir, ec);
-    }
+    void SetUp() override { dir = makeScratchDir("motilane-pdc-"); }
+    void TearDown() override { removeScratchDir(dir); }
     std::string file(const Bytes& bytes, const char* leaf = "f.pdc") {
         const std::string p = (dir / leaf).string();
         std::ofstream(p, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
