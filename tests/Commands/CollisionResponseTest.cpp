@@ -166,7 +166,7 @@ TEST_F(CollisionResponseTest, ADeformingMeshPushesParticlesAlong) {
     ASSERT_TRUE(
         run("polyPlane -n lift -w 10 -h 10; particle -n p -p 0 0.45 0 -p 2 0.25 -1; collision -r 0 lift p;"))
         << errors.str();
-    auto* mesh = TmeshShape::cast(session.graph().findNode("liftShape"));
+    auto* mesh = node<TmeshShape>("liftShape");
     ASSERT_NE(mesh, nullptr);
     TdynParticleShape* p = node<TdynParticleShape>("pShape");
     for (int f = 2; f <= 12; ++f) {
@@ -227,7 +227,7 @@ TEST_F(CollisionResponseTest, TheCommandMakesEditsQueriesAndRefuses) {
     output.str("");
     ASSERT_TRUE(run("print(`collision -r 0.8 -f 0.1 ground`);")) << errors.str();
     const std::string made = output.str();
-    auto* c = TdynCollision::collisionOf(TdagObject::cast(session.graph().findNode("ground")));
+    auto* c = TdynCollision::collisionOf(node<TdagObject>("ground"));
     ASSERT_NE(c, nullptr);
     EXPECT_EQ(made, c->name() + "\n");
     EXPECT_EQ(c->resilience(), 0.8);
@@ -238,15 +238,13 @@ TEST_F(CollisionResponseTest, TheCommandMakesEditsQueriesAndRefuses) {
     EXPECT_EQ(output.str(), "0.4");
     // A second collision on the same geometry is the same node.
     ASSERT_TRUE(run("collision ground;")) << errors.str();
-    EXPECT_EQ(TdynCollision::collisionOf(TdagObject::cast(session.graph().findNode("groundShape"))), c);
+    EXPECT_EQ(TdynCollision::collisionOf(node<TdagObject>("groundShape")), c);
 
     std::string why;
     TdynParticleShape* p = node<TdynParticleShape>("pShape");
-    const int e =
-        TdynCollision::connectToObject(TdagObject::cast(session.graph().findNode("ground")), p, why);
+    const int e = TdynCollision::connectToObject(node<TdagObject>("ground"), p, why);
     ASSERT_EQ(e, 0) << why;
-    EXPECT_EQ(TdynCollision::connectToObject(TdagObject::cast(session.graph().findNode("ground")), p, why),
-              0);
+    EXPECT_EQ(TdynCollision::connectToObject(node<TdagObject>("ground"), p, why), 0);
     ASSERT_EQ(TdynCollision::collisionsOf(p).size(), 1u);
 
     errors.str("");
@@ -256,7 +254,7 @@ TEST_F(CollisionResponseTest, TheCommandMakesEditsQueriesAndRefuses) {
     EXPECT_NE(errors.str().find("name the geometry"), std::string::npos) << errors.str();
     EXPECT_FALSE(run("collision -f 2 ground;"));
     EXPECT_NE(errors.str().find("-friction must lie between 0 and 1"), std::string::npos) << errors.str();
-    EXPECT_EQ(TdynCollision::connectToObject(TdagObject::cast(session.graph().findNode("g")), p, why), -1);
+    EXPECT_EQ(TdynCollision::connectToObject(node<TdagObject>("g"), p, why), -1);
     EXPECT_NE(why.find("not a collision object"), std::string::npos) << why;
 }
 
@@ -266,7 +264,7 @@ TEST_F(CollisionResponseTest, UndoTakesBackTheNodeAndItsConnections) {
     ASSERT_EQ(TdynCollision::collisionsOf(p).size(), 1u);
     ASSERT_TRUE(run("undo;")) << errors.str();
     EXPECT_EQ(TdynCollision::collisionsOf(p).size(), 0u);
-    EXPECT_EQ(TdynCollision::collisionOf(TdagObject::cast(session.graph().findNode("ground"))), nullptr);
+    EXPECT_EQ(TdynCollision::collisionOf(node<TdagObject>("ground")), nullptr);
 }
 
 TEST_F(CollisionResponseTest, ConnectDynamicJoinsCollisionObjectsToParticlesAndUndoes) {

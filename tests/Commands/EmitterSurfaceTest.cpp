@@ -97,7 +97,7 @@ TEST_F(EmitterSurfaceTest, AMovingPlaneShedsParticlesAtItsRateTimesItsArea) {
                     "emitter -n e -type surface -r 12 -spd 1; particle -n p; connectDynamic -em e p;"))
         << errors.str();
     TdynEmitter* e = node<TdynEmitter>("e");
-    auto* p = TdynParticleShape::cast(session.graph().findNode("pShape"));
+    auto* p = node<TdynParticleShape>("pShape");
     frame(1);
     // Area 2 at 12 a second: one birth a frame at 24 frames a second.
     unsigned total = 0;

@@ -133,8 +133,8 @@ TEST_F(FieldCommandTest, BadInputIsAClearErrorAndMakesNothing) {
 TEST_F(FieldCommandTest, FieldsMadeWithParticlesSelectedAndConnectDynamicJoinAtMatchingIndices) {
     ASSERT_TRUE(run("particle -p 0 0 0 -n a; particle -p 1 0 0 -n b; select -r a b; gravity -n g;"))
         << errors.str();
-    auto* a = TdynParticleShape::cast(session.graph().findNode("aShape"));
-    auto* b = TdynParticleShape::cast(session.graph().findNode("bShape"));
+    auto* a = node<TdynParticleShape>("aShape");
+    auto* b = node<TdynParticleShape>("bShape");
     ASSERT_TRUE(a && b);
     auto* pvs = TdynParticleShape::sVsData();
     TdynField* g = node<TdynField>("g");

@@ -63,7 +63,7 @@ TEST_F(FieldSceneTest, AFieldOwnedByParticlesPushesFromEachOfThemOrFromTheirCent
     ASSERT_TRUE(run("particle -n src -p 0 0 0 -p 2 0 0; particle -n b -p 3 0 0;"
                     "radial -n r -m 5 -att 0; connectDynamic -f r b;"))
         << errors.str();
-    auto* field = TdynField::cast(session.graph().findNode("r"));
+    auto* field = node<TdynField>("r");
     std::string why;
     ASSERT_TRUE(field->setOwner(node<TdynParticleShape>("srcShape"), why)) << why;
     TdynParticleShape* b = node<TdynParticleShape>("bShape");
@@ -82,7 +82,7 @@ TEST_F(FieldSceneTest, NewtonOwnedByParticlesWeighsByTheirMasses) {
     ASSERT_TRUE(run("particle -n src -p 0 0 0 -p 10 0 0; particle -e -id 0 -at mass -fv 2 src;"
                     "particle -e -id 1 -at mass -fv 3 src; newton -n n -m 1;"))
         << errors.str();
-    auto* field = TdynField::cast(session.graph().findNode("n"));
+    auto* field = node<TdynField>("n");
     std::string why;
     ASSERT_TRUE(field->setOwner(node<TdynParticleShape>("srcShape"), why)) << why;
     const double K = -0.667;

@@ -423,14 +423,14 @@ TEST_F(ParticleMoreTest, InitialStateHelpers) {
                     "setAttr plane.translate 5 0 0;"));
     TdynParticleShape* p = node<TdynParticleShape>("pShape");
     auto* vs = TdynParticleShape::sVsData();
-    ASSERT_TRUE(p->addFromDagObject(TdagObject::cast(session.graph().findNode("plane"))));
+    ASSERT_TRUE(p->addFromDagObject(node<TdagObject>("plane")));
     ASSERT_EQ(p->initialCount(), 4u);
     // The plane's world points, seen from an object 10 units up.
     for (unsigned i = 0; i < 4; ++i) {
         EXPECT_NEAR(std::fabs(vec(p, "position0", i).x - 5), 1, 1e-12);
         EXPECT_EQ(vec(p, "position0", i).y, -10);
     }
-    EXPECT_FALSE(p->addFromDagObject(TdagObject::cast(session.graph().findNode("p"))));
+    EXPECT_FALSE(p->addFromDagObject(node<TdagObject>("p")));
     p->shiftVectorAttributeValues(vs->position0, {0, 10, 0});
     EXPECT_EQ(vec(p, "position0", 0).y, 0);
     p->shiftDoubleAttributeValues(vs->mass0, 2);

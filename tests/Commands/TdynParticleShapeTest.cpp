@@ -113,7 +113,7 @@ TEST_F(ParticleTest, ParticleCommandMakesObjectsFromPointsGridsAndJitter) {
     ASSERT_TRUE(run("redo;"));
     EXPECT_EQ(node<TdynParticleShape>("jShape"), j);
     // ... under its transform, still following time.
-    EXPECT_EQ(TdagObject::cast(j)->parentObject(), TdagObject::cast(session.graph().findNode("j")));
+    EXPECT_EQ(TdagObject::cast(j)->parentObject(), node<TdagObject>("j"));
     ASSERT_TRUE(run("setParticleAttr -at velocity -vv 24 0 0 j;"));
     const double x = pos(j, 0).x;
     frame(2);
