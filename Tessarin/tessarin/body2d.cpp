@@ -149,7 +149,7 @@ void RigidBody2d::place2d(double x0, double y0, double a) {
     keystamp = 0;
 }
 
-void RigidBody2d::compute_inertials2d(double dens, double given_mass) {
+void RigidBody2d::compute_inertials2d(double dens, double given_mass, bool keep_surface) {
     if (!geometry) {
         user_error("RigidBody::compute_inertials: body has no shape");
         return;
@@ -175,7 +175,7 @@ void RigidBody2d::compute_inertials2d(double dens, double given_mass) {
     set_inertia(j);
     centre_local = c;
     local_box = p->local_bound();
-    x += R * (c - c_old);
+    if (keep_surface) x += R * (c - c_old);
     rebuild_derived();
 }
 

@@ -32,10 +32,18 @@ public:
         w = {0, 0, spin};
     }
     // Area, centroid and polar moment from the shape (a Poly2d or a MultiShape of
-    // them); mass = area * density unless a mass above 0 is given.
-    void compute_inertials2d(double dens, double given_mass = 0);
+    // them); mass = area * density unless a mass above 0 is given. keep_surface
+    // moves x so the surface stays put.
+    void compute_inertials2d(double dens, double given_mass = 0, bool keep_surface = false);
     // Box form: a rectangle between two corners.
     void compute_inertials2d(double lox, double loy, double hix, double hiy, double dens);
+    // The solid forms would ask the shape for a 3 x 3 moment: plane bodies take the flat ones.
+    void compute_inertials(double dens, double given_mass = 0, bool keep_surface = false) {
+        compute_inertials2d(dens, given_mass, keep_surface);
+    }
+    void compute_inertials(const triple& lo, const triple& hi, double dens) {
+        compute_inertials2d(lo.x, lo.y, hi.x, hi.y, dens);
+    }
 
 private:
     void set_angle(double a);

@@ -122,9 +122,16 @@ TEST(Poly2dGeometry, AreaCentroidAndPolarMomentMatchClosedForms) {
     b.compute_inertials2d(2.0);
     EXPECT_NEAR(b.mass, 30, 1e-12);
     EXPECT_NEAR(b.inertia, 30 * 34 / 12.0, 1e-10);
-    c.compute_inertials2d(1, 2, 4, 7, 2.0);
+    c.compute_inertials({1, 2, 0}, {4, 7, 0}, 2.0); // the solid name takes the flat form
     EXPECT_NEAR(c.inertia, b.inertia, 1e-10);
     EXPECT_NEAR(c.centre_local.y, 4.5, 1e-12);
+    // Keeping the surface in place moves the centre of mass with the centroid.
+    RigidBody2d d(&sys);
+    d.set_geometry(&rect);
+    const triple corner = d.to_world_point({1, 2, 0});
+    d.compute_inertials(1.0, 0, true);
+    EXPECT_NEAR((d.to_world_point({1, 2, 0}) - corner).length(), 0, 1e-12);
+    EXPECT_NEAR(d.x.x, corner.x + 1.5, 1e-12);
 }
 
 // An L of two rectangles, [0,2]x[0,1] and [0,1]x[1,3]: area 4, centroid
