@@ -156,35 +156,34 @@ void BasisFactors::remove(int p) {
     const int k = k_;
     if (p < 0 || p >= k) return;
     // Without column p, R is upper Hessenberg from column p on: bring each
-    // subdiagonal entry back to zero, row i+1 against row i.
+    // subdiagonal entry back to zero, row i+1 against row i. Row i is zero
+    // left of column i, so its shift starts at column i-1 at the earliest.
     for (int i = 0; i < k; ++i) {
         double* ri = r(i);
-        for (int j = p; j + 1 < k; ++j)
-            ri[j] = ri[j + 1];
+        const int from = std::max(p, i - 1);
+        std::copy(ri + from + 1, ri + k, ri + from);
         ri[k - 1] = 0;
     }
     for (int i = p; i + 1 < k; ++i)
         eliminate(i, i + 1, i, k - 1, k);
     // Now Q B' = R' with B' lacking column p and R's last row zero: the last
     // row of Q is a left null vector of B'. It takes column p of Q out of the
-    // other rows without touching R, which drops row p of B.
+    // other rows without touching R, which drops row p of B; the same pass
+    // closes the gap column p leaves.
     const double* z = q(k - 1);
     const double zp = z[p];
-    if (zp != 0) {
-        for (int i = 0; i + 1 < k; ++i) {
-            double* qi = q(i);
-            const double m = qi[p] / zp;
-            if (m == 0) continue;
-            // The last row of R is zero, so R is unchanged.
-            for (int j = 0; j < k; ++j)
-                qi[j] -= m * z[j];
-            qi[p] = 0;
-        }
-    }
     for (int i = 0; i + 1 < k; ++i) {
         double* qi = q(i);
+        const double m = zp != 0 ? qi[p] / zp : 0;
+        if (m == 0) {
+            std::copy(qi + p + 1, qi + k, qi + p);
+            continue;
+        }
+        // The last row of R is zero, so R is unchanged.
+        for (int j = 0; j < p; ++j)
+            qi[j] -= m * z[j];
         for (int j = p; j + 1 < k; ++j)
-            qi[j] = qi[j + 1];
+            qi[j] = qi[j + 1] - m * z[j + 1];
     }
     k_ = k - 1;
 }
