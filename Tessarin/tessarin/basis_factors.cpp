@@ -94,6 +94,15 @@ void BasisFactors::copy_from(const BasisFactors& o) {
     }
 }
 
+void BasisFactors::swap(BasisFactors& o) noexcept {
+    std::swap(k_, o.k_);
+    std::swap(cap_, o.cap_);
+    q_.swap(o.q_);
+    r_.swap(o.r_);
+    t_.swap(o.t_);
+    nz_.swap(o.nz_);
+}
+
 // Rows a and b of R both start at column c (earlier entries zero); the lead of
 // b is made zero. The larger lead becomes the pivot row a, swapping when need be.
 void BasisFactors::eliminate(int a, int b, int c, int w, int qw) {

@@ -41,6 +41,8 @@ public:
 
     // Copies to and from another instance of the same storage (a cache).
     void copy_from(const BasisFactors& o);
+    // Exchanges contents with o without copying.
+    void swap(BasisFactors& o) noexcept;
 
 private:
     double* q(int i) { return q_.data() + std::size_t(i) * std::size_t(cap_); }

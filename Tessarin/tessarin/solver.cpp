@@ -547,7 +547,9 @@ void Inductive::remember() {
     c->sig.resize(k);
     for (size_t p = 0; p < k; ++p)
         c->sig[p] = coupling(work.basis[p]);
-    c->fac.copy_from(work.fac);
+    // Every solve starts its factors afresh (cleared, rebuilt or copied from a
+    // cache), so the working ones can be handed over instead of copied.
+    c->fac.swap(work.fac);
 }
 
 bool Inductive::attempt_warm() {
