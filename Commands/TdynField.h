@@ -202,6 +202,25 @@ private:
     void* fManipulator = nullptr;
 };
 
+// The summed falloff of the sources that reach `p`: 1 each, or 1 / (1 + d)^a with attenuation; the laws whose
+// force only scales with it share this sum.
+template <bool kUseMax, bool kAtten>
+inline double sourceWeight(const T4dDblVector& p, const T4dDblVector* src, int ns, double a, double R, double R2) {
+    double W = 0;
+    for (int s = ns - 1; s >= 0; --s) {
+        const T4dDblVector rel = p - src[s];
+        if constexpr (kAtten) {
+            const double d = rel.length();
+            if (kUseMax && d > R) continue;
+            W += 1.0 / fieldPower(1.0 + d, a);
+        } else {
+            if (kUseMax && rel.lengthSquared() > R2) continue;
+            W += 1.0;
+        }
+    }
+    return W;
+}
+
 // Calls `body.template operator()<kUseMax, kAtten>()` for the case at hand: each law keeps one loop per
 // combination, so `pow` and square roots appear only in the loops that need them.
 template <class Body> inline bool dispatchFieldLoop(bool useMax, bool atten, Body&& body) {

@@ -24,21 +24,9 @@ bool TdynGravity::apply(TdynPointReceptor& r, int, bool) {
     return dispatchFieldLoop(f.useMaxDistance, a > 0, [=, &r, &f]<bool kUseMax, bool kAtten>() {
         for (int i = static_cast<int>(r.count()) - 1; i >= 0; --i) {
             const T4dDblVector p = r.position(i);
-            double W = 0;
-            // Reach first, then the volume, per source.
-            for (int s = ns - 1; s >= 0; --s) {
-                const T4dDblVector rel = p - src[s];
-                if constexpr (kAtten) {
-                    const double d = rel.length();
-                    if (kUseMax && d > R) continue;
-                    if (!f.inVolume(p)) continue;
-                    W += 1.0 / fieldPower(1.0 + d, a);
-                } else {
-                    if (kUseMax && rel.lengthSquared() > R2) continue;
-                    if (!f.inVolume(p)) continue;
-                    W += 1.0;
-                }
-            }
+            // The volume test is per point: a point outside gets nothing from any source.
+            if (!f.inVolume(p)) continue;
+            const double W = sourceWeight<kUseMax, kAtten>(p, src, ns, a, R, R2);
             if (W > 0) r.addForce(i, base * (r.mass(i) * W));
         }
         return true;

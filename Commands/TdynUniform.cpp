@@ -27,18 +27,7 @@ bool TdynUniform::apply(TdynPointReceptor& r, int, bool) {
         for (int i = static_cast<int>(r.count()) - 1; i >= 0; --i) {
             const T4dDblVector p = r.position(i);
             if (!f.inVolume(p)) continue;
-            double W = 0;
-            for (int s = ns - 1; s >= 0; --s) {
-                const T4dDblVector rel = p - src[s];
-                if constexpr (kAtten) {
-                    const double d = rel.length();
-                    if (kUseMax && d > R) continue;
-                    W += 1.0 / fieldPower(1.0 + d, a);
-                } else {
-                    if (kUseMax && rel.lengthSquared() > R2) continue;
-                    W += 1.0;
-                }
-            }
+            const double W = sourceWeight<kUseMax, kAtten>(p, src, ns, a, R, R2);
             if (W > 0) r.addForce(i, base * W);
         }
         return true;
