@@ -227,50 +227,50 @@ TscriptValue scriptUnary(TscriptOp op, const TscriptValue& a) {
     }
 }
 
+namespace {
+// The six comparisons, for ints and floats alike; false when `op` is not one of them.
+template <class T> bool compareNumbers(TscriptOp op, T x, T y, bool& out) {
+    switch (op) {
+    case TscriptOp::Eq:
+        out = x == y;
+        return true;
+    case TscriptOp::Ne:
+        out = x != y;
+        return true;
+    case TscriptOp::Lt:
+        out = x < y;
+        return true;
+    case TscriptOp::Le:
+        out = x <= y;
+        return true;
+    case TscriptOp::Gt:
+        out = x > y;
+        return true;
+    case TscriptOp::Ge:
+        out = x >= y;
+        return true;
+    default:
+        return false;
+    }
+}
+} // namespace
+
 TscriptValue scriptBinary(TscriptOp op, const TscriptValue& a, const TscriptValue& b) {
     TscriptType ta = a.type(), tb = b.type();
     // The common cases first: two ints, two floats.
     if (ta == TscriptType::Int && tb == TscriptType::Int) {
         int x = a.intRef(), y = b.intRef();
-        switch (op) {
-        case TscriptOp::Eq:
-            return x == y;
-        case TscriptOp::Ne:
-            return x != y;
-        case TscriptOp::Lt:
-            return x < y;
-        case TscriptOp::Le:
-            return x <= y;
-        case TscriptOp::Gt:
-            return x > y;
-        case TscriptOp::Ge:
-            return x >= y;
-        case TscriptOp::Cross:
-            fault(kCrossOnly);
-        default:
-            return intArith(op, x, y);
-        }
+        bool c = false;
+        if (compareNumbers(op, x, y, c)) return c;
+        if (op == TscriptOp::Cross) fault(kCrossOnly);
+        return intArith(op, x, y);
     }
     if (a.isNumber() && b.isNumber()) {
         double x = a.asFloat(), y = b.asFloat();
-        switch (op) {
-        case TscriptOp::Eq:
-            return x == y;
-        case TscriptOp::Ne:
-            return x != y;
-        case TscriptOp::Lt:
-            return x < y;
-        case TscriptOp::Le:
-            return x <= y;
-        case TscriptOp::Gt:
-            return x > y;
-        case TscriptOp::Ge:
-            return x >= y;
-        case TscriptOp::Cross:
-            fault(kCrossOnly);
-        default:
-            return floatArith(op, x, y);
-        }
+        bool c = false;
+        if (compareNumbers(op, x, y, c)) return c;
+        if (op == TscriptOp::Cross) fault(kCrossOnly);
+        return floatArith(op, x, y);
     }
     if (op == TscriptOp::Eq || op == TscriptOp::Ne) {
         if (a.isNone() || b.isNone()) fault(cannotTake(op, TscriptType::None));
