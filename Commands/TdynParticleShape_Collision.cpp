@@ -130,14 +130,18 @@ void TdynParticleShape::collideWithSweptGeometry(TdataBlock& block, const std::v
     Tdata massData = block.outputValue(vs->mass).data();
     const TdoubleArray* m = TdynStatic::dataDoubleArray(massData);
     const unsigned n = fSweptPoints ? fSweptPoints->count() : 0;
-    TdoubleArray mass = m ? *m : TdoubleArray();
-    if (mass.length() < n) {
-        const unsigned old = mass.length();
-        mass.changeLogicalSizeTo(n);
+    // The masses are read in place; only a short array is copied, to give the missing ones mass 1.
+    TdoubleArray padded;
+    const TdoubleArray* mass = m;
+    if (!m || m->length() < n) {
+        padded = m ? *m : TdoubleArray();
+        const unsigned old = padded.length();
+        padded.changeLogicalSizeTo(n);
         for (unsigned i = old; i < n; ++i)
-            mass[i] = 1.0;
+            padded[i] = 1.0;
+        mass = &padded;
     }
-    collideWithSweptGeometry(block, geometries, resilience, friction, elements, mass, records);
+    collideWithSweptGeometry(block, geometries, resilience, friction, elements, *mass, records);
 }
 
 void TdynParticleShape::collideWithSweptGeometry(TdataBlock& block,
