@@ -270,6 +270,9 @@ private:
     void computeWorldVelocityInObjectSpace(TdataBlock& block);
     void computeCachedWorldPosition(TdataBlock& block);
     void computeLastCachedPositionFromVelocity(TdataBlock& block);
+    // `out` = position - velocity * step: where each particle was a step ago.
+    void stepBackAlongVelocity(TdataBlock& block, const Tattribute* position, const Tattribute* velocity,
+                               const Tattribute* out);
     void computeCachedWorldVelocity(TdataBlock& block);
     void computeCentroid(TdataBlock& block, const Tattribute* source, Tattribute3Double* target);
     void computeLastWorldMatrix(TdataBlock& block);

@@ -697,15 +697,20 @@ void TdynParticleShape::computeWorldPosition(TdataBlock& block) {
 
 void TdynParticleShape::computeLastPositionFromVelocity(TdataBlock& block) {
     auto* vs = sVsData();
-    Tdata pd = block.inputValue(vs->position).data();
-    Tdata vd = block.inputValue(vs->velocity).data();
-    const double h = stepSeconds(block, vs->timeStepSize);
+    stepBackAlongVelocity(block, vs->position, vs->velocity, vs->lastPosition);
+}
+
+void TdynParticleShape::stepBackAlongVelocity(TdataBlock& block, const Tattribute* position,
+                                              const Tattribute* velocity, const Tattribute* out) {
+    Tdata pd = block.inputValue(position).data();
+    Tdata vd = block.inputValue(velocity).data();
+    const double h = stepSeconds(block, sVsData()->timeStepSize);
     const T4dDblVectorArray& p = vectorsOf(pd);
     const T4dDblVectorArray& v = vectorsOf(vd);
-    T4dDblVectorArray out = p;
+    T4dDblVectorArray back = p;
     for (unsigned i = 0; i < v.length() && i < p.length(); ++i)
-        out[i] = p[i] - v[i] * h;
-    storeVectors(block, vs->lastPosition, std::move(out));
+        back[i] = p[i] - v[i] * h;
+    storeVectors(block, out, std::move(back));
 }
 
 void TdynParticleShape::computeLastWorldPosition(TdataBlock& block) {
@@ -763,15 +768,7 @@ void TdynParticleShape::computeCachedWorldPosition(TdataBlock& block) {
 
 void TdynParticleShape::computeLastCachedPositionFromVelocity(TdataBlock& block) {
     auto* vs = sVsData();
-    Tdata cp = block.inputValue(vs->cachedPosition).data();
-    Tdata cv = block.inputValue(vs->cachedVelocity).data();
-    const double h = stepSeconds(block, vs->timeStepSize);
-    const T4dDblVectorArray& p = vectorsOf(cp);
-    const T4dDblVectorArray& v = vectorsOf(cv);
-    T4dDblVectorArray out = p;
-    for (unsigned i = 0; i < p.length() && i < v.length(); ++i)
-        out[i] = p[i] - v[i] * h;
-    storeVectors(block, vs->lastCachedPosition, std::move(out));
+    stepBackAlongVelocity(block, vs->cachedPosition, vs->cachedVelocity, vs->lastCachedPosition);
 }
 
 void TdynParticleShape::computeCachedWorldVelocity(TdataBlock& block) {
