@@ -2,9 +2,9 @@
 #include "TdemoScript.h"
 #include "Tprogress.h"
 
-#include "Commands/TdynExportAction.h"
-#include "Commands/TdynPDCDriver.h"
-#include "Commands/TdynParticleShape.h"
+#include "Commands/Caches/TdynExportAction.h"
+#include "Commands/Caches/TdynPDCDriver.h"
+#include "Commands/Particles/TdynParticleShape.h"
 #include "Host/Dag/Ttransform.h"
 #include "Host/Files/TatomicFile.h"
 #include "Host/Script/TscriptValue.h"

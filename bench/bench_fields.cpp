@@ -2,9 +2,9 @@
 // vortex, each beside the plainest loop doing the same arithmetic over
 // separate x, y, z arrays, so that a run reports the ratio of the two.
 
-#include "Commands/TdynRadial.h"
-#include "Commands/TdynTurbulence.h"
-#include "Commands/TdynVortex.h"
+#include "Commands/Fields/TdynRadial.h"
+#include "Commands/Fields/TdynTurbulence.h"
+#include "Commands/Fields/TdynVortex.h"
 #include "Host/Graph/TdependGraph.h"
 
 #include <benchmark/benchmark.h>

@@ -2,7 +2,7 @@
 // inputForce, beside the plainest structure-of-arrays loop doing the same
 // arithmetic (clear accelerations, sum the force, semi-implicit Euler).
 
-#include "Commands/TdynParticleShape.h"
+#include "Commands/Particles/TdynParticleShape.h"
 #include "Host/Session/Tsession.h"
 
 #include <benchmark/benchmark.h>

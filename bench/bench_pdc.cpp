@@ -3,8 +3,8 @@
 // cost of the big-endian conversion and the record walk shows as a ratio.
 #include <benchmark/benchmark.h>
 
-#include "Commands/TdynPDCDriver.h"
-#include "Commands/TdynParticleImporter.h"
+#include "Commands/Caches/TdynPDCDriver.h"
+#include "Commands/Caches/TdynParticleImporter.h"
 
 #include <cstdio>
 #include <filesystem>

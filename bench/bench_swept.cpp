@@ -3,8 +3,8 @@
 // loop doing the same arithmetic (every point against every triangle, no box),
 // run on a subset of 200 points: its time times 500 is the whole step's.
 
-#include "Commands/TdynSweptGeometry.h"
-#include "Commands/TdynSweptSolve.h"
+#include "Commands/Collisions/TdynSweptGeometry.h"
+#include "Commands/Collisions/TdynSweptSolve.h"
 #include "Host/Data/TdataGeometry.h"
 #include "Host/Geometry/TpolyPrimitives.h"
 

@@ -1,4 +1,4 @@
-#include "Commands/TdynExportDriver.h"
+#include "Commands/Caches/TdynExportDriver.h"
 #include "Host/Command/TcommandEngine.h"
 
 #include <charconv>

@@ -1,7 +1,7 @@
 #pragma once
 // An object's cached state at one time: its per-particle arrays by name.
 
-#include "Commands/TdynCachedAttribute.h"
+#include "Commands/Caches/TdynCachedAttribute.h"
 #include "Host/Time/TanimTime.h"
 
 class TdynAttributeCache {

@@ -4,9 +4,9 @@
 //   dynCache -flush OBJECTS | -all
 //   dynCache -query OBJECTS | -all      (the number of stored times of each)
 
-#include "Commands/TdynParticleCache.h"
-#include "Commands/TdynParticleCmd.h"
-#include "Commands/TdynParticleShape.h"
+#include "Commands/Caches/TdynParticleCache.h"
+#include "Commands/Scene/TdynObjectLookup.h"
+#include "Commands/Particles/TdynParticleShape.h"
 #include "Host/Command/TargDatabase.h"
 #include "Host/Command/TcommandEngine.h"
 #include "Host/Command/TmetaCommand.h"

@@ -1,7 +1,7 @@
-#include "Commands/TdynExportDriver.h"
+#include "Commands/Caches/TdynExportDriver.h"
 
-#include "Commands/TdynPDCDriver.h"
-#include "Commands/TdynParticleShape.h"
+#include "Commands/Caches/TdynPDCDriver.h"
+#include "Commands/Particles/TdynParticleShape.h"
 #include "Host/Command/TcommandEngine.h"
 #include "Host/Files/TatomicFile.h"
 #include "Host/Graph/TdependGraph.h"

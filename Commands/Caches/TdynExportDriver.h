@@ -2,7 +2,7 @@
 // Export drivers: one output format each behind one interface. A driver turns
 // an object's state at the current time into the bytes of one file.
 
-#include "Commands/TdynExportFrame.h"
+#include "Commands/Caches/TdynExportFrame.h"
 
 #include <iosfwd>
 #include <memory>

@@ -1,6 +1,6 @@
-#include "Commands/TdynExportFrame.h"
+#include "Commands/Caches/TdynExportFrame.h"
 
-#include "Commands/TdynParticleShape.h"
+#include "Commands/Particles/TdynParticleShape.h"
 
 TdynExportColumn TdynExportColumn::doubleArray(Tstring name, const double* values, unsigned n) {
     TdynExportColumn c;

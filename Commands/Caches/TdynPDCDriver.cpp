@@ -1,6 +1,6 @@
-#include "Commands/TdynPDCDriver.h"
+#include "Commands/Caches/TdynPDCDriver.h"
 
-#include "Commands/TdynBigEndian.h"
+#include "Commands/Caches/TdynBigEndian.h"
 
 #include "Host/Command/TcommandEngine.h"
 

@@ -3,7 +3,7 @@
 // big-endian whatever the machine. The same files serve as disk cache and as
 // exchange files.
 
-#include "Commands/TdynExportDriver.h"
+#include "Commands/Caches/TdynExportDriver.h"
 
 #include <cstdint>
 

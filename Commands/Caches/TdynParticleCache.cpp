@@ -1,7 +1,7 @@
-#include "Commands/TdynParticleCache.h"
+#include "Commands/Caches/TdynParticleCache.h"
 
-#include "Commands/TdynParticleImporter.h"
-#include "Commands/TdynParticleShape.h"
+#include "Commands/Caches/TdynParticleImporter.h"
+#include "Commands/Particles/TdynParticleShape.h"
 
 #include <algorithm>
 #include <cmath>

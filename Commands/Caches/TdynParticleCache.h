@@ -4,7 +4,7 @@
 // particle data files on disk, and the state at a run-up's end. A time between
 // two stored ones is interpolated particle by particle through the ids.
 
-#include "Commands/TdynAttributeCache.h"
+#include "Commands/Caches/TdynAttributeCache.h"
 
 #include <memory>
 

@@ -1,8 +1,8 @@
 // The caches of one particle object and the calls its step makes to them.
 
-#include "Commands/TdynParticleCache.h"
-#include "Commands/TdynParticleImporter.h"
-#include "Commands/TdynParticleShape.h"
+#include "Commands/Caches/TdynParticleCache.h"
+#include "Commands/Caches/TdynParticleImporter.h"
+#include "Commands/Particles/TdynParticleShape.h"
 
 #include <algorithm>
 #include <charconv>

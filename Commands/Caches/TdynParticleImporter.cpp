@@ -1,6 +1,6 @@
-#include "Commands/TdynParticleImporter.h"
+#include "Commands/Caches/TdynParticleImporter.h"
 
-#include "Commands/TdynBigEndian.h"
+#include "Commands/Caches/TdynBigEndian.h"
 
 #include "Host/Command/TworkspaceRoot.h"
 

@@ -1,7 +1,7 @@
-#include "Commands/TdynReadPDCAction.h"
+#include "Commands/Caches/TdynReadPDCAction.h"
 
-#include "Commands/TdynPDCDriver.h"
-#include "Commands/TdynParticleImporter.h"
+#include "Commands/Caches/TdynPDCDriver.h"
+#include "Commands/Caches/TdynParticleImporter.h"
 #include "Host/Command/TargDatabase.h"
 #include "Host/Command/TcommandEngine.h"
 #include "Host/Files/TatomicFile.h"

@@ -3,7 +3,7 @@
 // it, or checks it against the built-in test case. `-test` without a file
 // writes the test case and reads it back: a check of both directions here.
 
-#include "Commands/TdynExportFrame.h"
+#include "Commands/Caches/TdynExportFrame.h"
 #include "Host/Command/TmetaCommand.h"
 
 class TdynParticleImporter;

@@ -1,4 +1,4 @@
-#include "Commands/TdataSweptGeometry.h"
+#include "Commands/Collisions/TdataSweptGeometry.h"
 
 const TletterClass TdataSweptGeometry::sClass{"sweptGeometry", nullptr};
 

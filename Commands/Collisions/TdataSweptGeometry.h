@@ -4,7 +4,7 @@
 // the same geometry, which its maker (a geometry connector) updates in place
 // every step instead of copying thousands of triangles.
 
-#include "Commands/TdynSweptGeometry.h"
+#include "Commands/Collisions/TdynSweptGeometry.h"
 #include "Host/Data/Tdata.h"
 
 class TdataSweptGeometry : public Tletter {

@@ -1,8 +1,8 @@
-#include "Commands/TdynCollision.h"
+#include "Commands/Collisions/TdynCollision.h"
 
-#include "Commands/TdynGeoConnector.h"
-#include "Commands/TdynParticleShape.h"
-#include "Commands/TdynStatic.h"
+#include "Commands/Collisions/TdynGeoConnector.h"
+#include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/TdynStatic.h"
 
 #include <algorithm>
 

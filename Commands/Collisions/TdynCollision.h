@@ -5,7 +5,7 @@
 // it reads that geometry and these two values at one element of its collision
 // arrays.
 
-#include "Commands/TdynAuxiliary.h"
+#include "Commands/Scene/TdynAuxiliary.h"
 
 #include <string>
 #include <vector>

@@ -3,11 +3,11 @@
 // objects named or selected with the geometry collide with it at once, as
 // fields take selected particle objects as clients.
 
-#include "Commands/TdynCmd.h"
-#include "Commands/TdynCollision.h"
-#include "Commands/TdynGeoConnector.h"
-#include "Commands/TdynParticleShape.h"
-#include "Commands/TdynStatic.h"
+#include "Commands/Scene/TdynCmd.h"
+#include "Commands/Collisions/TdynCollision.h"
+#include "Commands/Collisions/TdynGeoConnector.h"
+#include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/TdynStatic.h"
 
 #include <algorithm>
 #include <optional>

@@ -2,9 +2,9 @@
 // particle objects. An event is one element of the object's event table; it is
 // found by -name or by -idNumber (its element).
 
-#include "Commands/TdynCmd.h"
-#include "Commands/TdynParticleShape.h"
-#include "Commands/TdynStatic.h"
+#include "Commands/Scene/TdynCmd.h"
+#include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/TdynStatic.h"
 
 #include <algorithm>
 #include <optional>

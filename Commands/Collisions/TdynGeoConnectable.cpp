@@ -1,7 +1,7 @@
-#include "Commands/TdynGeoConnectable.h"
+#include "Commands/Collisions/TdynGeoConnectable.h"
 
-#include "Commands/TdynGeoConnector.h"
-#include "Commands/TdynStatic.h"
+#include "Commands/Collisions/TdynGeoConnector.h"
+#include "Commands/Scene/TdynStatic.h"
 
 TdynGeoConnectable::TdynGeoConnectable(TdagObject* object) {
     TdagObject* s = TdynStatic::getShape(object);

@@ -1,4 +1,4 @@
-#include "Commands/TdynPlaneEquation.h"
+#include "Commands/Collisions/TdynPlaneEquation.h"
 
 namespace {
 unsigned gNextPlaneId = 0; // evaluation thread only

@@ -1,4 +1,4 @@
-#include "Commands/TdynSweptGeometry.h"
+#include "Commands/Collisions/TdynSweptGeometry.h"
 
 #include "Host/Dag/Tshape.h"
 #include "Host/Data/TdataGeometry.h"

@@ -2,10 +2,10 @@
 // Geometry with a start and an end state per step: the triangles of a mesh
 // or the lines of a sampled curve, for collisions and surface emission.
 
-#include "Commands/TdynBoundingBox.h"
-#include "Commands/TdynSweptLine.h"
-#include "Commands/TdynSweptPoint.h"
-#include "Commands/TdynSweptTriangle.h"
+#include "Commands/Collisions/TdynBoundingBox.h"
+#include "Commands/Collisions/TdynSweptLine.h"
+#include "Commands/Collisions/TdynSweptPoint.h"
+#include "Commands/Collisions/TdynSweptTriangle.h"
 #include "Host/Math/T4dDblMatrix.h"
 
 #include <vector>

@@ -1,4 +1,4 @@
-#include "Commands/TdynSweptLine.h"
+#include "Commands/Collisions/TdynSweptLine.h"
 
 #include <cmath>
 

@@ -1,7 +1,7 @@
 #pragma once
 // A segment of a sampled curve that moves linearly through the step.
 
-#include "Commands/TdynBoundingBox.h"
+#include "Commands/Collisions/TdynBoundingBox.h"
 
 #include <vector>
 

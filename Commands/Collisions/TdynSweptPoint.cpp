@@ -1,6 +1,6 @@
-#include "Commands/TdynSweptPoint.h"
+#include "Commands/Collisions/TdynSweptPoint.h"
 
-#include "Commands/TdynStatic.h"
+#include "Commands/Scene/TdynStatic.h"
 
 #include <cmath>
 

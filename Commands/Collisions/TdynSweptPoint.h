@@ -2,7 +2,7 @@
 // A particle's motion over one step as a moving point, the hits it records
 // against swept geometry, and how it bounces.
 
-#include "Commands/TdynBoundingBox.h"
+#include "Commands/Collisions/TdynBoundingBox.h"
 #include "Host/Math/T4dDblMatrix.h"
 
 #include <cfloat>

@@ -1,4 +1,4 @@
-#include "Commands/TdynSweptSolve.h"
+#include "Commands/Collisions/TdynSweptSolve.h"
 
 #include <cmath>
 

@@ -1,7 +1,7 @@
-#include "Commands/TdynSweptTriangle.h"
+#include "Commands/Collisions/TdynSweptTriangle.h"
 
-#include "Commands/TdynSweptPoint.h"
-#include "Commands/TdynSweptSolve.h"
+#include "Commands/Collisions/TdynSweptPoint.h"
+#include "Commands/Collisions/TdynSweptSolve.h"
 
 #include <cmath>
 

@@ -2,8 +2,8 @@
 // A triangle that moves linearly from its state at the start of a step
 // (time 0) to its state at the end (time 1).
 
-#include "Commands/TdynBoundingBox.h"
-#include "Commands/TdynPlaneEquation.h"
+#include "Commands/Collisions/TdynBoundingBox.h"
+#include "Commands/Collisions/TdynPlaneEquation.h"
 
 #include <vector>
 

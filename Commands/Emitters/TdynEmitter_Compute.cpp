@@ -1,9 +1,9 @@
 // The emitter's step: the output of one target, the frame the four emitters
 // share, the counts and the random state that makes births repeat.
 
-#include "Commands/TdynEmitter.h"
+#include "Commands/Emitters/TdynEmitter.h"
 
-#include "Commands/TdynParticleShape.h"
+#include "Commands/Particles/TdynParticleShape.h"
 #include "Host/Graph/TmsgDirty.h"
 
 #include <cmath>

@@ -1,8 +1,8 @@
 // The emitter's attributes and what dirties its output.
 
-#include "Commands/TdynEmitter.h"
+#include "Commands/Emitters/TdynEmitter.h"
 
-#include "Commands/TdataSweptGeometry.h"
+#include "Commands/Collisions/TdataSweptGeometry.h"
 
 TDEFINE_NODE(TdynEmitter, TdnVSTdynEmitter, TdynAuxiliary, "pointEmitter", "YEMI")
 

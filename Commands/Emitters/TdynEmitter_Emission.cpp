@@ -4,7 +4,7 @@
 // it been moving since its birth. The order of random draws is behaviour: the
 // same seed must give the same births.
 
-#include "Commands/TdynEmitter.h"
+#include "Commands/Emitters/TdynEmitter.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,9 +1,9 @@
 // Finding emitters, their owners and targets, and joining an emitter to a
 // particle object.
 
-#include "Commands/TdynEmitter.h"
+#include "Commands/Emitters/TdynEmitter.h"
 
-#include "Commands/TdynParticleShape.h"
+#include "Commands/Particles/TdynParticleShape.h"
 #include "Host/Dag/Tmodel.h"
 #include "Host/Graph/TdnTime.h"
 

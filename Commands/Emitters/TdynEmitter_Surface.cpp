@@ -2,8 +2,8 @@
 // area or length, births spread over each element and through the step, and
 // the colour, opacity and rate a texture gives them.
 
-#include "Commands/TdataSweptGeometry.h"
-#include "Commands/TdynEmitter.h"
+#include "Commands/Collisions/TdataSweptGeometry.h"
+#include "Commands/Emitters/TdynEmitter.h"
 #include "Host/Texture/TtextureSampler.h"
 
 #include <cmath>

@@ -1,6 +1,6 @@
-#include "Commands/TdynAir.h"
+#include "Commands/Fields/TdynAir.h"
 
-#include "Commands/TdynStatic.h"
+#include "Commands/Scene/TdynStatic.h"
 
 #include <algorithm>
 #include <cmath>

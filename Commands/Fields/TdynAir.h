@@ -3,7 +3,7 @@
 // `speed`. The field remembers where it stood, so that a moving field's own
 // velocity can be inherited.
 
-#include "Commands/TdynField.h"
+#include "Commands/Fields/TdynField.h"
 
 class TdnVSTdynAir : public TdnVSTdynField {
 public:

@@ -1,4 +1,4 @@
-#include "Commands/TdynDrag.h"
+#include "Commands/Fields/TdynDrag.h"
 
 #include <cmath>
 

@@ -1,7 +1,7 @@
 #pragma once
 // Resistance against each point's velocity, optionally per axis.
 
-#include "Commands/TdynField.h"
+#include "Commands/Fields/TdynField.h"
 
 class TdnVSTdynDrag : public TdnVSTdynField {
 public:

@@ -4,9 +4,9 @@
 // and reads the element of `outputForce` with the same index; the field keeps
 // no state per client.
 
-#include "Commands/TdynAuxiliary.h"
-#include "Commands/TdynPointReceptor.h"
-#include "Commands/TdynVolumePrimitive.h"
+#include "Commands/Scene/TdynAuxiliary.h"
+#include "Commands/Fields/TdynPointReceptor.h"
+#include "Commands/Fields/TdynVolumePrimitive.h"
 
 #include <cmath>
 

@@ -1,8 +1,8 @@
 // One command per standard field: its node type, its own flags and the
 // defaults it creates with.
 
-#include "Commands/TdynField.h"
-#include "Commands/TdynStandardFieldCmd.h"
+#include "Commands/Fields/TdynField.h"
+#include "Commands/Fields/TdynStandardFieldCmd.h"
 
 #include "Host/Graph/TdnTime.h"
 

@@ -1,9 +1,9 @@
 // The force pipeline: one output element per client, the plain query path,
 // and the frame every law starts from (settings, volume, source points).
 
-#include "Commands/TdynField.h"
+#include "Commands/Fields/TdynField.h"
 
-#include "Commands/TdynParticleShape.h"
+#include "Commands/Particles/TdynParticleShape.h"
 
 #include <algorithm>
 #include <cmath>

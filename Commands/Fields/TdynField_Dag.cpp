@@ -1,6 +1,6 @@
 // The field's attributes and what dirties its output.
 
-#include "Commands/TdynField.h"
+#include "Commands/Fields/TdynField.h"
 
 TDEFINE_ABSTRACT_NODE(TdynField, TdnVSTdynField, TdynAuxiliary, "field", "YFLD")
 

@@ -1,9 +1,9 @@
 // Finding fields, their owners and clients, and joining a field to a client.
 
-#include "Commands/TdynField.h"
+#include "Commands/Fields/TdynField.h"
 
-#include "Commands/TdynParticleShape.h"
-#include "Commands/TdynStatic.h"
+#include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/TdynStatic.h"
 #include "Host/Dag/Tmodel.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 // The field's volume: a primitive per shape, made on first use, placed by the
 // field's world matrix after the offset.
 
-#include "Commands/TdynField.h"
+#include "Commands/Fields/TdynField.h"
 
 namespace {
 constexpr double kDegreesPerRadian = 57.29577951308232;

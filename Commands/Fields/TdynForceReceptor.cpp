@@ -1,3 +1,3 @@
-#include "Commands/TdynForceReceptor.h"
+#include "Commands/Fields/TdynForceReceptor.h"
 
 TdynForceReceptor::~TdynForceReceptor() = default;

@@ -1,4 +1,4 @@
-#include "Commands/TdynGravity.h"
+#include "Commands/Fields/TdynGravity.h"
 
 #include <cmath>
 

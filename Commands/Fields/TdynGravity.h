@@ -1,7 +1,7 @@
 #pragma once
 // A constant acceleration: force along the direction, scaled by each point's mass.
 
-#include "Commands/TdynField.h"
+#include "Commands/Fields/TdynField.h"
 
 class TdnVSTdynGravity : public TdnVSTdynField {
 public:

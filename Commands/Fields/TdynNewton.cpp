@@ -1,6 +1,6 @@
-#include "Commands/TdynNewton.h"
+#include "Commands/Fields/TdynNewton.h"
 
-#include "Commands/TdynParticleShape.h"
+#include "Commands/Particles/TdynParticleShape.h"
 
 #include <algorithm>
 #include <cmath>

@@ -2,7 +2,7 @@
 // Attraction between masses: a pull towards the sources that falls off with
 // a power of the distance.
 
-#include "Commands/TdynField.h"
+#include "Commands/Fields/TdynField.h"
 
 class TdnVSTdynNewton : public TdnVSTdynField {
 public:

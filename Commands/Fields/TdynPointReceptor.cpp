@@ -1,4 +1,4 @@
-#include "Commands/TdynPointReceptor.h"
+#include "Commands/Fields/TdynPointReceptor.h"
 
 void TdynPointReceptor::setArrays(const T4dDblVectorArray* positions, const T4dDblVectorArray* velocities,
                                   const TdoubleArray* masses, T4dDblVectorArray* forces, double deltaTime) {

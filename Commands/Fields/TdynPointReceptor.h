@@ -3,7 +3,7 @@
 // plain arrays the caller owns. Final, so that the force loops call it without
 // a virtual dispatch.
 
-#include "Commands/TdynForceReceptor.h"
+#include "Commands/Fields/TdynForceReceptor.h"
 #include "Host/Data/TdataArrays.h"
 
 class TdynPointReceptor final : public TdynForceReceptor {

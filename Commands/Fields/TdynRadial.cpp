@@ -1,4 +1,4 @@
-#include "Commands/TdynRadial.h"
+#include "Commands/Fields/TdynRadial.h"
 
 #include <algorithm>
 #include <cmath>

@@ -2,7 +2,7 @@
 // A push away from the sources (pull with a negative magnitude), in two parts
 // blended by radialType.
 
-#include "Commands/TdynField.h"
+#include "Commands/Fields/TdynField.h"
 
 class TdnVSTdynRadial : public TdnVSTdynField {
 public:

@@ -1,8 +1,8 @@
-#include "Commands/TdynStandardFieldCmd.h"
+#include "Commands/Fields/TdynStandardFieldCmd.h"
 
-#include "Commands/TdynField.h"
-#include "Commands/TdynParticleShape.h"
-#include "Commands/TdynStatic.h"
+#include "Commands/Fields/TdynField.h"
+#include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/TdynStatic.h"
 
 #include <algorithm>
 #include <cmath>

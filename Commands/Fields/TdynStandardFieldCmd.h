@@ -3,7 +3,7 @@
 // the command's own defaults, connection to selected particle objects (or
 // ownership by a selected geometry), edit with undo, and query.
 
-#include "Commands/TdynAuxiliaryCmd.h"
+#include "Commands/Scene/TdynAuxiliaryCmd.h"
 
 #include <limits>
 #include <utility>

@@ -1,4 +1,4 @@
-#include "Commands/TdynTurbulence.h"
+#include "Commands/Fields/TdynTurbulence.h"
 
 #include <cmath>
 

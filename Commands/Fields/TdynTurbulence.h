@@ -2,7 +2,7 @@
 // Lattice noise as a force: each point is pushed by the noise at its place
 // relative to the source, shifted by the phase and scaled by the frequency.
 
-#include "Commands/TdynField.h"
+#include "Commands/Fields/TdynField.h"
 
 #include <cstdint>
 

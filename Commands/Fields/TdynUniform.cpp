@@ -1,4 +1,4 @@
-#include "Commands/TdynUniform.h"
+#include "Commands/Fields/TdynUniform.h"
 
 #include <cmath>
 

@@ -1,7 +1,7 @@
 #pragma once
 // A constant push along a direction, the same everywhere in reach.
 
-#include "Commands/TdynField.h"
+#include "Commands/Fields/TdynField.h"
 
 class TdnVSTdynUniform : public TdnVSTdynField {
 public:

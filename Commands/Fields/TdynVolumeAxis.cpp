@@ -1,4 +1,4 @@
-#include "Commands/TdynVolumeAxis.h"
+#include "Commands/Fields/TdynVolumeAxis.h"
 
 #include "Host/Noise/T4dVectorNoise.h"
 

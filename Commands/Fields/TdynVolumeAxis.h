@@ -2,7 +2,7 @@
 // Flow through a volume: away from its centre or axis, along and around the
 // axis, a directional drift and noise, fading towards the surface.
 
-#include "Commands/TdynField.h"
+#include "Commands/Fields/TdynField.h"
 
 class TdnVSTdynVolumeAxis : public TdnVSTdynField {
 public:

@@ -1,4 +1,4 @@
-#include "Commands/TdynVolumePrimitive.h"
+#include "Commands/Fields/TdynVolumePrimitive.h"
 
 #include <cmath>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-#include "Commands/TdynVortex.h"
+#include "Commands/Fields/TdynVortex.h"
 
 #include <cmath>
 #include <limits>

@@ -2,7 +2,7 @@
 // Rotation about an axis through each source: the force is the displacement
 // of one step's turn, divided by the step.
 
-#include "Commands/TdynField.h"
+#include "Commands/Fields/TdynField.h"
 
 class TdnVSTdynVortex : public TdnVSTdynField {
 public:

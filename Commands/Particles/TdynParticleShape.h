@@ -3,7 +3,7 @@
 // arrays kept as attributes. A particle is an index into those arrays. The
 // whole simulation step hangs on the evaluation of `count`.
 
-#include "Commands/TdynStatic.h"
+#include "Commands/Scene/TdynStatic.h"
 #include "Host/Base/TclientServer.h"
 #include "Host/Dag/Tshape.h"
 #include "Host/Data/TdataArrayAttrs.h"

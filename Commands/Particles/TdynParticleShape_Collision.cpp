@@ -2,9 +2,9 @@
 // geometry on collisionGeometry, the response written back to the state, and
 // one record per hit for events.
 
-#include "Commands/TdataSweptGeometry.h"
-#include "Commands/TdynParticleShape.h"
-#include "Commands/TdynSweptGeometry.h"
+#include "Commands/Collisions/TdataSweptGeometry.h"
+#include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Collisions/TdynSweptGeometry.h"
 
 #include <algorithm>
 #include <cfloat>

@@ -1,8 +1,8 @@
 // The evaluation loop: how a pull at a time becomes at most one step, the
 // integrator, force accumulation with goals, and the derived arrays.
 
-#include "Commands/TdynParticleCache.h"
-#include "Commands/TdynParticleShape.h"
+#include "Commands/Caches/TdynParticleCache.h"
+#include "Commands/Particles/TdynParticleShape.h"
 
 #include "Host/Command/TcommandEngine.h"
 #include "Host/Data/TdataGeometry.h"

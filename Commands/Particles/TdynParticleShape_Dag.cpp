@@ -1,8 +1,8 @@
 // The particle node's attributes, in their fixed order, and what dirties what.
 
-#include "Commands/TdynParticleShape.h"
+#include "Commands/Particles/TdynParticleShape.h"
 
-#include "Commands/TdataSweptGeometry.h"
+#include "Commands/Collisions/TdataSweptGeometry.h"
 
 #include <utility>
 

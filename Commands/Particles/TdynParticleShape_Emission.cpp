@@ -1,9 +1,9 @@
 // Births and deaths: batches from emitters and commands, lifespans, the
 // removal that keeps every array aligned, identifiers and their mapping.
 
-#include "Commands/TdynParticleShape.h"
+#include "Commands/Particles/TdynParticleShape.h"
 
-#include "Commands/TdynEmitter.h"
+#include "Commands/Emitters/TdynEmitter.h"
 
 #include "Host/Base/ThostException.h"
 #include "Host/Data/TdataGeometry.h"

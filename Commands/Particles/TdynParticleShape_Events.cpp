@@ -2,7 +2,7 @@
 // response (counting hits, splitting, emitting into a target, dying, and the
 // user's procedure), and the event table's bookkeeping.
 
-#include "Commands/TdynParticleShape.h"
+#include "Commands/Particles/TdynParticleShape.h"
 
 #include "Host/Command/TcommandEngine.h"
 #include "Host/Graph/TmsgDirty.h"

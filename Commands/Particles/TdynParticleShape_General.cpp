@@ -1,7 +1,7 @@
 // Per-particle data from outside the step: typed array access, defaults,
 // single-particle reads and writes, and the object's random numbers.
 
-#include "Commands/TdynParticleShape.h"
+#include "Commands/Particles/TdynParticleShape.h"
 
 #include "Host/Command/TcommandEngine.h"
 #include "Host/Data/TdataGeometry.h"

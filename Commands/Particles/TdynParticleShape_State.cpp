@@ -1,8 +1,8 @@
 // Set-up of the arrays, the return to the initial state, saving the initial
 // state, and the reactions to values written from outside.
 
-#include "Commands/TdynParticleCache.h"
-#include "Commands/TdynParticleShape.h"
+#include "Commands/Caches/TdynParticleCache.h"
+#include "Commands/Particles/TdynParticleShape.h"
 
 #include "Host/Command/TcommandEngine.h"
 #include "Host/Graph/TdnTime.h"

@@ -1,7 +1,7 @@
 // The class-wide lists that say which attributes take part in which walk,
 // and the naming rules of the attribute families.
 
-#include "Commands/TdynParticleShape.h"
+#include "Commands/Particles/TdynParticleShape.h"
 
 #include <algorithm>
 #include <unordered_set>

@@ -1,6 +1,6 @@
-#include "Commands/TdynAuxiliary.h"
+#include "Commands/Scene/TdynAuxiliary.h"
 
-#include "Commands/TdynParticleShape.h"
+#include "Commands/Particles/TdynParticleShape.h"
 
 TDEFINE_ABSTRACT_NODE(TdynAuxiliary, TdnVSTdynAuxiliary, Ttransform, "dynBase", "YAux")
 

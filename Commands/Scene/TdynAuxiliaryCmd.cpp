@@ -1,4 +1,4 @@
-#include "Commands/TdynAuxiliaryCmd.h"
+#include "Commands/Scene/TdynAuxiliaryCmd.h"
 
 void TdynAuxiliaryCmd::addAuxiliaryFlags(Tsyntax& s) {
     using T = TargType;

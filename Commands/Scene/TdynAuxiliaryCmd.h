@@ -2,7 +2,7 @@
 // Creation of an auxiliary node (field, emitter ...): the frame adds -position
 // and -name to the dynamics command cycle.
 
-#include "Commands/TdynCmd.h"
+#include "Commands/Scene/TdynCmd.h"
 
 class TdynAuxiliaryCmd : public TdynCmd {
 protected:

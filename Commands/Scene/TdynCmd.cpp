@@ -1,4 +1,4 @@
-#include "Commands/TdynCmd.h"
+#include "Commands/Scene/TdynCmd.h"
 
 #include "Host/Dag/Tshape.h"
 #include "Host/Dag/Ttransform.h"

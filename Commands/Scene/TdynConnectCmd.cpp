@@ -2,12 +2,12 @@
 // objects. Everything named is checked before anything is connected, so a bad
 // name leaves the scene as it was.
 
-#include "Commands/TdynCmd.h"
-#include "Commands/TdynCollision.h"
-#include "Commands/TdynEmitter.h"
-#include "Commands/TdynField.h"
-#include "Commands/TdynParticleShape.h"
-#include "Commands/TdynStatic.h"
+#include "Commands/Scene/TdynCmd.h"
+#include "Commands/Collisions/TdynCollision.h"
+#include "Commands/Emitters/TdynEmitter.h"
+#include "Commands/Fields/TdynField.h"
+#include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/TdynStatic.h"
 
 class TdynConnectCmd : public TdynCmd {
 protected:

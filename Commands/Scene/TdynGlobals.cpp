@@ -1,7 +1,7 @@
 // The scene-wide dynamics nodes: the globals (over-sampling, disk cache
 // settings) and the controller (switches for the whole scene).
 
-#include "Commands/TdynParticleShape.h"
+#include "Commands/Particles/TdynParticleShape.h"
 
 #include "Host/Time/TanimTime.h"
 

@@ -1,6 +1,6 @@
 // Array and matrix operations of TdynStatic.
 
-#include "Commands/TdynStatic.h"
+#include "Commands/Scene/TdynStatic.h"
 
 #include <cmath>
 

@@ -1,6 +1,6 @@
 // Graph queries of TdynStatic.
 
-#include "Commands/TdynStatic.h"
+#include "Commands/Scene/TdynStatic.h"
 
 #include "Host/Dag/Tmodel.h"
 #include "Host/Dag/Tshape.h"

@@ -1,8 +1,8 @@
 // Run-up: the host's time set sub-step by sub-step, each simulation pulled in turn.
 
-#include "Commands/TdynParticleCache.h"
-#include "Commands/TdynParticleShape.h"
-#include "Commands/TdynStatic.h"
+#include "Commands/Caches/TdynParticleCache.h"
+#include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/TdynStatic.h"
 
 #include "Host/Command/TcommandEngine.h"
 #include "Host/Command/ToptionVars.h"

@@ -1,6 +1,6 @@
 // Sorting and searching of TdynStatic.
 
-#include "Commands/TdynStatic.h"
+#include "Commands/Scene/TdynStatic.h"
 
 #include <algorithm>
 #include <numeric>

@@ -1,6 +1,6 @@
 // The frame grid of TdynStatic.
 
-#include "Commands/TdynStatic.h"
+#include "Commands/Scene/TdynStatic.h"
 
 #include <cmath>
 #include <cstdlib>

@@ -1,9 +1,9 @@
 // Playback through the particle step: frames served from the memory cache and
 // from exported files take no step of their own.
 
-#include "Commands/TdynParticleCache.h"
-#include "Commands/TdynParticleShape.h"
-#include "DynSceneTest.h"
+#include "Commands/Caches/TdynParticleCache.h"
+#include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/DynSceneTest.h"
 
 #include <gtest/gtest.h>
 

@@ -2,9 +2,9 @@
 // through ids, and the object-level calls against a real particle object, from
 // memory and from exported files.
 
-#include "Commands/TdynParticleCache.h"
-#include "Commands/TdynParticleShape.h"
-#include "DynSceneTest.h"
+#include "Commands/Caches/TdynParticleCache.h"
+#include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/DynSceneTest.h"
 
 #include <gtest/gtest.h>
 

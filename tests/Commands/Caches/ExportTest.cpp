@@ -1,12 +1,12 @@
 // Export drivers and dynExport: the text and binary layouts line by line and
 // byte by byte, and exports of a moving particle object over a frame range.
 
-#include "Commands/TdynExportAction.h"
-#include "Commands/TdynExportDriver.h"
-#include "Commands/TdynPDCDriver.h"
-#include "Commands/TdynParticleImporter.h"
-#include "Commands/TdynParticleShape.h"
-#include "DynSceneTest.h"
+#include "Commands/Caches/TdynExportAction.h"
+#include "Commands/Caches/TdynExportDriver.h"
+#include "Commands/Caches/TdynPDCDriver.h"
+#include "Commands/Caches/TdynParticleImporter.h"
+#include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/DynSceneTest.h"
 #include "Host/Command/TcommandEngine.h"
 
 #include <gtest/gtest.h>

@@ -1,11 +1,11 @@
 // Particle data files: the bytes the writer makes (built here independently,
 // byte by byte), what the reader accepts and refuses, and readPDC.
 
-#include "Commands/TdynPDCDriver.h"
-#include "Commands/TdynParticleImporter.h"
-#include "Commands/TdynParticleShape.h"
-#include "Commands/TdynReadPDCAction.h"
-#include "DynSceneTest.h"
+#include "Commands/Caches/TdynPDCDriver.h"
+#include "Commands/Caches/TdynParticleImporter.h"
+#include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Caches/TdynReadPDCAction.h"
+#include "Commands/Scene/DynSceneTest.h"
 #include "Host/Command/TworkspaceRoot.h"
 #include "Host/Session/Tsession.h"
 

@@ -1,8 +1,8 @@
 // Collision events: counting hits, splitting, emitting into a target, dying,
 // and the user's procedure, driven by collision records filled by hand.
 
-#include "Commands/TdynParticleShape.h"
-#include "DynSceneTest.h"
+#include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/DynSceneTest.h"
 
 #include <gtest/gtest.h>
 

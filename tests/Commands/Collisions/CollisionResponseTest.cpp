@@ -1,9 +1,9 @@
 // Particles against collision geometry: the bounce worked out by hand, the
 // records of each hit, moving geometry, and the collision command.
 
-#include "Commands/TdynCollision.h"
-#include "Commands/TdynParticleShape.h"
-#include "DynSceneTest.h"
+#include "Commands/Collisions/TdynCollision.h"
+#include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/DynSceneTest.h"
 #include "Host/Dag/Tshape.h"
 #include "Host/Geometry/TpolyPrimitives.h"
 

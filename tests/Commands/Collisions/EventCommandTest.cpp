@@ -1,8 +1,8 @@
 // The event command: making, querying, editing, renaming, listing and deleting
 // events, undo, and its refusals.
 
-#include "Commands/TdynParticleShape.h"
-#include "DynSceneTest.h"
+#include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/DynSceneTest.h"
 
 #include <gtest/gtest.h>
 

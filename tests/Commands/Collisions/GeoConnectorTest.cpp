@@ -1,11 +1,11 @@
 // The geometry connector in a whole session: wiring, points and velocities
 // of a still, a moving and a deforming shape, and its swept geometry.
 
-#include "Commands/TdataSweptGeometry.h"
-#include "Commands/TdynAuxiliary.h"
-#include "Commands/TdynGeoConnectable.h"
-#include "Commands/TdynGeoConnector.h"
-#include "DynSceneTest.h"
+#include "Commands/Collisions/TdataSweptGeometry.h"
+#include "Commands/Scene/TdynAuxiliary.h"
+#include "Commands/Collisions/TdynGeoConnectable.h"
+#include "Commands/Collisions/TdynGeoConnector.h"
+#include "Commands/Scene/DynSceneTest.h"
 #include "Host/Data/TdataGeometry.h"
 #include "Host/Geometry/TpolyPrimitives.h"
 #include "Host/Graph/TdgContext.h"

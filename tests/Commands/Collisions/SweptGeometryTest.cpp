@@ -1,9 +1,9 @@
 // Moving points against moving triangles: the hit polynomial and its solvers,
 // edge allowances, weights, the bounce, and the boxes in front of it all.
 
-#include "Commands/TdataSweptGeometry.h"
-#include "Commands/TdynSweptGeometry.h"
-#include "Commands/TdynSweptSolve.h"
+#include "Commands/Collisions/TdataSweptGeometry.h"
+#include "Commands/Collisions/TdynSweptGeometry.h"
+#include "Commands/Collisions/TdynSweptSolve.h"
 #include "Host/Data/TdataArrays.h"
 #include "Host/Data/TdataGeometry.h"
 #include "Host/Geometry/TpolyPrimitives.h"

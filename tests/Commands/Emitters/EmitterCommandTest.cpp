@@ -1,9 +1,9 @@
 // The emitter command and connectDynamic -em: creation free or owned, edit
 // and query with undo, the wiring to a target, and bad input.
 
-#include "Commands/TdynEmitter.h"
-#include "Commands/TdynParticleShape.h"
-#include "DynSceneTest.h"
+#include "Commands/Emitters/TdynEmitter.h"
+#include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/DynSceneTest.h"
 
 #include <gtest/gtest.h>
 

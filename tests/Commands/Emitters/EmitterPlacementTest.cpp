@@ -2,8 +2,8 @@
 // random directions they draw, the split of a count over elements and the
 // texture filter, each against what can be worked out by hand.
 
-#include "Commands/TdynEmitter.h"
-#include "DynSceneTest.h"
+#include "Commands/Emitters/TdynEmitter.h"
+#include "Commands/Scene/DynSceneTest.h"
 
 #include <gtest/gtest.h>
 

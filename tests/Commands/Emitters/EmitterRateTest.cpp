@@ -2,9 +2,9 @@
 // random sequence kept across rewinds and cycles, full targets and inherited
 // motion.
 
-#include "Commands/TdynEmitter.h"
-#include "Commands/TdynParticleShape.h"
-#include "DynSceneTest.h"
+#include "Commands/Emitters/TdynEmitter.h"
+#include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/DynSceneTest.h"
 
 #include <gtest/gtest.h>
 

@@ -2,10 +2,10 @@
 // geometry, the motion of the surface passed on, counts by area, and the
 // checker texture thinning births by brightness.
 
-#include "Commands/TdynEmitter.h"
-#include "Commands/TdynParticleShape.h"
-#include "Commands/TdynSweptGeometry.h"
-#include "DynSceneTest.h"
+#include "Commands/Emitters/TdynEmitter.h"
+#include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Collisions/TdynSweptGeometry.h"
+#include "Commands/Scene/DynSceneTest.h"
 #include "Host/Texture/TcheckerTexture.h"
 
 #include <gtest/gtest.h>

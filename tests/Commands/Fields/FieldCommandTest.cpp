@@ -1,9 +1,9 @@
 // The field commands and connectDynamic: creation defaults, presets, volume
 // flags, edit with undo, query, joining to particle objects, bad input.
 
-#include "Commands/TdynField.h"
-#include "Commands/TdynParticleShape.h"
-#include "DynSceneTest.h"
+#include "Commands/Fields/TdynField.h"
+#include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/DynSceneTest.h"
 
 #include <gtest/gtest.h>
 

@@ -1,12 +1,12 @@
 // The field pipeline: output elements per client through the graph, chained
 // inputs, the query path's failures, source points from owners, and volumes.
 
-#include "Commands/TdynAir.h"
-#include "Commands/TdynGravity.h"
-#include "Commands/TdynRadial.h"
-#include "Commands/TdynUniform.h"
-#include "Commands/TdynVortex.h"
-#include "DynSceneTest.h"
+#include "Commands/Fields/TdynAir.h"
+#include "Commands/Fields/TdynGravity.h"
+#include "Commands/Fields/TdynRadial.h"
+#include "Commands/Fields/TdynUniform.h"
+#include "Commands/Fields/TdynVortex.h"
+#include "Commands/Scene/DynSceneTest.h"
 #include "Host/Graph/TdependGraph.h"
 
 #include <gtest/gtest.h>

@@ -1,16 +1,16 @@
 // The force laws at chosen points against their closed forms, through the
 // plain query path (getForceAtPoint), which runs the same apply as the graph.
 
-#include "Commands/TdynAir.h"
-#include "Commands/TdynDrag.h"
-#include "Commands/TdynGravity.h"
-#include "Commands/TdynNewton.h"
-#include "Commands/TdynRadial.h"
-#include "Commands/TdynTurbulence.h"
-#include "Commands/TdynUniform.h"
-#include "Commands/TdynVolumeAxis.h"
-#include "Commands/TdynVortex.h"
-#include "DynSceneTest.h"
+#include "Commands/Fields/TdynAir.h"
+#include "Commands/Fields/TdynDrag.h"
+#include "Commands/Fields/TdynGravity.h"
+#include "Commands/Fields/TdynNewton.h"
+#include "Commands/Fields/TdynRadial.h"
+#include "Commands/Fields/TdynTurbulence.h"
+#include "Commands/Fields/TdynUniform.h"
+#include "Commands/Fields/TdynVolumeAxis.h"
+#include "Commands/Fields/TdynVortex.h"
+#include "Commands/Scene/DynSceneTest.h"
 #include "Host/Graph/TdependGraph.h"
 
 #include <gtest/gtest.h>

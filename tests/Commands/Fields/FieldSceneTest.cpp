@@ -1,9 +1,9 @@
 // Fields acting on particle objects, stepped frame by frame, against the
 // semi-implicit Euler steps worked out by hand.
 
-#include "Commands/TdynField.h"
-#include "Commands/TdynParticleShape.h"
-#include "DynSceneTest.h"
+#include "Commands/Fields/TdynField.h"
+#include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/DynSceneTest.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // Volume primitives: the sweep, inside tests, boxes, directions, distances and
 // random points, against values worked out by hand.
 
-#include "Commands/TdynVolumePrimitive.h"
+#include "Commands/Fields/TdynVolumePrimitive.h"
 
 #include <gtest/gtest.h>
 

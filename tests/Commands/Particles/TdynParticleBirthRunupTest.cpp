@@ -1,8 +1,8 @@
 // Births from emitter batches and geometry, added per-particle attributes,
 // goal details, the run-up functions and the scene-wide dynamics commands.
 
-#include "Commands/TdynParticleShape.h"
-#include "DynSceneTest.h"
+#include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/DynSceneTest.h"
 #include "Host/Command/ToptionVars.h"
 #include "Host/Dag/Ttransform.h"
 

@@ -1,8 +1,8 @@
 // The particle object: its attributes, the timing rules of the step, the
 // integrator against closed forms, goals, births, deaths and identifiers.
 
-#include "Commands/TdynParticleShape.h"
-#include "DynSceneTest.h"
+#include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/DynSceneTest.h"
 #include "Host/Command/ToptionVars.h"
 #include "Host/Graph/TdnTime.h"
 

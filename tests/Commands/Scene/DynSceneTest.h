@@ -2,7 +2,7 @@
 // commands run as script text, time set frame by frame, nodes found by name.
 #pragma once
 
-#include "Commands/TdynParticleShape.h"
+#include "Commands/Particles/TdynParticleShape.h"
 #include "Host/Command/ToptionVars.h"
 #include "Host/Command/TworkspaceRoot.h"
 #include "Host/Graph/TdependGraph.h"

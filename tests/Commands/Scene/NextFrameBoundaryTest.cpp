@@ -1,7 +1,7 @@
 // The frame grid at 24 fps: one frame is 250 ticks. Expected values are worked
 // by hand from the rule's steps.
 
-#include "Commands/TdynStatic.h"
+#include "Commands/Scene/TdynStatic.h"
 
 #include <gtest/gtest.h>
 

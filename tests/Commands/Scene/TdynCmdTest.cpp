@@ -1,8 +1,8 @@
 // The edit life cycle of the dynamics command frame, through a small command
 // that edits a transform's translateX.
 
-#include "Commands/TdynCmd.h"
-#include "DynSceneTest.h"
+#include "Commands/Scene/TdynCmd.h"
+#include "Commands/Scene/DynSceneTest.h"
 #include "Host/Dag/Ttransform.h"
 #include "Host/SceneCommands/TplugPath.h"
 

@@ -1,4 +1,4 @@
-#include "Commands/TdynStatic.h"
+#include "Commands/Scene/TdynStatic.h"
 
 #include <gtest/gtest.h>
 

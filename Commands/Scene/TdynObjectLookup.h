@@ -1,5 +1,6 @@
 #pragma once
-// Helpers the particle commands share.
+// Finding particle objects by the names commands are given: shared by the
+// particle, cache and export commands.
 
 #include <string>
 
