@@ -69,7 +69,8 @@ int runDemo(const TdemoOptions& options) {
     const std::string emittedPath =
         (std::filesystem::path(options.outDir) / "emitted_positions.txt").string();
     TatomicFile emittedText(emittedPath);
-    emittedText.stream() << "# frame object id x y z (position of each particle of fountain, flakes and shards)\n";
+    emittedText.stream()
+        << "# frame object id x y z (position of each particle of fountain, flakes and shards)\n";
     TdynPDCDriver pdc;
     const std::vector<Tstring> pdcNames{"position", "velocity", "particleId", "age"};
     Tprogress progress("demo", static_cast<int>(end - start + 1), options.quiet);
@@ -120,15 +121,15 @@ int runDemo(const TdemoOptions& options) {
         std::cerr << "// Error: " << error << " //\n";
         return 1;
     }
-    std::cout << "Demo written to " << std::filesystem::absolute(options.outDir).string() << ":\n  "
-              << std::filesystem::absolute(path).string() << " (world position of the ball, frames "
-              << formatScriptNumber(start) << " to " << formatScriptNumber(end) << ")\n  "
-              << std::filesystem::absolute(particlePath).string()
-              << " (positions of the particles of spray)\n  "
-              << std::filesystem::absolute(emittedPath).string()
-              << " (positions of the particles of the fountain, the flakes the sheet sheds, and the shards the"
-                 " fountain splits into on its second bounce)\n  "
-              << std::filesystem::absolute(pdcDir).string()
-              << " (particle data of every object, one .pdc file a frame each)\n";
+    std::cout
+        << "Demo written to " << std::filesystem::absolute(options.outDir).string() << ":\n  "
+        << std::filesystem::absolute(path).string() << " (world position of the ball, frames "
+        << formatScriptNumber(start) << " to " << formatScriptNumber(end) << ")\n  "
+        << std::filesystem::absolute(particlePath).string() << " (positions of the particles of spray)\n  "
+        << std::filesystem::absolute(emittedPath).string()
+        << " (positions of the particles of the fountain, the flakes the sheet sheds, and the shards the"
+           " fountain splits into on its second bounce)\n  "
+        << std::filesystem::absolute(pdcDir).string()
+        << " (particle data of every object, one .pdc file a frame each)\n";
     return 0;
 }

@@ -7,8 +7,8 @@
 //    of the grid cell under the crossing, closed form), the reference for RainSweptOnly.
 // The share of the step spent in the swept intersection is RainSweptOnly / RainStep/1.
 
-#include "Commands/Particles/TdynParticleShape.h"
 #include "Commands/Collisions/TdynSweptGeometry.h"
+#include "Commands/Particles/TdynParticleShape.h"
 #include "Host/Command/ToptionVars.h"
 #include "Host/Data/TdataGeometry.h"
 #include "Host/Geometry/TpolyPrimitives.h"

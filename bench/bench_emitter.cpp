@@ -5,8 +5,8 @@
 // the same split, three draws a birth), so that a run reports the ratio. One
 // iteration is one step: the time column is milliseconds per step.
 
-#include "Commands/Emitters/TdynEmitter.h"
 #include "Commands/Collisions/TdynSweptGeometry.h"
+#include "Commands/Emitters/TdynEmitter.h"
 #include "Host/Geometry/TpolyPrimitives.h"
 #include "Host/Graph/TdependGraph.h"
 

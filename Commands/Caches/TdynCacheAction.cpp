@@ -5,8 +5,8 @@
 //   dynCache -query OBJECTS | -all      (the number of stored times of each)
 
 #include "Commands/Caches/TdynParticleCache.h"
-#include "Commands/Scene/TdynObjectLookup.h"
 #include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/TdynObjectLookup.h"
 #include "Host/Command/TargDatabase.h"
 #include "Host/Command/TcommandEngine.h"
 #include "Host/Command/TmetaCommand.h"

@@ -1,9 +1,9 @@
 #include "Commands/Caches/TdynExportAction.h"
 
 #include "Commands/Caches/TdynExportDriver.h"
-#include "Commands/Scene/TdynObjectLookup.h"
 #include "Commands/Caches/TdynParticleImporter.h"
 #include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/TdynObjectLookup.h"
 #include "Host/Command/TargDatabase.h"
 #include "Host/Command/TcommandEngine.h"
 #include "Host/Files/TatomicFile.h" // makeDirectories

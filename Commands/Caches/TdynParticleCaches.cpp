@@ -167,7 +167,8 @@ bool TdynParticleCaches::restoreCachedState(TanimTime time) {
     if (!restoreCachedAttributes(*fState, time, false)) return false;
     // The hit counter follows the kept per-particle counts, so events see no new hits on the way back.
     if (Tattribute* counts = fOwner.attribute("eventCountCache"))
-        if (const TdoubleArray* c = TdynStatic::dataDoubleArray(fOwner.normalBlock().outputValue(counts).data())) {
+        if (const TdoubleArray* c =
+                TdynStatic::dataDoubleArray(fOwner.normalBlock().outputValue(counts).data())) {
             double total = 0;
             for (unsigned i = 0; i < c->length(); ++i)
                 total += (*c)[i];

@@ -3,10 +3,10 @@
 // objects named or selected with the geometry collide with it at once, as
 // fields take selected particle objects as clients.
 
-#include "Commands/Scene/TdynCmd.h"
 #include "Commands/Collisions/TdynCollision.h"
 #include "Commands/Collisions/TdynGeoConnector.h"
 #include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/TdynCmd.h"
 #include "Commands/Scene/TdynStatic.h"
 
 #include <algorithm>

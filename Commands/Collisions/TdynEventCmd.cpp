@@ -2,8 +2,8 @@
 // particle objects. An event is one element of the object's event table; it is
 // found by -name or by -idNumber (its element).
 
-#include "Commands/Scene/TdynCmd.h"
 #include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/TdynCmd.h"
 #include "Commands/Scene/TdynStatic.h"
 
 #include <algorithm>

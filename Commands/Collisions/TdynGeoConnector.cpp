@@ -1,8 +1,8 @@
 #include "Commands/Collisions/TdynGeoConnector.h"
 
 #include "Commands/Collisions/TdataSweptGeometry.h"
-#include "Commands/Scene/TdynAuxiliary.h"
 #include "Commands/Collisions/TdynGeoConnectable.h"
+#include "Commands/Scene/TdynAuxiliary.h"
 #include "Host/Data/TdataGeometry.h"
 #include "Host/Graph/TdnTime.h"
 

@@ -4,8 +4,8 @@
 // the target: the particle object reads element i of `output`, and its timing,
 // fullness, seed and inherit factor arrive at the same index.
 
-#include "Commands/Scene/TdynAuxiliary.h"
 #include "Commands/Fields/TdynVolumePrimitive.h"
+#include "Commands/Scene/TdynAuxiliary.h"
 #include "Host/Data/TdataArrayAttrs.h"
 
 #include <map>

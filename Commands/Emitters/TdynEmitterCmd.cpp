@@ -2,10 +2,10 @@
 // particle object, mesh or curve), edits one with -edit and reports a setting
 // with -query. Every value is checked before anything is made or changed.
 
-#include "Commands/Scene/TdynAuxiliaryCmd.h"
-#include "Commands/Emitters/TdynEmitter.h"
 #include "Commands/Collisions/TdynGeoConnector.h"
+#include "Commands/Emitters/TdynEmitter.h"
 #include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/TdynAuxiliaryCmd.h"
 #include "Commands/Scene/TdynStatic.h"
 
 #include <algorithm>

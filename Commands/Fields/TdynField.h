@@ -4,9 +4,9 @@
 // and reads the element of `outputForce` with the same index; the field keeps
 // no state per client.
 
-#include "Commands/Scene/TdynAuxiliary.h"
 #include "Commands/Fields/TdynPointReceptor.h"
 #include "Commands/Fields/TdynVolumePrimitive.h"
+#include "Commands/Scene/TdynAuxiliary.h"
 
 #include <cmath>
 
@@ -205,7 +205,8 @@ private:
 // The summed falloff of the sources that reach `p`: 1 each, or 1 / (1 + d)^a with attenuation; the laws whose
 // force only scales with it share this sum.
 template <bool kUseMax, bool kAtten>
-inline double sourceWeight(const T4dDblVector& p, const T4dDblVector* src, int ns, double a, double R, double R2) {
+inline double sourceWeight(const T4dDblVector& p, const T4dDblVector* src, int ns, double a, double R,
+                           double R2) {
     double W = 0;
     for (int s = ns - 1; s >= 0; --s) {
         const T4dDblVector rel = p - src[s];

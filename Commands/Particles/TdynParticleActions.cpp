@@ -2,8 +2,8 @@
 // values, emitting into a running object, adding per-particle attributes,
 // saving the initial state, run-up, preferences, globals and the controller.
 
-#include "Commands/Scene/TdynObjectLookup.h"
 #include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/TdynObjectLookup.h"
 
 #include "Host/Command/TargDatabase.h"
 #include "Host/Command/TcommandEngine.h"

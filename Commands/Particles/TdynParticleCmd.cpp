@@ -1,10 +1,10 @@
 // The particle command: makes a particle object with its initial particles,
 // queries its count and edits one particle.
 
-#include "Commands/Scene/TdynCmd.h"
-#include "Commands/Scene/TdynObjectLookup.h"
 #include "Commands/Caches/TdynParticleCache.h"
 #include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/TdynCmd.h"
+#include "Commands/Scene/TdynObjectLookup.h"
 
 #include "Host/Dag/Ttransform.h"
 #include "Host/Graph/TdnTime.h"

@@ -178,7 +178,8 @@ public:
     void processCollisions(TdataBlock& block);
     void clearCollisionUVAttributes(TdataBlock& block);
     void updateSweptPointSetFromState(TdataBlock& block);
-    void collideWithSweptGeometry(TdataBlock& block, const std::vector<int>& elements, TdataArrayAttrs& records);
+    void collideWithSweptGeometry(TdataBlock& block, const std::vector<int>& elements,
+                                  TdataArrayAttrs& records);
     void collideWithSweptGeometry(TdataBlock& block, const std::vector<TdynSweptGeometry*>& geometries,
                                   const TdoubleArray& resilience, const TdoubleArray& friction,
                                   const std::vector<int>& elementIndices, const TdoubleArray& mass,

@@ -3,8 +3,8 @@
 // one record per hit for events.
 
 #include "Commands/Collisions/TdataSweptGeometry.h"
-#include "Commands/Particles/TdynParticleShape.h"
 #include "Commands/Collisions/TdynSweptGeometry.h"
+#include "Commands/Particles/TdynParticleShape.h"
 
 #include <algorithm>
 #include <cfloat>

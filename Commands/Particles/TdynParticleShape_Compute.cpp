@@ -834,7 +834,8 @@ void TdynParticleShape::computeFieldData(TdataBlock& block) {
 Tdata TdynParticleShape::fieldMasses(TdataBlock& block) {
     auto* vs = sVsData();
     Tdata mass = block.outputValue(vs->mass).data();
-    const T4dDblVectorArray* pos = TdynStatic::dataVectorArray(block.outputValue(vs->cachedWorldPosition).data());
+    const T4dDblVectorArray* pos =
+        TdynStatic::dataVectorArray(block.outputValue(vs->cachedWorldPosition).data());
     const TdoubleArray* m = TdynStatic::dataDoubleArray(mass);
     const unsigned n = pos ? pos->length() : 0;
     if (!m || m->length() == n) return mass;

@@ -40,7 +40,9 @@ int TdynCmd::doIt(const TargList& args) {
     return status;
 }
 
-int TdynCmd::parseArgs(const TargList& args) { return parseWith(args); }
+int TdynCmd::parseArgs(const TargList& args) {
+    return parseWith(args);
+}
 
 int TdynCmd::parseWith(const TargList& args) {
     std::unique_ptr<Tsyntax> syntax = newSyntax();
@@ -105,7 +107,9 @@ int TdynCmd::setUpInteractive() {
     return doSetUpInteractive();
 }
 
-int TdynCmd::cancel() { return 0; }
+int TdynCmd::cancel() {
+    return 0;
+}
 
 int TdynCmd::finalize() {
     TundoManager& undo = engine().undoManager();
@@ -117,7 +121,9 @@ int TdynCmd::finalize() {
     return doFinalize();
 }
 
-std::unique_ptr<Tsyntax> TdynCmd::newSyntax() { return std::make_unique<Tsyntax>(); }
+std::unique_ptr<Tsyntax> TdynCmd::newSyntax() {
+    return std::make_unique<Tsyntax>();
+}
 
 int TdynCmd::buildObjectList(const TargDatabase& db) {
     resetObjectLists();
@@ -154,7 +160,9 @@ const char* given(const TargDatabase& db, const char* s, const char* l) {
 }
 } // namespace
 
-bool TdynCmd::isFlagSet(const TargDatabase& db, const char* s, const char* l) { return given(db, s, l) != nullptr; }
+bool TdynCmd::isFlagSet(const TargDatabase& db, const char* s, const char* l) {
+    return given(db, s, l) != nullptr;
+}
 
 bool TdynCmd::queryFlag(const TargDatabase& db, const char* s, const char* l, const TscriptValue& value) {
     if (!given(db, s, l)) return false;
@@ -181,13 +189,15 @@ bool TdynCmd::getFlagArg(const TargDatabase& db, const char* s, const char* l, b
     set = true;
     return true;
 }
-bool TdynCmd::getFlagArg(const TargDatabase& db, const char* s, const char* l, std::string& value, bool& set) {
+bool TdynCmd::getFlagArg(const TargDatabase& db, const char* s, const char* l, std::string& value,
+                         bool& set) {
     const char* f = given(db, s, l);
     if (!f || !db.getFlagArgument(f, 0, value)) return false;
     set = true;
     return true;
 }
-bool TdynCmd::getFlagArg(const TargDatabase& db, const char* s, const char* l, T4dDblVector& value, bool& set) {
+bool TdynCmd::getFlagArg(const TargDatabase& db, const char* s, const char* l, T4dDblVector& value,
+                         bool& set) {
     const char* f = given(db, s, l);
     if (!f || db.flagArgumentCount(f) < 3) return false;
     value = {db.flagArgumentDouble(f, 0, 0), db.flagArgumentDouble(f, 0, 1), db.flagArgumentDouble(f, 0, 2)};
@@ -197,7 +207,8 @@ bool TdynCmd::getFlagArg(const TargDatabase& db, const char* s, const char* l, T
 
 bool TdynCmd::displayErrorIfSet(const TargDatabase& db, const char* s, const char* l, const char* mode) {
     if (!given(db, s, l)) return false;
-    TcommandEngine::current().displayError(db.commandName() + ": -" + l + " cannot be used in " + mode + " mode");
+    TcommandEngine::current().displayError(db.commandName() + ": -" + l + " cannot be used in " + mode +
+                                           " mode");
     return true;
 }
 
@@ -211,7 +222,9 @@ void TdynCmd::makeDefaultObjectListSelection(Tsyntax& s) {
     s.setObjectKind(Tsyntax::ObjectKind::Objects, 0);
     s.useSelectionAsDefault(true);
 }
-void TdynCmd::makeDefaultObjectListNone(Tsyntax& s) { s.setObjectKind(Tsyntax::ObjectKind::None); }
+void TdynCmd::makeDefaultObjectListNone(Tsyntax& s) {
+    s.setObjectKind(Tsyntax::ObjectKind::None);
+}
 void TdynCmd::makeArrayTypeObjects(Tsyntax& s) {
     s.setObjectKind(Tsyntax::ObjectKind::Objects, 0);
     fStringsOnly = false;
@@ -223,7 +236,9 @@ void TdynCmd::makeArrayTypeStrings(Tsyntax& s) {
 
 // ---- object helpers ----
 
-bool TdynCmd::objectExists(const std::string& name) { return findObject(name) != nullptr; }
+bool TdynCmd::objectExists(const std::string& name) {
+    return findObject(name) != nullptr;
+}
 
 TdependNode* TdynCmd::findObject(const std::string& name) {
     Tmodel* m = TmodelList::activeModel();
@@ -240,15 +255,19 @@ TdependNode* TdynCmd::findObjectFromList(const std::string& name) const {
 
 void TdynCmd::traverseTransformHierarchy(TdagObject* object, std::vector<TdagObject*>& shapes) {
     for (TdagObject* c : object->childObjects()) {
-        if (isObjectAShape(c)) shapes.push_back(c);
-        else traverseTransformHierarchy(c, shapes);
+        if (isObjectAShape(c))
+            shapes.push_back(c);
+        else
+            traverseTransformHierarchy(c, shapes);
     }
 }
 
 std::vector<TdagObject*> TdynCmd::findDagObjectShapes(TdagObject* object) {
     std::vector<TdagObject*> shapes;
-    if (isObjectAShape(object)) shapes.push_back(object);
-    else traverseTransformHierarchy(object, shapes);
+    if (isObjectAShape(object))
+        shapes.push_back(object);
+    else
+        traverseTransformHierarchy(object, shapes);
     return shapes;
 }
 
@@ -260,7 +279,8 @@ std::vector<TdependNode*> TdynCmd::findSelectedNodes(const Tmetaclass& type) con
     for (TdependNode* n : fItems) {
         add(n);
         if (auto* dag = TdagObject::cast(n))
-            for (TdagObject* s : findDagObjectShapes(dag)) add(s);
+            for (TdagObject* s : findDagObjectShapes(dag))
+                add(s);
     }
     return out;
 }

@@ -39,14 +39,21 @@ public:
 
     // Flag helpers, each given the short and the long flag.
     static bool isFlagSet(const TargDatabase& db, const char* shortFlag, const char* longFlag);
-    static bool queryFlag(const TargDatabase& db, const char* shortFlag, const char* longFlag, const TscriptValue& value);
-    static bool getFlagArg(const TargDatabase& db, const char* shortFlag, const char* longFlag, double& value, bool& set);
-    static bool getFlagArg(const TargDatabase& db, const char* shortFlag, const char* longFlag, int& value, bool& set);
-    static bool getFlagArg(const TargDatabase& db, const char* shortFlag, const char* longFlag, bool& value, bool& set);
-    static bool getFlagArg(const TargDatabase& db, const char* shortFlag, const char* longFlag, std::string& value, bool& set);
-    static bool getFlagArg(const TargDatabase& db, const char* shortFlag, const char* longFlag, T4dDblVector& value, bool& set);
+    static bool queryFlag(const TargDatabase& db, const char* shortFlag, const char* longFlag,
+                          const TscriptValue& value);
+    static bool getFlagArg(const TargDatabase& db, const char* shortFlag, const char* longFlag, double& value,
+                           bool& set);
+    static bool getFlagArg(const TargDatabase& db, const char* shortFlag, const char* longFlag, int& value,
+                           bool& set);
+    static bool getFlagArg(const TargDatabase& db, const char* shortFlag, const char* longFlag, bool& value,
+                           bool& set);
+    static bool getFlagArg(const TargDatabase& db, const char* shortFlag, const char* longFlag,
+                           std::string& value, bool& set);
+    static bool getFlagArg(const TargDatabase& db, const char* shortFlag, const char* longFlag,
+                           T4dDblVector& value, bool& set);
     // An error for a flag the present mode does not allow; true if it was set.
-    static bool displayErrorIfSet(const TargDatabase& db, const char* shortFlag, const char* longFlag, const char* mode);
+    static bool displayErrorIfSet(const TargDatabase& db, const char* shortFlag, const char* longFlag,
+                                  const char* mode);
     template <class T> static void swap(T& a, T& b) {
         T t = a;
         a = b;

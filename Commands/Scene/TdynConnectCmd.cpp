@@ -2,11 +2,11 @@
 // objects. Everything named is checked before anything is connected, so a bad
 // name leaves the scene as it was.
 
-#include "Commands/Scene/TdynCmd.h"
 #include "Commands/Collisions/TdynCollision.h"
 #include "Commands/Emitters/TdynEmitter.h"
 #include "Commands/Fields/TdynField.h"
 #include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Scene/TdynCmd.h"
 #include "Commands/Scene/TdynStatic.h"
 
 class TdynConnectCmd : public TdynCmd {

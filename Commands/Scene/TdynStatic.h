@@ -32,7 +32,8 @@ public:
     // Keeps the rotation and translation with unit row lengths.
     static T4dDblMatrix matrixWithoutScale(const T4dDblMatrix& m);
     // In place; points (translation applies) or directions.
-    static void transformVectorArrayByMatrix(T4dDblVectorArray& array, const T4dDblMatrix& m, bool asPoints = true);
+    static void transformVectorArrayByMatrix(T4dDblVectorArray& array, const T4dDblMatrix& m,
+                                             bool asPoints = true);
     static void transformCopyOfVectorArrayByMatrix(const T4dDblVectorArray& array, const T4dDblMatrix& m,
                                                    T4dDblVectorArray& out, bool asPoints = true);
     // Velocity of a point carried from `oldMatrix` to `newMatrix` in `dt`
@@ -40,7 +41,9 @@ public:
     // space and placed by the old matrix.
     static T4dDblVector worldVelocityOfPoint(const T4dDblVector& p, const T4dDblMatrix& oldMatrix,
                                              const T4dDblMatrix& newMatrix, double dt);
-    static T4dDblVectorArray* dataVectorArray(const Tdata& d) { return getValueByReference<TdataVectorArray>(d); }
+    static T4dDblVectorArray* dataVectorArray(const Tdata& d) {
+        return getValueByReference<TdataVectorArray>(d);
+    }
     static TdoubleArray* dataDoubleArray(const Tdata& d) { return getValueByReference<TdataDoubleArray>(d); }
     // Makes the envelope a writer (copying a shared letter) and gives its array;
     // an empty envelope gets a new letter.
@@ -111,7 +114,8 @@ public:
     // Plays the simulations up to `t` frame by frame (sub-step by sub-step).
     static bool runupSceneTo(TanimTime t, int oversample, bool interruptible);
     static bool runupSceneFromPreviousTo(TanimTime t, int oversample, bool interruptible);
-    static bool runupSceneFromTo(TanimTime from, TanimTime to, int oversample, bool interruptible, bool useCache);
+    static bool runupSceneFromTo(TanimTime from, TanimTime to, int oversample, bool interruptible,
+                                 bool useCache);
     static bool gotoRunupFrame(TanimTime t);
     // True when every simulated object holds the state a run-up ended with at `t`.
     static bool isSceneCached(TanimTime t);

@@ -6,19 +6,22 @@
 
 void TdynStatic::scaleArrayByDoubleInPlace(T4dDblVectorArray& array, double s) {
     T4dDblVector* v = array.data();
-    for (unsigned i = array.length(); i-- > 0;) v[i] *= s;
+    for (unsigned i = array.length(); i-- > 0;)
+        v[i] *= s;
 }
 
 void TdynStatic::scaleArrayByDoubleInPlace(TdoubleArray& array, double s) {
     double* v = array.data();
-    for (unsigned i = array.length(); i-- > 0;) v[i] *= s;
+    for (unsigned i = array.length(); i-- > 0;)
+        v[i] *= s;
 }
 
 void TdynStatic::scaleArrayByDouble(const T4dDblVectorArray& array, double s, T4dDblVectorArray& out) {
     out.changeLogicalSizeTo(array.length());
     const T4dDblVector* in = array.data();
     T4dDblVector* o = out.data();
-    for (unsigned i = array.length(); i-- > 0;) o[i] = in[i] * s;
+    for (unsigned i = array.length(); i-- > 0;)
+        o[i] = in[i] * s;
 }
 
 void TdynStatic::fillVectorArray(T4dDblVectorArray& array, unsigned n, const T4dDblVector& value) {
@@ -40,8 +43,10 @@ double rowLength(const T4dDblMatrix& m, int r) {
 
 T4dDblMatrix TdynStatic::matrixWithoutRotation(const T4dDblMatrix& m) {
     T4dDblMatrix out;
-    for (int r = 0; r < 3; ++r) out.m[r][r] = rowLength(m, r);
-    for (int c = 0; c < 3; ++c) out.m[3][c] = m.m[3][c];
+    for (int r = 0; r < 3; ++r)
+        out.m[r][r] = rowLength(m, r);
+    for (int c = 0; c < 3; ++c)
+        out.m[3][c] = m.m[3][c];
     return out;
 }
 
@@ -50,17 +55,21 @@ T4dDblMatrix TdynStatic::matrixWithoutScale(const T4dDblMatrix& m) {
     for (int r = 0; r < 3; ++r) {
         double len = rowLength(m, r);
         if (len > 1e-10)
-            for (int c = 0; c < 3; ++c) out.m[r][c] /= len;
+            for (int c = 0; c < 3; ++c)
+                out.m[r][c] /= len;
     }
     return out;
 }
 
-void TdynStatic::transformVectorArrayByMatrix(T4dDblVectorArray& array, const T4dDblMatrix& m, bool asPoints) {
+void TdynStatic::transformVectorArrayByMatrix(T4dDblVectorArray& array, const T4dDblMatrix& m,
+                                              bool asPoints) {
     T4dDblVector* v = array.data();
     if (asPoints)
-        for (unsigned i = array.length(); i-- > 0;) v[i] = m.transformPoint(v[i]);
+        for (unsigned i = array.length(); i-- > 0;)
+            v[i] = m.transformPoint(v[i]);
     else
-        for (unsigned i = array.length(); i-- > 0;) v[i] = m.transformVector(v[i]);
+        for (unsigned i = array.length(); i-- > 0;)
+            v[i] = m.transformVector(v[i]);
 }
 
 void TdynStatic::transformCopyOfVectorArrayByMatrix(const T4dDblVectorArray& array, const T4dDblMatrix& m,
@@ -69,9 +78,11 @@ void TdynStatic::transformCopyOfVectorArrayByMatrix(const T4dDblVectorArray& arr
     const T4dDblVector* in = array.data();
     T4dDblVector* o = out.data();
     if (asPoints)
-        for (unsigned i = array.length(); i-- > 0;) o[i] = m.transformPoint(in[i]);
+        for (unsigned i = array.length(); i-- > 0;)
+            o[i] = m.transformPoint(in[i]);
     else
-        for (unsigned i = array.length(); i-- > 0;) o[i] = m.transformVector(in[i]);
+        for (unsigned i = array.length(); i-- > 0;)
+            o[i] = m.transformVector(in[i]);
 }
 
 T4dDblVector TdynStatic::worldVelocityOfPoint(const T4dDblVector& p, const T4dDblMatrix& oldMatrix,

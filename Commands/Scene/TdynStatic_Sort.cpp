@@ -19,7 +19,9 @@ void TdynStatic::bubbleSort(Tint32Array& values) {
     }
 }
 
-void TdynStatic::quickSort(Tint32Array& values) { std::sort(values.begin(), values.end()); }
+void TdynStatic::quickSort(Tint32Array& values) {
+    std::sort(values.begin(), values.end());
+}
 
 namespace {
 template <class A> void sortWithCompanion(A& values, Tint32Array& companion) {
@@ -32,7 +34,8 @@ template <class A> void sortWithCompanion(A& values, Tint32Array& companion) {
     std::vector<unsigned> order(n);
     std::iota(order.begin(), order.end(), 0u);
     // Stable, so equal values keep their order and runs repeat exactly.
-    std::stable_sort(order.begin(), order.end(), [&](unsigned a, unsigned b) { return values[a] < values[b]; });
+    std::stable_sort(order.begin(), order.end(),
+                     [&](unsigned a, unsigned b) { return values[a] < values[b]; });
     A sortedValues;
     sortedValues.changeLogicalSizeTo(n);
     Tint32Array sortedCompanion;

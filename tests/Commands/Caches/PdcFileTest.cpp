@@ -3,8 +3,8 @@
 
 #include "Commands/Caches/TdynPDCDriver.h"
 #include "Commands/Caches/TdynParticleImporter.h"
-#include "Commands/Particles/TdynParticleShape.h"
 #include "Commands/Caches/TdynReadPDCAction.h"
+#include "Commands/Particles/TdynParticleShape.h"
 #include "Commands/Scene/DynSceneTest.h"
 #include "Host/Command/TworkspaceRoot.h"
 #include "Host/Session/Tsession.h"

@@ -2,10 +2,10 @@
 // of a still, a moving and a deforming shape, and its swept geometry.
 
 #include "Commands/Collisions/TdataSweptGeometry.h"
-#include "Commands/Scene/TdynAuxiliary.h"
 #include "Commands/Collisions/TdynGeoConnectable.h"
 #include "Commands/Collisions/TdynGeoConnector.h"
 #include "Commands/Scene/DynSceneTest.h"
+#include "Commands/Scene/TdynAuxiliary.h"
 #include "Host/Data/TdataGeometry.h"
 #include "Host/Geometry/TpolyPrimitives.h"
 #include "Host/Graph/TdgContext.h"

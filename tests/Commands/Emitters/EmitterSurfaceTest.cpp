@@ -2,9 +2,9 @@
 // geometry, the motion of the surface passed on, counts by area, and the
 // checker texture thinning births by brightness.
 
+#include "Commands/Collisions/TdynSweptGeometry.h"
 #include "Commands/Emitters/TdynEmitter.h"
 #include "Commands/Particles/TdynParticleShape.h"
-#include "Commands/Collisions/TdynSweptGeometry.h"
 #include "Commands/Scene/DynSceneTest.h"
 #include "Host/Texture/TcheckerTexture.h"
 

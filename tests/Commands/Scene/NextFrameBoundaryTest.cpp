@@ -7,7 +7,9 @@
 
 namespace {
 
-TanimTime ticks(std::int64_t n) { return TanimTime::fromTicks(n); }
+TanimTime ticks(std::int64_t n) {
+    return TanimTime::fromTicks(n);
+}
 
 class NextFrameBoundary : public ::testing::Test {
 protected:
