@@ -1,40 +1,40 @@
-#include "Commands/Collisions/TdynGeoConnectable.h"
+#include "Commands/Collisions/TdynGeoConnectableView.h"
 
 #include "Commands/Collisions/TdynGeoConnector.h"
 #include "Commands/Scene/TdynStatic.h"
 
-TdynGeoConnectable::TdynGeoConnectable(TdagObject* object) {
+TdynGeoConnectableView::TdynGeoConnectableView(TdagObject* object) {
     TdagObject* s = TdynStatic::getShape(object);
     if (TmeshShape::cast(s) || TcurveShape::cast(s)) fShape = TgeometryShape::cast(s);
 }
 
-bool TdynGeoConnectable::isConnectable(const TdependNode* node) {
-    return TdynGeoConnectable(TdagObject::cast(const_cast<TdependNode*>(node))).isValid();
+bool TdynGeoConnectableView::isConnectable(const TdependNode* node) {
+    return TdynGeoConnectableView(TdagObject::cast(const_cast<TdependNode*>(node))).isValid();
 }
 
-bool TdynGeoConnectable::isMesh() const {
+bool TdynGeoConnectableView::isMesh() const {
     return TmeshShape::cast(fShape) != nullptr;
 }
 
-bool TdynGeoConnectable::isCurve() const {
+bool TdynGeoConnectableView::isCurve() const {
     return TcurveShape::cast(fShape) != nullptr;
 }
 
-Tplug TdynGeoConnectable::geometryOutput() const {
-    if (auto* m = TmeshShape::cast(fShape)) return Tplug(m, &TmeshShape::sVsData()->outMesh);
+Tplug TdynGeoConnectableView::geometryOutput() const {
+    if (auto* m = TmeshShape::cast(fShape)) return Tplug(m, &static_cast<TdnVSTmeshShape*>(m->vsData())->outMesh);
     if (auto* c = TcurveShape::cast(fShape)) return Tplug(c, &TcurveShape::sVsData()->local);
     return {};
 }
 
-Tplug TdynGeoConnectable::worldMatrixOutput() const {
+Tplug TdynGeoConnectableView::worldMatrixOutput() const {
     return fShape ? Tplug(fShape, &static_cast<TdnVSTdagObject*>(fShape->vsData())->worldMatrix) : Tplug();
 }
 
-Tplug TdynGeoConnectable::messagePlug() const {
+Tplug TdynGeoConnectableView::messagePlug() const {
     return fShape ? Tplug(fShape, &fShape->vsData()->message) : Tplug();
 }
 
-TdynGeoConnector* TdynGeoConnectable::connector() const {
+TdynGeoConnector* TdynGeoConnectableView::connector() const {
     if (!fShape) return nullptr;
     for (const Tplug& d : messagePlug().destinations())
         if (auto* c = TdynGeoConnector::cast(d.node());
@@ -43,6 +43,6 @@ TdynGeoConnector* TdynGeoConnectable::connector() const {
     return nullptr;
 }
 
-TdynGeoConnector* TdynGeoConnectable::connector(bool create, std::string& why) const {
+TdynGeoConnector* TdynGeoConnectableView::connector(bool create, std::string& why) const {
     return TdynGeoConnector::connectorFor(fShape, create, why);
 }

@@ -9,10 +9,10 @@
 
 class TdynGeoConnector;
 
-class TdynGeoConnectable {
+class TdynGeoConnectableView {
 public:
     // A mesh or curve shape, or a transform whose first shape is one; anything else gives an invalid view.
-    explicit TdynGeoConnectable(TdagObject* object);
+    explicit TdynGeoConnectableView(TdagObject* object);
 
     static bool isConnectable(const TdependNode* node);
 

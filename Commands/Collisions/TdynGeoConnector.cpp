@@ -1,14 +1,14 @@
 #include "Commands/Collisions/TdynGeoConnector.h"
 
 #include "Commands/Collisions/TdataSweptGeometry.h"
-#include "Commands/Collisions/TdynGeoConnectable.h"
+#include "Commands/Collisions/TdynGeoConnectableView.h"
 #include "Commands/Scene/TdynAuxiliary.h"
 #include "Host/Data/TdataGeometry.h"
 #include "Host/Graph/TdnTime.h"
 
 #include <cmath>
 
-TDEFINE_NODE(TdynGeoConnector, TdnVSTdynGeoConnector, TdependNode, "geoConnector", "YGEC")
+TDEFINE_NODE(TdynGeoConnector, TdnVSTdynGeoConnector, TdependNode, "geoConnector", "YGCT")
 
 bool TdynGeoConnector::fsForceRebuild = false;
 
@@ -204,11 +204,11 @@ TdynGeoConnector::TdynGeoConnector() = default;
 TdynGeoConnector::~TdynGeoConnector() = default;
 
 bool TdynGeoConnector::canConnect(const TdependNode* object) {
-    return TdynGeoConnectable::isConnectable(object);
+    return TdynGeoConnectableView::isConnectable(object);
 }
 
 TdynGeoConnector* TdynGeoConnector::connectorFor(TdagObject* shape, bool create, std::string& why) {
-    TdynGeoConnectable c(shape);
+    TdynGeoConnectableView c(shape);
     if (!c.isValid()) {
         why =
             (shape ? shape->name() : std::string("(nothing)")) + " has no mesh or curve geometry to connect";

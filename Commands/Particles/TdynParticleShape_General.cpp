@@ -203,7 +203,7 @@ bool TdynParticleShape::addFromDagObject(TdagObject* object) {
     for (TdagObject* s : TdynStatic::getShapes(object)) {
         Tdata g;
         if (auto* mesh = TmeshShape::cast(s))
-            mesh->getAttributeValue(&TmeshShape::sVsData()->worldMesh, g);
+            mesh->getAttributeValue(&static_cast<TdnVSTmeshShape*>(mesh->vsData())->worldMesh, g);
         else if (auto* curve = TcurveShape::cast(s))
             curve->getAttributeValue(&TcurveShape::sVsData()->worldSpace, g);
         if (auto* geo = g.as<TdataGeometry>())

@@ -48,7 +48,7 @@ bool TdnVSTmeshShape::setupDependencies(TdependencyMatrix& m) {
 }
 
 bool TmeshShape::computePlug(const Tplug& plug, TdataBlock& block) {
-    auto* vs = sVsData();
+    auto* vs = static_cast<TdnVSTmeshShape*>(vsData()); // derived shapes have their own
     if (plug.attribute() == &vs->outMesh) {
         // Shares the input's letter: no copy unless someone writes.
         block.outputValue(&vs->outMesh).set(block.inputValue(&vs->inMesh).data());
@@ -71,16 +71,16 @@ void TmeshShape::doPreDraw() {
 
 const TpolyMesh* TmeshShape::mesh() {
     Tdata d;
-    getAttributeValue(&sVsData()->outMesh, d);
+    getAttributeValue(&static_cast<TdnVSTmeshShape*>(vsData())->outMesh, d);
     auto* m = d.as<TdataMesh>();
     return m ? &m->mesh() : nullptr; // the letter stays alive in the block
 }
 
 void TmeshShape::setMesh(TpolyMesh m) {
-    TstandaloneValue value(&sVsData()->inMesh);
+    TstandaloneValue value(&static_cast<TdnVSTmeshShape*>(vsData())->inMesh);
     TdataHandle h = value.handle();
     h.set(makeData<TdataMesh>(std::move(m)));
-    setCachedValue(Tplug(this, &sVsData()->inMesh), h, TdgContext::fsNormal);
+    setCachedValue(Tplug(this, &static_cast<TdnVSTmeshShape*>(vsData())->inMesh), h, TdgContext::fsNormal);
 }
 
 TboundingBox TmeshShape::boundingBox() {

@@ -2,7 +2,7 @@
 // of a still, a moving and a deforming shape, and its swept geometry.
 
 #include "Commands/Collisions/TdataSweptGeometry.h"
-#include "Commands/Collisions/TdynGeoConnectable.h"
+#include "Commands/Collisions/TdynGeoConnectableView.h"
 #include "Commands/Collisions/TdynGeoConnector.h"
 #include "Commands/Scene/DynSceneTest.h"
 #include "Commands/Scene/TdynAuxiliary.h"
@@ -59,7 +59,7 @@ TEST_F(GeoConnectorTest, ConnectorForFindsOrMakesOneWiredToTheShape) {
     EXPECT_EQ(c->ownerShape(), object("planeShape"));
     // The same one again, by the transform or the shape.
     EXPECT_EQ(connector("planeShape"), c);
-    EXPECT_EQ(TdynGeoConnectable(object("plane")).connector(), c);
+    EXPECT_EQ(TdynGeoConnectableView(object("plane")).connector(), c);
     EXPECT_TRUE(TdnTime::cast(Tplug(c, &vs()->currentTime).source().node()) != nullptr);
     EXPECT_EQ(Tplug(c, &vs()->localGeometry).source().node(), object("planeShape"));
     // A curve gets its own, made of lines.

@@ -1,0 +1,3 @@
+#include "Commands/Scene/TdynDummyShape.h"
+
+TDEFINE_NODE(TdynDummyShape, TdnVSTdynDummyShape, Tshape, "dynHolder", "YHLD")
