@@ -121,6 +121,8 @@ protected:
             for (TdynParticleShape* p : fShapes)
                 p->appendEventNames(names);
             engine().setResult(names);
+            // A listing changes nothing: it must not take the slot an undo would use.
+            setOkayForUndo(false, 0);
         }
         return 0;
     }

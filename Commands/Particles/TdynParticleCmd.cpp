@@ -3,7 +3,7 @@
 
 #include "Commands/Caches/TdynParticleCache.h"
 #include "Commands/Particles/TdynParticleShape.h"
-#include "Commands/Scene/TdynCmd.h"
+#include "Commands/Scene/TdynObjectCmd.h"
 #include "Commands/Scene/TdynObjectLookup.h"
 
 #include "Host/Dag/Ttransform.h"
@@ -20,7 +20,7 @@ T4dDblVector vectorArg(const TargDatabase& db, const char* flag, std::size_t use
 }
 } // namespace
 
-class TdynParticleCmd : public TdynCmd {
+class TdynParticleCmd : public TdynObjectCmd {
 protected:
     std::unique_ptr<Tsyntax> newSyntax() override {
         auto s = std::make_unique<Tsyntax>();
@@ -59,8 +59,8 @@ protected:
     }
 
     TdynParticleShape* target() const {
-        for (unsigned i = 0; i < itemCount(); ++i)
-            if (auto* p = particleShapeNamed(item(i)->name())) return p;
+        for (TdependNode* n : simulatedObjects())
+            if (auto* p = TdynParticleShape::cast(n)) return p;
         return nullptr;
     }
 
@@ -194,28 +194,44 @@ protected:
         fDeleteCache = isFlagSet(db, "dc", "deleteCache");
         if (fCacheSet)
             fOldCache = fShape->normalBlock().outputValue(TdynParticleShape::sVsData()->cacheData).asBool();
+        if (int r = parseEditFactors(db); r != 0) return r;
         if (!isFlagSet(db, "at", "attribute")) return 0;
         fAttr = db.flagArgumentString("at");
-        if (!isFlagSet(db, "id", "particleId")) {
-            engine().displayError("particle: -attribute in edit mode needs -particleId");
+        const bool byId = isFlagSet(db, "id", "particleId"), byOrder = isFlagSet(db, "or", "order");
+        if (byId == byOrder) {
+            engine().displayError(
+                "particle: -attribute in edit mode needs -particleId or -order (one of them)");
             return -1;
         }
-        const int id = db.flagArgumentInt("id");
         Tattribute* a = fShape->perParticleAttribute(fAttr);
         if (!a) {
             engine().displayError("particle: '" + fAttr + "' is not a per-particle attribute of " +
                                   fShape->name());
             return -1;
         }
-        // The identifier leads to the particle's index.
-        TdoubleArray* ids = fShape->doubleArrayValue(TdynParticleShape::sVsData()->particleId);
-        fIndex = -1;
-        for (unsigned i = 0; ids && i < ids->length(); ++i)
-            if (static_cast<int>((*ids)[i]) == id) fIndex = static_cast<int>(i);
-        if (fIndex < 0) {
-            engine().displayError("particle: " + fShape->name() + " has no particle with id " +
-                                  std::to_string(id));
-            return -1;
+        if (byOrder) {
+            // -order addresses the particle by its place in the arrays.
+            double count = 0;
+            fShape->getAttributeValue(TdynParticleShape::sVsData()->count, count);
+            fIndex = db.flagArgumentInt("or");
+            if (fIndex < 0 || fIndex >= static_cast<int>(count)) {
+                engine().displayError("particle: -order " + std::to_string(fIndex) + " is outside " +
+                                      fShape->name() + "'s " + std::to_string(static_cast<int>(count)) +
+                                      " particles");
+                return -1;
+            }
+        } else {
+            // The identifier leads to the particle's index.
+            const int id = db.flagArgumentInt("id");
+            TdoubleArray* ids = fShape->doubleArrayValue(TdynParticleShape::sVsData()->particleId);
+            fIndex = -1;
+            for (unsigned i = 0; ids && i < ids->length(); ++i)
+                if (static_cast<int>((*ids)[i]) == id) fIndex = static_cast<int>(i);
+            if (fIndex < 0) {
+                engine().displayError("particle: " + fShape->name() + " has no particle with id " +
+                                      std::to_string(id));
+                return -1;
+            }
         }
         fIsVector = a->letterClasses().front() == &TdataVectorArray::sClass;
         if (fIsVector && !isFlagSet(db, "vv", "vectorValue")) {
@@ -234,6 +250,26 @@ protected:
             fShape->getAttribute(fAttr, static_cast<unsigned>(fIndex), fOldDouble);
         }
         return 0;
+    }
+
+    // -conserve and -inherit in edit mode: checked, with the old values kept for undo.
+    int parseEditFactors(const TargDatabase& db) {
+        auto* vs = TdynParticleShape::sVsData();
+        getFlagArg(db, "c", "conserve", fConserve, fConserveSet);
+        getFlagArg(db, "i", "inherit", fInherit, fInheritSet);
+        if ((fConserveSet && !std::isfinite(fConserve)) || (fInheritSet && !std::isfinite(fInherit))) {
+            engine().displayError("particle: -conserve and -inherit take finite numbers");
+            return -1;
+        }
+        if (fConserveSet) fShape->getAttributeValue(vs->conserve, fOldConserve);
+        if (fInheritSet) fShape->getAttributeValue(vs->inheritFactor, fOldInherit);
+        return 0;
+    }
+
+    void writeFactors(bool newValues) {
+        auto* vs = TdynParticleShape::sVsData();
+        if (fConserveSet) writeNumber(fShape, vs->conserve, newValues ? fConserve : fOldConserve);
+        if (fInheritSet) writeNumber(fShape, vs->inheritFactor, newValues ? fInherit : fOldInherit);
     }
 
     void writeParticle(bool newValues) {
@@ -260,6 +296,7 @@ protected:
             if (fCacheSet) writeNumber(fShape, TdynParticleShape::sVsData()->cacheData, fCache ? 1.0 : 0.0);
             // Cached frames can't be brought back by undo: deleting them only costs a rerun.
             if (fDeleteCache) TdynParticleCaches::of(*fShape).memoryCache().deleteCache();
+            writeFactors(true);
             writeParticle(true);
             return 0;
         }
@@ -299,6 +336,7 @@ protected:
         if (isEditMode()) {
             if (fCacheSet)
                 writeNumber(fShape, TdynParticleShape::sVsData()->cacheData, fOldCache ? 1.0 : 0.0);
+            writeFactors(false);
             writeParticle(false);
             return 0;
         }
@@ -327,7 +365,7 @@ protected:
 private:
     TargDatabase fDb;
     std::string fName;
-    double fConserve = 1, fInherit = 0;
+    double fConserve = 1, fInherit = 0, fOldConserve = 1, fOldInherit = 0;
     bool fConserveSet = false, fInheritSet = false, fCache = false, fCacheSet = false;
     bool fOldCache = false, fDeleteCache = false;
     T4dDblVectorArray fPoints;
