@@ -5,13 +5,6 @@
 #include "Fluids/Core/TnsGridSolver.h"
 #include "Fluids/Core/TspringGridSolver.h"
 
-namespace {
-// Solvers are known as soon as the library is loaded.
-struct TregisterAtLoad {
-    TregisterAtLoad() { Tfluid::registerSolvers(); }
-} gRegisterAtLoad;
-} // namespace
-
 void Tfluid::registerSolvers() {
     TsolverRegistry::addSolverCreator(TnsGridSolver::classSolverName(), &TnsGridSolver::creatorFunc);
     TsolverRegistry::addSolverCreator(TspringGridSolver::classSolverName(), &TspringGridSolver::creatorFunc);

@@ -37,6 +37,7 @@ public:
     ~Tfluid() override;
 
     // Enters the known solvers into the registry; safe to call more than once.
+    // The module's set-up calls it; a program that uses the core alone calls it first.
     static void registerSolvers();
 
     // ---- Sizes ----

@@ -1,6 +1,7 @@
 #include "Fluids/Core/TfluidScenes.h"
 
 TplumeScene::TplumeScene(unsigned res) : fluid(std::make_unique<Tfluid>()) {
+    Tfluid::registerSolvers();
     Tfluid& f = *fluid;
     f.setSize(res, res, res, kBoxSize, kBoxSize, kBoxSize);
     f.setBounds(kBoundBoth, kBoundBoth, kBoundBoth);

@@ -21,6 +21,10 @@ public:
     // The node-type filters and default callbacks entered by the set-up.
     static const std::vector<std::pair<std::string, int>>& nodeCallbacks();
     static const std::vector<Callback>& defaultCallbacks();
-    // Scene events: runs the default callbacks by priority.
+    // Scene events: runs the default callbacks by priority. The session calls
+    // it for every new or opened scene.
     static void sceneOpened();
+    // The default callbacks' slots that have work of ours.
+    enum Slot { kGlobalsCallback = 0, kFirstRunCallback = 1, kColorsCallback = 2 };
+    static void setSceneCallback(Slot slot, std::function<void()> onSceneOpen);
 };

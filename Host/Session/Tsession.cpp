@@ -6,10 +6,27 @@
 
 #include <fstream>
 #include <sstream>
+#include <vector>
 
 std::atomic<bool>& Tsession::interruptFlag() {
     static std::atomic<bool> flag{false};
     return flag;
+}
+
+namespace {
+std::vector<std::function<void()>>& sceneOpenedCallbacks() {
+    static std::vector<std::function<void()>> callbacks;
+    return callbacks;
+}
+} // namespace
+
+void Tsession::addSceneOpenedCallback(std::function<void()> callback) {
+    sceneOpenedCallbacks().push_back(std::move(callback));
+}
+
+void Tsession::notifySceneOpened() {
+    for (const auto& c : sceneOpenedCallbacks())
+        c();
 }
 
 Tsession::Tsession() {
@@ -25,7 +42,8 @@ Tsession::Tsession() {
     fEngine->setInterpreter(*fInterpreter);
     fEngine->setSelectionProvider([] {
         std::vector<std::string> names;
-        for (TdependNode* n : TmodelList::activeModel()->activeList()) names.push_back(n->name());
+        for (TdependNode* n : TmodelList::activeModel()->activeList())
+            names.push_back(n->name());
         return names;
     });
     fEngine->setObjectExistsCheck([this](const std::string& name) {
@@ -42,6 +60,7 @@ Tsession::Tsession() {
     TanimInfo::currAnimInfo().setRange(TanimTime(1.0, kFilm), TanimTime(120.0, kFilm));
     fGraph->timeNode();
     fGraph->setTime(TanimInfo::currAnimInfo().startTime(), false);
+    notifySceneOpened();
 }
 
 Tsession::~Tsession() {

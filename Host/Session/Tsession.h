@@ -7,6 +7,7 @@
 #include "Host/Script/TscriptInterpreter.h"
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -26,6 +27,11 @@ public:
     bool runText(const std::string& text, const std::string& name, bool echo);
     // Set from a signal handler to stop a running script (and long work that checks it).
     static std::atomic<bool>& interruptFlag();
+
+    // Work a loaded module does on every scene that opens (a new session, a
+    // scene file read); run in the order added.
+    static void addSceneOpenedCallback(std::function<void()> callback);
+    static void notifySceneOpened();
 
 private:
     TdependGraph* fPreviousGraph = nullptr;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "Commands/Particles/TdynParticleShape.h"
+#include "Global/Basket/TdynamicsBasket.h"
 #include "Host/Command/ToptionVars.h"
 #include "Host/Command/TworkspaceRoot.h"
 #include "Host/Graph/TdependGraph.h"
@@ -30,6 +31,7 @@ class DynSceneTest : public ::testing::Test {
 protected:
     // The run-up options are global: cleared before and after, so no test sees another's.
     void SetUp() override {
+        TdynamicsBasket::initialize();
         session.engine().setErrorStream(&errors);
         session.engine().setOutputStream(&output);
         clearRunupOptions();
