@@ -1,5 +1,6 @@
 // The step, the scalar and velocity solves, and semi-Lagrangian transport.
 #include "Fluids/Core/TnsGridSolver.h"
+#include "Fluids/Core/TfluidThreads.h"
 
 #include <algorithm>
 #include <cmath>
@@ -439,10 +440,13 @@ void TnsGridSolver::transport_scalar3d(Tfluid& f, TbuffFloatFluidGrid& g, Tveloc
             cur[c] = in.interpScalar(g, occ, q, prev);
         };
         if (!occ) {
-            for (unsigned k = 0; k < nz; ++k)
-                for (unsigned j = 0; j < ny; ++j)
-                    for (unsigned i = 0; i < nx; ++i)
-                        cell(i, j, k);
+            // Each cell reads only the previous values: planes go to the threads.
+            TfluidThreads::forRange(nz, [&](size_t lo, size_t hi) {
+                for (unsigned k = unsigned(lo); k < unsigned(hi); ++k)
+                    for (unsigned j = 0; j < ny; ++j)
+                        for (unsigned i = 0; i < nx; ++i)
+                            cell(i, j, k);
+            });
             return;
         }
         // Blocked cells clear their previous value as the sweep passes, which
@@ -475,18 +479,26 @@ void TnsGridSolver::transport_scalar2d(Tfluid& f, TbuffFloatFluidGrid& g, Tveloc
     const unsigned char* occ = f.occupation();
     if (occ && f.n != g.n) occ = nullptr;
     withKind(interp_, [&](const auto& in) {
-        for (unsigned i = 0; i < nx; ++i)
-            for (unsigned j = 0; j < ny; ++j) {
-                const size_t c = i + size_t(nx) * j;
-                if (occ && occ[c]) {
-                    cur[c] = 0.0f;
-                    prev[c] = 0.0f;
-                    continue;
+        // Blocked cells clear their previous value as the sweep passes (later
+        // cells read it), so with obstacles the sweep keeps one thread and its order.
+        auto columns = [&](size_t lo, size_t hi) {
+            for (unsigned i = unsigned(lo); i < unsigned(hi); ++i)
+                for (unsigned j = 0; j < ny; ++j) {
+                    const size_t c = i + size_t(nx) * j;
+                    if (occ && occ[c]) {
+                        cur[c] = 0.0f;
+                        prev[c] = 0.0f;
+                        continue;
+                    }
+                    const T2dFltPoint p(float((i + 0.5) * g.dx + x0), float((j + 0.5) * g.dy + y0));
+                    const T2dFltPoint q = traceT(in, f, vel, p, -dt, 0.0f, false);
+                    cur[c] = in.interpScalar(g, occ, q, prev);
                 }
-                const T2dFltPoint p(float((i + 0.5) * g.dx + x0), float((j + 0.5) * g.dy + y0));
-                const T2dFltPoint q = traceT(in, f, vel, p, -dt, 0.0f, false);
-                cur[c] = in.interpScalar(g, occ, q, prev);
-            }
+        };
+        if (occ)
+            columns(0, nx);
+        else
+            TfluidThreads::forRange(nx, columns);
     });
     if (!outsideIsZero) return;
     if (clearOpenSides(g, vel, true)) return;
@@ -513,20 +525,23 @@ void TnsGridSolver::transport_field3d(Tfluid& f, TvelocityGrid& vel, double dt, 
             float* out = g.array();
             const float* src = g.prevArray();
             const double ox = a == 0 ? 0.0 : 0.5, oy = a == 1 ? 0.0 : 0.5, oz = a == 2 ? 0.0 : 0.5;
-            for (unsigned k = 0; k < g.nz; ++k)
-                for (unsigned j = 0; j < g.ny; ++j)
-                    for (unsigned i = 0; i < g.nx; ++i) {
-                        const size_t c = g.index(i, j, k);
-                        if (occ && (blocked(int(i), int(j), int(k)) ||
-                                    blocked(int(i) - (a == 0), int(j) - (a == 1), int(k) - (a == 2)))) {
-                            out[c] = 0.0f;
-                            continue;
+            // Faces read only the previous velocities: planes go to the threads.
+            TfluidThreads::forRange(g.nz, [&](size_t lo, size_t hi) {
+                for (unsigned k = unsigned(lo); k < unsigned(hi); ++k)
+                    for (unsigned j = 0; j < g.ny; ++j)
+                        for (unsigned i = 0; i < g.nx; ++i) {
+                            const size_t c = g.index(i, j, k);
+                            if (occ && (blocked(int(i), int(j), int(k)) ||
+                                        blocked(int(i) - (a == 0), int(j) - (a == 1), int(k) - (a == 2)))) {
+                                out[c] = 0.0f;
+                                continue;
+                            }
+                            const T3dFltPoint p(float((i + ox) * dx + x0), float((j + oy) * dy + y0),
+                                                float((k + oz) * dz + z0));
+                            const T3dFltPoint q = traceT(in, f, vel, p, -dt, fr, true);
+                            out[c] = in.interpVectorComponent(f, occ, q, fv, g, src);
                         }
-                        const T3dFltPoint p(float((i + ox) * dx + x0), float((j + oy) * dy + y0),
-                                            float((k + oz) * dz + z0));
-                        const T3dFltPoint q = traceT(in, f, vel, p, -dt, fr, true);
-                        out[c] = in.interpVectorComponent(f, occ, q, fv, g, src);
-                    }
+            });
         }
     });
 }
@@ -550,17 +565,20 @@ void TnsGridSolver::transport_field2d(Tfluid& f, TvelocityGrid& vel, double dt, 
             float* out = g.array();
             const float* src = g.prevArray();
             const double ox = a == 0 ? 0.0 : 0.5, oy = a == 1 ? 0.0 : 0.5;
-            for (unsigned j = 0; j < g.ny; ++j)
-                for (unsigned i = 0; i < g.nx; ++i) {
-                    const size_t c = i + size_t(g.nx) * j;
-                    if (occ && (blocked(int(i), int(j)) || blocked(int(i) - (a == 0), int(j) - (a == 1)))) {
-                        out[c] = 0.0f;
-                        continue;
+            TfluidThreads::forRange(g.ny, [&](size_t lo, size_t hi) {
+                for (unsigned j = unsigned(lo); j < unsigned(hi); ++j)
+                    for (unsigned i = 0; i < g.nx; ++i) {
+                        const size_t c = i + size_t(g.nx) * j;
+                        if (occ &&
+                            (blocked(int(i), int(j)) || blocked(int(i) - (a == 0), int(j) - (a == 1)))) {
+                            out[c] = 0.0f;
+                            continue;
+                        }
+                        const T2dFltPoint p(float((i + ox) * dx + x0), float((j + oy) * dy + y0));
+                        const T2dFltPoint q = traceT(in, f, vel, p, -dt, fr, true);
+                        out[c] = in.interpVectorComponent(f, occ, q, fv, g, src);
                     }
-                    const T2dFltPoint p(float((i + ox) * dx + x0), float((j + oy) * dy + y0));
-                    const T2dFltPoint q = traceT(in, f, vel, p, -dt, fr, true);
-                    out[c] = in.interpVectorComponent(f, occ, q, fv, g, src);
-                }
+            });
         }
     });
 }

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "Fluids/Core/Tfluid.h"
+#include "Fluids/Core/TfluidThreads.h"
 #include "Fluids/Core/TnsGridSolver.h"
 
 namespace {
@@ -70,8 +71,10 @@ void correctAxis(const Tfluid& f, const unsigned char* occ, const Faces& U, cons
     auto pAt = [&](int i, int j, int k) {
         return double(p[size_t(i) + size_t(pr[0]) * (size_t(j) + size_t(pr[1]) * size_t(k))]);
     };
-    for (int k = 0; k < R2; ++k)
-        for (int j = 0; j < R1; ++j)
+    // Each face reads pressures and writes itself only: rows (j, k) go to the threads.
+    TfluidThreads::forRange(size_t(R1) * size_t(R2), [&](size_t rowLo, size_t rowHi) {
+        for (size_t row = rowLo; row < rowHi; ++row) {
+            const int j = int(row % size_t(R1)), k = int(row / size_t(R1));
             for (int i = 0; i < R0; ++i) {
                 const int s = axis == 0 ? i : (axis == 1 ? j : k);
                 if (s < first || s > last) continue;
@@ -90,6 +93,8 @@ void correctAxis(const Tfluid& f, const unsigned char* occ, const Faces& U, cons
                 float& u = U(i, j, k);
                 u = float(u + (pAt(hi[0], hi[1], hi[2]) - pAt(lo[0], lo[1], lo[2])) * g);
             }
+        }
+    });
     if (wrap) return;
     for (int k = 0; k < (axis == 2 ? 1 : R2); ++k)
         for (int j = 0; j < (axis == 1 ? 1 : R1); ++j)
@@ -133,8 +138,9 @@ template <bool Is2d> void projectT(Tfluid& f, TvelocityGrid& vel) {
     float* p = P.array();
     const unsigned char* occ = f.occupation();
     const int X = int(f.nx), Y = int(f.ny), Z = Is2d ? 1 : int(f.nz);
-    for (int k = 0; k < Z; ++k)
-        for (int j = 0; j < Y; ++j)
+    TfluidThreads::forRange(size_t(Y) * size_t(Z), [&](size_t rowLo, size_t rowHi) {
+        for (size_t row = rowLo; row < rowHi; ++row) {
+            const int j = int(row % size_t(Y)), k = int(row / size_t(Y));
             for (int i = 0; i < X; ++i) {
                 const size_t c = size_t(i) + size_t(X) * (size_t(j) + size_t(Y) * k);
                 double div =
@@ -143,6 +149,8 @@ template <bool Is2d> void projectT(Tfluid& f, TvelocityGrid& vel) {
                 rhs[c] = (occ && occ[c]) ? 0.0f : float(-div);
                 p[c] = 0.0f;
             }
+        }
+    });
     if (Is2d)
         TnsGridSolver::CGsolve(&f, P, 0.0f, TnsGridSolver::poissonMult2d, TnsGridSolver::poissonPrecond2d, 20,
                                1e-6f);
@@ -312,34 +320,38 @@ void TnsGridSolver::confine3d(Tfluid& f, TvelocityGrid& vel, float swirl, float 
     float* wl = wz + n;
     const unsigned char* occ = f.occupation();
     if (occ && f.n != n) occ = nullptr;
-    for (int k = 0; k < Z; ++k)
-        for (int j = 0; j < Y; ++j)
-            for (int i = 0; i < X; ++i) {
-                const size_t c = vel.index(unsigned(i), unsigned(j), unsigned(k));
-                if (occ && occ[c]) {
-                    wx[c] = wy[c] = wz[c] = wl[c] = 0.0f;
-                    continue;
+    // Vorticity and then its force write one cell each: planes go to the threads.
+    // The last pass adds each force to two faces, in cell order, so it stays on one.
+    TfluidThreads::forRange(size_t(Z), [&](size_t kLo, size_t kHi) {
+        for (int k = int(kLo); k < int(kHi); ++k)
+            for (int j = 0; j < Y; ++j)
+                for (int i = 0; i < X; ++i) {
+                    const size_t c = vel.index(unsigned(i), unsigned(j), unsigned(k));
+                    if (occ && occ[c]) {
+                        wx[c] = wy[c] = wz[c] = wl[c] = 0.0f;
+                        continue;
+                    }
+                    const double dWy_lo = (W.at(i, j + 1, k) - W.at(i, j - 1, k)) / (2 * dy);
+                    const double dWy_hi = (W.at(i, j + 1, k + 1) - W.at(i, j - 1, k + 1)) / (2 * dy);
+                    const double dVz_lo = (V.at(i, j, k + 1) - V.at(i, j, k - 1)) / (2 * dz);
+                    const double dVz_hi = (V.at(i, j + 1, k + 1) - V.at(i, j + 1, k - 1)) / (2 * dz);
+                    const double dUz_lo = (U.at(i, j, k + 1) - U.at(i, j, k - 1)) / (2 * dz);
+                    const double dUz_hi = (U.at(i + 1, j, k + 1) - U.at(i + 1, j, k - 1)) / (2 * dz);
+                    const double dWx_lo = (W.at(i + 1, j, k) - W.at(i - 1, j, k)) / (2 * dx);
+                    const double dWx_hi = (W.at(i + 1, j, k + 1) - W.at(i - 1, j, k + 1)) / (2 * dx);
+                    const double dVx_lo = (V.at(i + 1, j, k) - V.at(i - 1, j, k)) / (2 * dx);
+                    const double dVx_hi = (V.at(i + 1, j + 1, k) - V.at(i - 1, j + 1, k)) / (2 * dx);
+                    const double dUy_lo = (U.at(i, j + 1, k) - U.at(i, j - 1, k)) / (2 * dy);
+                    const double dUy_hi = (U.at(i + 1, j + 1, k) - U.at(i + 1, j - 1, k)) / (2 * dy);
+                    const double ax = 0.5 * (dWy_lo + dWy_hi + dVz_hi - dVz_lo);
+                    const double ay = 0.5 * (dUz_lo + dUz_hi + dWx_hi - dWx_lo);
+                    const double az = 0.5 * (dVx_lo + dVx_hi + dUy_hi - dUy_lo);
+                    wx[c] = float(ax);
+                    wy[c] = float(ay);
+                    wz[c] = float(az);
+                    wl[c] = float(std::sqrt(ax * ax + ay * ay + az * az));
                 }
-                const double dWy_lo = (W.at(i, j + 1, k) - W.at(i, j - 1, k)) / (2 * dy);
-                const double dWy_hi = (W.at(i, j + 1, k + 1) - W.at(i, j - 1, k + 1)) / (2 * dy);
-                const double dVz_lo = (V.at(i, j, k + 1) - V.at(i, j, k - 1)) / (2 * dz);
-                const double dVz_hi = (V.at(i, j + 1, k + 1) - V.at(i, j + 1, k - 1)) / (2 * dz);
-                const double dUz_lo = (U.at(i, j, k + 1) - U.at(i, j, k - 1)) / (2 * dz);
-                const double dUz_hi = (U.at(i + 1, j, k + 1) - U.at(i + 1, j, k - 1)) / (2 * dz);
-                const double dWx_lo = (W.at(i + 1, j, k) - W.at(i - 1, j, k)) / (2 * dx);
-                const double dWx_hi = (W.at(i + 1, j, k + 1) - W.at(i - 1, j, k + 1)) / (2 * dx);
-                const double dVx_lo = (V.at(i + 1, j, k) - V.at(i - 1, j, k)) / (2 * dx);
-                const double dVx_hi = (V.at(i + 1, j + 1, k) - V.at(i - 1, j + 1, k)) / (2 * dx);
-                const double dUy_lo = (U.at(i, j + 1, k) - U.at(i, j - 1, k)) / (2 * dy);
-                const double dUy_hi = (U.at(i + 1, j + 1, k) - U.at(i + 1, j - 1, k)) / (2 * dy);
-                const double ax = 0.5 * (dWy_lo + dWy_hi + dVz_hi - dVz_lo);
-                const double ay = 0.5 * (dUz_lo + dUz_hi + dWx_hi - dWx_lo);
-                const double az = 0.5 * (dVx_lo + dVx_hi + dUy_hi - dUy_lo);
-                wx[c] = float(ax);
-                wy[c] = float(ay);
-                wz[c] = float(az);
-                wl[c] = float(std::sqrt(ax * ax + ay * ay + az * az));
-            }
+    });
     float* Fx = vel.prevArrayU();
     float* Fy = vel.prevArrayV();
     float* Fz = vel.prevArrayW();
@@ -348,24 +360,26 @@ void TnsGridSolver::confine3d(Tfluid& f, TvelocityGrid& vel, float swirl, float 
                          size_t(X) * (size_t(boundedIndex(j, Y, vel.bounds[1])) +
                                       size_t(Y) * size_t(boundedIndex(k, Z, vel.bounds[2])))]);
     };
-    for (int k = 0; k < Z; ++k)
-        for (int j = 0; j < Y; ++j)
-            for (int i = 0; i < X; ++i) {
-                const size_t c = vel.index(unsigned(i), unsigned(j), unsigned(k));
-                Fx[c] = Fy[c] = Fz[c] = 0.0f;
-                if (occ && occ[c]) continue;
-                double N[3] = {(L(i + 1, j, k) - L(i - 1, j, k)) / (2 * dx),
-                               (L(i, j + 1, k) - L(i, j - 1, k)) / (2 * dy),
-                               (L(i, j, k + 1) - L(i, j, k - 1)) / (2 * dz)};
-                const double len = std::sqrt(N[0] * N[0] + N[1] * N[1] + N[2] * N[2]);
-                if (len < 1e-5) continue;
-                for (double& a : N)
-                    a /= len;
-                const double ax = wx[c], ay = wy[c], az = wz[c];
-                Fx[c] = float((N[1] * az - N[2] * ay) * dx * swirl);
-                Fy[c] = float((N[2] * ax - N[0] * az) * dy * swirl);
-                Fz[c] = float((N[0] * ay - N[1] * ax) * dz * swirl);
-            }
+    TfluidThreads::forRange(size_t(Z), [&](size_t kLo, size_t kHi) {
+        for (int k = int(kLo); k < int(kHi); ++k)
+            for (int j = 0; j < Y; ++j)
+                for (int i = 0; i < X; ++i) {
+                    const size_t c = vel.index(unsigned(i), unsigned(j), unsigned(k));
+                    Fx[c] = Fy[c] = Fz[c] = 0.0f;
+                    if (occ && occ[c]) continue;
+                    double N[3] = {(L(i + 1, j, k) - L(i - 1, j, k)) / (2 * dx),
+                                   (L(i, j + 1, k) - L(i, j - 1, k)) / (2 * dy),
+                                   (L(i, j, k + 1) - L(i, j, k - 1)) / (2 * dz)};
+                    const double len = std::sqrt(N[0] * N[0] + N[1] * N[1] + N[2] * N[2]);
+                    if (len < 1e-5) continue;
+                    for (double& a : N)
+                        a /= len;
+                    const double ax = wx[c], ay = wy[c], az = wz[c];
+                    Fx[c] = float((N[1] * az - N[2] * ay) * dx * swirl);
+                    Fy[c] = float((N[2] * ax - N[0] * az) * dy * swirl);
+                    Fz[c] = float((N[0] * ay - N[1] * ax) * dz * swirl);
+                }
+    });
     const double h = 0.5 * double(dt);
     for (int k = 0; k < Z; ++k)
         for (int j = 0; j < Y; ++j)

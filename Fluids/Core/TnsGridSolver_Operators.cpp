@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "Fluids/Core/Tfluid.h"
+#include "Fluids/Core/TfluidThreads.h"
 #include "Fluids/Core/TnsGridSolver.h"
 
 namespace {
@@ -19,9 +20,9 @@ constexpr double kLeak = 0.96;
 // blocked neighbour, and a blocked cell gets y = x (Ident) or y = 0.
 template <bool Leak, bool Ident>
 void stencil3(const int r[3], const int b[3], const float* x, float* y, double ix, double iy, double iz,
-              const unsigned char* occ) {
+              const unsigned char* occ, int kLo, int kHi) {
     const int X = r[0], Y = r[1], Z = r[2];
-    for (int k = 0; k < Z; ++k) {
+    for (int k = kLo; k < kHi; ++k) {
         const int km = boundedIndex(k - 1, Z, b[2]), kp = boundedIndex(k + 1, Z, b[2]);
         const double fzm = (Leak && k == 0) ? kLeak : 1.0;
         const double fzp = (Leak && k == Z - 1 && k != 0) ? kLeak : 1.0;
@@ -79,9 +80,9 @@ void stencil3(const int r[3], const int b[3], const float* x, float* y, double i
 
 template <bool Leak, bool Ident>
 void stencil2(const int r[2], const int b[2], const float* x, float* y, double ix, double iy,
-              const unsigned char* occ) {
+              const unsigned char* occ, int jLo, int jHi) {
     const int X = r[0], Y = r[1];
-    for (int j = 0; j < Y; ++j) {
+    for (int j = jLo; j < jHi; ++j) {
         const int jm = boundedIndex(j - 1, Y, b[1]), jp = boundedIndex(j + 1, Y, b[1]);
         const double fym = (Leak && j == 0) ? kLeak : 1.0;
         const double fyp = (Leak && j == Y - 1 && j != 0) ? kLeak : 1.0;
@@ -122,6 +123,24 @@ void stencil2(const int r[2], const int b[2], const float* x, float* y, double i
     }
 }
 
+// The stencil over the whole grid, its slabs (k planes, j rows in 2D) shared out
+// among the threads: each output cell is written by exactly one of them.
+template <bool Leak, bool Ident>
+void stencil(const TvoxelGrid& g, const float* x, float* y, double ix, double iy, double iz,
+             const unsigned char* occ, bool is2d) {
+    if (is2d) {
+        const int r[2] = {int(g.nx), int(g.ny)}, b[2] = {g.bounds[0], g.bounds[1]};
+        TfluidThreads::forRange(g.ny, [&](size_t lo, size_t hi) {
+            stencil2<Leak, Ident>(r, b, x, y, ix, iy, occ, int(lo), int(hi));
+        });
+    } else {
+        const int r[3] = {int(g.nx), int(g.ny), int(g.nz)}, b[3] = {g.bounds[0], g.bounds[1], g.bounds[2]};
+        TfluidThreads::forRange(g.nz, [&](size_t lo, size_t hi) {
+            stencil3<Leak, Ident>(r, b, x, y, ix, iy, iz, occ, int(lo), int(hi));
+        });
+    }
+}
+
 // Cell-centred operator on a grid of the fluid's resolution.
 template <bool Leak, bool Ident>
 void cellOperator(Tfluid* f, TbuffFloatFluidGrid& g, float* x, float* y, float alpha, bool is2d) {
@@ -134,13 +153,7 @@ void cellOperator(Tfluid* f, TbuffFloatFluidGrid& g, float* x, float* y, float a
         for (size_t c = 0; c < g.n; ++c)
             if (occ[c]) x[c] = 0.0f;
     }
-    if (is2d) {
-        const int r[2] = {int(g.nx), int(g.ny)}, b[2] = {g.bounds[0], g.bounds[1]};
-        stencil2<Leak, Ident>(r, b, x, y, ix, iy, occ);
-    } else {
-        const int r[3] = {int(g.nx), int(g.ny), int(g.nz)}, b[3] = {g.bounds[0], g.bounds[1], g.bounds[2]};
-        stencil3<Leak, Ident>(r, b, x, y, ix, iy, iz, occ);
-    }
+    stencil<Leak, Ident>(g, x, y, ix, iy, iz, occ, is2d);
 }
 
 // Faces of a component blocked by an occupied cell on either side, or null for
@@ -179,13 +192,7 @@ void faceOperator(Tfluid* f, TbuffFloatFluidGrid& g, float* x, float* y, float a
         for (size_t c = 0; c < g.n; ++c)
             if (blocked[c]) x[c] = 0.0f;
     }
-    if (is2d) {
-        const int r[2] = {int(g.nx), int(g.ny)}, b[2] = {g.bounds[0], g.bounds[1]};
-        stencil2<false, true>(r, b, x, y, ix, iy, nullptr);
-    } else {
-        const int r[3] = {int(g.nx), int(g.ny), int(g.nz)}, b[3] = {g.bounds[0], g.bounds[1], g.bounds[2]};
-        stencil3<false, true>(r, b, x, y, ix, iy, iz, nullptr);
-    }
+    stencil<false, true>(g, x, y, ix, iy, iz, nullptr, is2d);
     if (blocked) {
         for (size_t c = 0; c < g.n; ++c)
             if (blocked[c]) y[c] = 0.0f;
@@ -193,8 +200,10 @@ void faceOperator(Tfluid* f, TbuffFloatFluidGrid& g, float* x, float* y, float a
 }
 
 void constantPrecond(const TvoxelGrid& g, const float* r, float* z, double diag) {
-    for (size_t c = 0; c < g.n; ++c)
-        z[c] = float(r[c] / diag);
+    TfluidThreads::forRange(g.n, [&](size_t lo, size_t hi) {
+        for (size_t c = lo; c < hi; ++c)
+            z[c] = float(r[c] / diag);
+    });
 }
 
 double diffDiagonal(const TvoxelGrid& g, float alpha, bool is2d) {
@@ -210,19 +219,22 @@ double poissonDiagonal(const TvoxelGrid& g, bool is2d) {
     return 2 * (is2d ? double(ix) + iy : double(ix) + iy + iz);
 }
 
-// Dot product in double with four partial sums.
+// Dot product in double: fixed blocks, each with four partial sums, added in
+// block order (the same sum for any thread count).
 double dot(const float* a, const float* b, size_t n) {
-    double s0 = 0, s1 = 0, s2 = 0, s3 = 0;
-    size_t c = 0;
-    for (; c + 4 <= n; c += 4) {
-        s0 += double(a[c]) * b[c];
-        s1 += double(a[c + 1]) * b[c + 1];
-        s2 += double(a[c + 2]) * b[c + 2];
-        s3 += double(a[c + 3]) * b[c + 3];
-    }
-    for (; c < n; ++c)
-        s0 += double(a[c]) * b[c];
-    return (s0 + s1) + (s2 + s3);
+    return TfluidThreads::sumBlocks(n, [&](size_t lo, size_t hi) {
+        double s0 = 0, s1 = 0, s2 = 0, s3 = 0;
+        size_t c = lo;
+        for (; c + 4 <= hi; c += 4) {
+            s0 += double(a[c]) * b[c];
+            s1 += double(a[c + 1]) * b[c + 1];
+            s2 += double(a[c + 2]) * b[c + 2];
+            s3 += double(a[c + 3]) * b[c + 3];
+        }
+        for (; c < hi; ++c)
+            s0 += double(a[c]) * b[c];
+        return (s0 + s1) + (s2 + s3);
+    });
 }
 
 } // namespace
@@ -311,8 +323,10 @@ bool TnsGridSolver::CGsolve(Tfluid* f, TbuffFloatFluidGrid& g, float alpha, Mult
         normb = 1e-5;
 
     mult(f, g, x, q, alpha);
-    for (size_t c = 0; c < n; ++c)
-        r[c] = float(double(b[c]) - q[c]);
+    TfluidThreads::forRange(n, [&](size_t lo, size_t hi) {
+        for (size_t c = lo; c < hi; ++c)
+            r[c] = float(double(b[c]) - q[c]);
+    });
     double res = std::sqrt(dot(r, r, n)) / normb;
     if (res <= tolerance) return false;
     if (maxIterations < 1) return true;
@@ -329,8 +343,10 @@ bool TnsGridSolver::CGsolve(Tfluid* f, TbuffFloatFluidGrid& g, float alpha, Mult
                 beta = rho / rhoPrev;
             else
                 beta = rhoPrev < 0 ? -rho * 100000 : rho * 100000;
-            for (size_t c = 0; c < n; ++c)
-                p[c] = float(z[c] + beta * p[c]);
+            TfluidThreads::forRange(n, [&](size_t lo, size_t hi) {
+                for (size_t c = lo; c < hi; ++c)
+                    p[c] = float(z[c] + beta * p[c]);
+            });
         }
         mult(f, g, p, q, alpha);
         const double pq = dot(p, q, n);
@@ -340,10 +356,12 @@ bool TnsGridSolver::CGsolve(Tfluid* f, TbuffFloatFluidGrid& g, float alpha, Mult
             a = rho / pq;
         else
             a = pq < 0 ? -rho * 100000 : rho * 100000;
-        for (size_t c = 0; c < n; ++c) {
-            x[c] = float(x[c] + a * p[c]);
-            r[c] = float(r[c] - a * q[c]);
-        }
+        TfluidThreads::forRange(n, [&](size_t lo, size_t hi) {
+            for (size_t c = lo; c < hi; ++c) {
+                x[c] = float(x[c] + a * p[c]);
+                r[c] = float(r[c] - a * q[c]);
+            }
+        });
         res = std::sqrt(dot(r, r, n)) / normb;
         rhoPrev = rho;
         if (res <= tolerance) break;
