@@ -129,6 +129,8 @@ public:
     void saveInitialState();
     bool saveInitialState(const Tattribute* attribute);
     void patchInitialStateData(TdataBlock& block);
+    // An edit of position or velocity at or before the start time is where the run begins.
+    void followEditAtStart(const Tattribute* attribute);
     void updateCachedAttributes(TdataBlock& block);
     // The step's bookkeeping when cached data stood in for it.
     void useCachedState(TdataBlock& block, TanimTime current, TanimTime sceneTime);

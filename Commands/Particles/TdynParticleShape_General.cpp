@@ -308,6 +308,7 @@ bool TdynParticleShape::setAttribute(const Tstring& name, unsigned index, const 
     d.as<TdataVectorArray>()->array()[index] = value;
     h.set(d);
     if (TdependGraph::hasCurrent()) TdependGraph::current().dirtyDependents(Tplug(this, a));
+    followEditAtStart(a);
     return true;
 }
 

@@ -366,6 +366,15 @@ void TdynParticleShape::updateCachedAttributes(TdataBlock& block) {
     }
 }
 
+// The fields read the cached generation: without this the first step would still see the old values.
+void TdynParticleShape::followEditAtStart(const Tattribute* attribute) {
+    auto* vs = sVsData();
+    if (attribute != vs->position && attribute != vs->velocity) return;
+    TdataBlock& block = normalBlock();
+    if (block.inputValue(vs->currentTime).asTime() > block.inputValue(vs->startTime).asTime()) return;
+    updateCachedAttributes(block);
+}
+
 void TdynParticleShape::saveInitialState() {
     auto* vs = sVsData();
     disableExpressions();

@@ -40,6 +40,24 @@ TEST(FieldProgram, AParticleFallsUnderGravityFrameByFrame) {
     EXPECT_EQ(p[2], 0);
 }
 
+// A velocity set at the start frame is where the run begins: drag feels it from the first step, whether it
+// was set by setParticleAttr and kept by saveInitialState or by particle -e.
+TEST(FieldProgram, DragFeelsAVelocitySetAtTheStartFromTheFirstStep) {
+    const char* setters[] = {"setParticleAttr -at velocity -vv 10 0 0 pShape.pt[0]; saveInitialState pShape;",
+                             "particle -e -id 0 -at velocity -vv 10 0 0 p;"};
+    for (const char* set : setters) {
+        ProgramRun r = runProgram({"-c", std::string("particle -p 0 0 0 -n p;") + set +
+                                             "drag -n d -m 5; connectDynamic -f d p;"
+                                             "for ($f = 2; $f <= 25; $f++) currentTime $f;"
+                                             "getParticleAttr -at velocity p;"});
+        ASSERT_EQ(r.status, 0) << set << "\n" << r.err;
+        const std::vector<double> v = resultNumbers(r.out, r.out.rfind("// Result: "));
+        ASSERT_EQ(v.size(), 3u) << r.out;
+        const double expected = 10.0 * std::pow(1.0 - 5.0 / 24.0, 24);
+        EXPECT_NEAR(v[0], expected, 1e-12 * expected) << set;
+    }
+}
+
 TEST(FieldProgram, TheFieldsExampleRunsAndMovesItsParticles) {
     ProgramRun r = runProgram({std::string(MOTILANE_SOURCE_DIR) + "/examples/fields.mls"});
     ASSERT_EQ(r.status, 0) << r.err;
