@@ -157,6 +157,8 @@ public:
     void addParticlesFromHistory(TdataBlock& block);
     void moveParticlesFromHistory(TdataBlock& block);
     void removeParticlesFromHistory(TdataBlock& block);
+    void computeInputGeomPoints(TdataBlock& block);
+    void computeTargetGeometry(TdataBlock& block);
     // Appends one particle to the initial state (and the runtime arrays).
     void addParticle(const T4dDblVector& position, const T4dDblVector* velocity = nullptr);
     void addParticles(const T4dDblVectorArray& positions, const T4dDblVectorArray* velocities = nullptr);

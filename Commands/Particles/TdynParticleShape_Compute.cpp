@@ -68,6 +68,8 @@ bool TdynParticleShape::computePlug(const Tplug& plug, TdataBlock& block) {
         return true;
     }
     if (a == vs->emission) return computeEmission(block), true;
+    if (a == vs->inputGeometryPoints) return computeInputGeomPoints(block), true;
+    if (a == vs->targetGeometry) return computeTargetGeometry(block), true;
     if (a == vs->death) return computeDeath(block), true;
     if (a == vs->isFull) return computeIsFull(block), true;
     if (isChildOf(a, vs->idMapping)) return computeIdMapping(block), true;

@@ -233,7 +233,9 @@ void TdnVSTdynParticleShape::appendAttributes(TattributeList& list) {
     };
     inputGeometrySpace = space("inputGeometrySpace", "igs", "IGMS", 0);
     enforceCountFromHistory = b("enforceCountFromHistory", "ecfh", "ECFH");
-    targetGeometry = computed(vec("targetGeometry", "tgm", "TGEO"));
+    // Particle positions served as the input geometry with its points moved, to drive a shape.
+    targetGeometry = computed(
+        add(make<TattributeTyped>("targetGeometry", "tgm", makeIffTag("TGEO"), TdataGeometry::sClass)));
     targetGeometryWorldMatrix = mat("targetGeometryWorldMatrix", "tgwm", "TGWM");
     targetGeometrySpace = space("targetGeometrySpace", "tgs", "tgPS", 2);
     goalSmoothness = d("goalSmoothness", "gsm", "GSMS", 3);

@@ -471,10 +471,9 @@ void TdynParticleShape::computeIsFull(TdataBlock& block) {
 // ---- particles from an input geometry ----
 
 namespace {
-// The geometry's points in the object's space, as the space setting asks.
-bool historyPoints(TdynParticleShape& shape, TdataBlock& block, T4dDblVectorArray& out) {
+// The input geometry's points in the object's space, as the space setting asks.
+bool inputGeometryPointsOf(TdynParticleShape& shape, TdataBlock& block, T4dDblVectorArray& out) {
     auto* vs = TdynParticleShape::sVsData();
-    if (!block.inputValue(vs->enforceCountFromHistory).asBool()) return false;
     Tdata g = block.inputValue(vs->inputGeometry).data();
     out.clear();
     T4dDblMatrix m;
@@ -494,7 +493,54 @@ bool historyPoints(TdynParticleShape& shape, TdataBlock& block, T4dDblVectorArra
     }
     return true;
 }
+
+bool historyPoints(TdynParticleShape& shape, TdataBlock& block, T4dDblVectorArray& out) {
+    if (!block.inputValue(TdynParticleShape::sVsData()->enforceCountFromHistory).asBool()) return false;
+    return inputGeometryPointsOf(shape, block, out);
+}
 } // namespace
+
+void TdynParticleShape::computeInputGeomPoints(TdataBlock& block) {
+    Tdata d = makeData<TdataVectorArray>();
+    if (!inputGeometryPointsOf(*this, block, d.as<TdataVectorArray>()->array()))
+        d.as<TdataVectorArray>()->array().clear();
+    TdataHandle h = block.outputValue(sVsData()->inputGeometryPoints);
+    h.set(d);
+    h.setClean();
+}
+
+// The input geometry with its first points moved to the particles, taken to the target's space: object
+// space as they are, world space, or (local) the space of the shape whose world matrix is connected.
+void TdynParticleShape::computeTargetGeometry(TdataBlock& block) {
+    auto* vs = sVsData();
+    Tdata g = block.inputValue(vs->inputGeometry).data();
+    TdataHandle out = block.outputValue(vs->targetGeometry);
+    if (!g.as<TdataGeometry>()) {
+        out.set(Tdata());
+        out.setClean();
+        return;
+    }
+    T4dDblVectorArray pts;
+    if (const auto* p = TdynStatic::dataVectorArray(block.inputValue(vs->position).data())) pts = *p;
+    const int space = block.inputValue(vs->targetGeometrySpace).asInt();
+    if (space != 0) {
+        T4dDblMatrix m = worldMatrix();
+        if (space == 2) m = m * block.inputValue(vs->targetGeometryWorldMatrix).asMatrix().inverse();
+        TdynStatic::transformVectorArrayByMatrix(pts, m, true);
+    }
+    g.makeWriter();
+    std::vector<T4dDblVector>* points = nullptr;
+    if (auto* mesh = g.as<TdataMesh>())
+        points = &mesh->mesh().points;
+    else if (auto* curve = g.as<TdataCurve>())
+        points = &curve->curve().controlPoints();
+    const unsigned n = points ? std::min(static_cast<unsigned>(points->size()), pts.length()) : 0u;
+    for (unsigned i = 0; i < n; ++i)
+        (*points)[i] = pts[i];
+    g.makeHolder();
+    out.set(g);
+    out.setClean();
+}
 
 void TdynParticleShape::addParticlesFromHistory(TdataBlock& block) {
     T4dDblVectorArray pts;

@@ -97,6 +97,43 @@ TEST_F(ParticleMoreTest, InputGeometryEnforcesTheCount) {
     EXPECT_EQ(p->countNoCompute(), 2u);
 }
 
+// Particles drive a shape's points: the input geometry comes back out with its points at the particles,
+// taken into the driven shape's space; its own points and the particles read back through
+// inputGeometryPoints.
+TEST_F(ParticleMoreTest, TargetGeometryMovesADrivenMeshsPoints) {
+    ASSERT_TRUE(run("polyPlane -n source -w 2 -h 2 -sx 1 -sy 1; polyPlane -n driven -w 2 -h 2 -sx 1 -sy 1;"
+                    "move 0 3 0 driven; particle -n p -p -1 0 1 -p 1 0 1 -p -1 0 -1;"
+                    "connectAttr sourceShape.outMesh pShape.inputGeometry;"
+                    "connectAttr pShape.targetGeometry drivenShape.inMesh;"
+                    "connectAttr drivenShape.worldMatrix pShape.targetGeometryWorldMatrix;"
+                    "setParticleAttr -at velocity -vv 0 24 0 pShape.pt[0];"));
+    TdynParticleShape* p = node<TdynParticleShape>("pShape");
+    frame(2);
+    TmeshShape* driven = node<TmeshShape>("drivenShape");
+    ASSERT_NE(driven, nullptr);
+    const TpolyMesh* mesh = driven->mesh();
+    ASSERT_NE(mesh, nullptr);
+    ASSERT_EQ(mesh->numPoints(), 4);
+    // Local space (the default): a particle one unit up sits two below the driven shape's origin.
+    const T4dDblVector moved = vec(p, "position", 0);
+    EXPECT_NEAR(moved.y, 1.0, 1e-12);
+    EXPECT_NEAR(mesh->points[0].y, moved.y - 3.0, 1e-12);
+    EXPECT_EQ(mesh->points[0].x, moved.x);
+    EXPECT_NEAR(mesh->points[1].y, -3.0, 1e-12);
+    // Three particles move three points; the fourth keeps the source's.
+    const TpolyMesh* source = node<TmeshShape>("sourceShape")->mesh();
+    EXPECT_EQ(mesh->points[3].x, source->points[3].x);
+    EXPECT_EQ(mesh->points[3].y, source->points[3].y);
+    // Object space takes the positions as they are.
+    ASSERT_TRUE(run("setAttr pShape.targetGeometrySpace 0;"));
+    EXPECT_NEAR(driven->mesh()->points[0].y, 1.0, 1e-12);
+    // The input geometry's points, as the particle object reads them.
+    Tdata in = p->normalBlock().inputValue(TdynParticleShape::sVsData()->inputGeometryPoints).data();
+    ASSERT_NE(in.as<TdataVectorArray>(), nullptr);
+    ASSERT_EQ(in.as<TdataVectorArray>()->length(), 4u);
+    EXPECT_EQ(in.as<TdataVectorArray>()->array()[3].x, source->points[3].x);
+}
+
 // ---- added per-particle attributes ----
 
 TEST_F(ParticleMoreTest, AddedPerParticleAttributesKeepStepWithTheCount) {
