@@ -5,6 +5,7 @@
 
 #include "Global/Basket/TdynamicsBasket.h"
 #include "Host/Command/TworkspaceRoot.h"
+#include "Host/Session/TsceneFiles.h"
 #include "Host/Session/Tsession.h"
 
 #include <csignal>
@@ -17,7 +18,7 @@
 namespace {
 
 constexpr const char* kUsage = R"(usage:
-  motilane [--echo] [--project DIR] [-q] [SCRIPT [ARG...]] [-c TEXT]
+  motilane [--echo] [--project DIR] [-q] [--open SCENE] [SCRIPT [ARG...]] [-c TEXT]
   motilane demo [--out DIR] [--frames N] [-q]
   motilane --help | --version
 
@@ -26,6 +27,7 @@ constexpr const char* kUsage = R"(usage:
                   each top-level command's result is echoed
   --echo          echo top-level results of SCRIPT as well
   --project DIR   the workspace root (particle files go to DIR/particles)
+  --open SCENE    open a saved scene (file -save) before SCRIPT and -c run
   -q              no progress lines
   demo            run the built-in scene, writing to --out (default demo-out)
 exit status: 0 success, 1 script error, 2 bad usage
@@ -36,26 +38,44 @@ int usageError(const std::string& text) {
     return 2;
 }
 
-void onInterrupt(int) { Tsession::interruptFlag() = true; }
+void onInterrupt(int) {
+    Tsession::interruptFlag() = true;
+}
 
 int runDemoCommand(int argc, char** argv) {
     TdemoOptions options;
     for (int i = 2; i < argc; ++i) {
         std::string a = argv[i];
-        if (a == "--out" && i + 1 < argc) options.outDir = argv[++i];
+        if (a == "--out" && i + 1 < argc)
+            options.outDir = argv[++i];
         else if (a == "--frames" && i + 1 < argc) {
             std::string n = argv[++i];
             char* end = nullptr;
             long v = std::strtol(n.c_str(), &end, 10);
-            if (n.empty() || *end || v < 1 || v > 100000) return usageError("--frames takes a whole number from 1 to 100000");
+            if (n.empty() || *end || v < 1 || v > 100000)
+                return usageError("--frames takes a whole number from 1 to 100000");
             options.frames = static_cast<int>(v);
-        } else if (a == "-q") options.quiet = true;
-        else return usageError("unknown demo option '" + a + "'");
+        } else if (a == "-q")
+            options.quiet = true;
+        else
+            return usageError("unknown demo option '" + a + "'");
     }
     return runDemo(options);
 }
 
 } // namespace
+
+bool openSceneFile(Tsession& session, const std::string& path) {
+    try {
+        openScene(session, path);
+        return true;
+    } catch (const TscriptError& e) {
+        if (!e.reported()) session.engine().error(e.where(), e.what());
+    } catch (const std::exception& e) {
+        session.engine().displayError(std::string("--open: ") + e.what());
+    }
+    return false;
+}
 
 int main(int argc, char** argv) {
     std::signal(SIGINT, onInterrupt);
@@ -66,7 +86,7 @@ int main(int argc, char** argv) {
 
     bool echo = false;
     bool quiet = false;
-    std::string script, text, project;
+    std::string script, text, project, scene;
     bool haveText = false;
     std::vector<std::string> scriptArgs;
     for (int i = 1; i < argc; ++i) {
@@ -87,6 +107,9 @@ int main(int argc, char** argv) {
             echo = true;
         } else if (a == "-q") {
             quiet = true;
+        } else if (a == "--open") {
+            if (i + 1 >= argc) return usageError("--open needs a scene file");
+            scene = argv[++i];
         } else if (a == "--project") {
             if (i + 1 >= argc) return usageError("--project needs a directory");
             project = argv[++i];
@@ -96,7 +119,8 @@ int main(int argc, char** argv) {
             script = a;
         }
     }
-    if (script.empty() && !haveText) return usageError("give a SCRIPT or -c TEXT");
+    if (script.empty() && !haveText && scene.empty())
+        return usageError("give a SCRIPT, -c TEXT or --open SCENE");
 
     TdynamicsBasket::initialize();
     Tsession session;
@@ -104,6 +128,7 @@ int main(int argc, char** argv) {
     if (!project.empty()) TworkspaceRoot::set(std::filesystem::absolute(project).string());
     std::vector<std::string> argvValue(scriptArgs.begin(), scriptArgs.end());
     session.interpreter().setGlobal("argv", TscriptValue(argvValue));
+    if (!scene.empty() && !openSceneFile(session, scene)) return 1;
     if (!script.empty() && !session.runFile(script, echo)) return 1;
     if (haveText && !session.runText(text, "-c", true)) return 1;
     return 0;

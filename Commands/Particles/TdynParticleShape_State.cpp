@@ -3,6 +3,7 @@
 
 #include "Commands/Caches/TdynParticleCache.h"
 #include "Commands/Particles/TdynParticleShape.h"
+#include "Host/Files/TsceneReading.h"
 
 #include "Host/Command/TcommandEngine.h"
 #include "Host/Graph/TdnTime.h"
@@ -106,11 +107,11 @@ void TdynParticleShape::setDirty(TmsgDirty& msg) {
 bool TdynParticleShape::shouldBeWritten(const Tplug& plug) const {
     auto* vs = sVsData();
     const Tattribute* a = plug.attribute();
-    // The event table and the compiled expression strings are rebuilt, not saved.
+    // Compiled expression strings and per-step records are rebuilt, not saved. The event
+    // table is saved: scene files are the only record of the events a user defined.
     for (const Tattribute* derived : std::initializer_list<const Tattribute*>{
-             vs->eventTarget, vs->eventName, vs->eventValid, vs->eventCount, vs->eventEmit, vs->eventSplit,
-             vs->eventDie, vs->eventRandom, vs->eventSpread, vs->eventProc, vs->internalRuntimeExpression,
-             vs->internalCreationExpression, vs->emission, vs->collisionRecords, vs->samplerPerParticleData})
+             vs->internalRuntimeExpression, vs->internalCreationExpression, vs->emission,
+             vs->collisionRecords, vs->samplerPerParticleData})
         if (a == derived) return false;
     return TgeometryShape::shouldBeWritten(plug);
 }
@@ -484,7 +485,9 @@ bool TdynParticleShape::setCachedValue(const Tplug& plug, const TdataHandle& han
             a == vs->startFrame ? TanimTime(handle.asDouble(), kCurrentFrameUnit) : handle.asTime();
         const TanimTime oldStart = normalBlock().outputValue(vs->startTime).asTime();
         // Initial ages stay as they were.
-        if (context.isNormal()) shiftInitialBirthTimes((newStart - oldStart).seconds());
+        // A scene file holds the initial birth times as they stand for its start.
+        if (context.isNormal() && !isReadingSceneFile())
+            shiftInitialBirthTimes((newStart - oldStart).seconds());
         if (a == vs->startFrame) {
             const bool ok = TgeometryShape::setCachedValue(plug, handle, context);
             TstandaloneValue v(vs->startTime);

@@ -124,8 +124,10 @@ TscriptValue TcommandEngine::runCommand(const std::string& name, const std::vect
             command->setArgList(list);
             fCurrentCommand = command;
             status = command->doIt(list);
-            if (status == 0 && command->isUndoable() && !command->isStored())
-                fUndo.storeCommand(std::move(owned.command));
+            if (status == 0 && command->isUndoable() && !fUndoSuspended) {
+                ++fChanges;
+                if (!command->isStored()) fUndo.storeCommand(std::move(owned.command));
+            }
         } else {
             fCurrentCommand = nullptr;
             status = meta->doIt(list);
@@ -156,6 +158,11 @@ TscriptValue TcommandEngine::run(const std::string& name, std::initializer_list<
 TscriptValue TcommandEngine::executeScript(const std::string& text) {
     if (!fEvaluate) throw TscriptError("no script interpreter to run: " + text, fLocation);
     return fEvaluate(text, fLocation);
+}
+
+TscriptValue TcommandEngine::executeScript(const std::string& text, const TsourceLocation& where) {
+    if (!fEvaluate) throw TscriptError("no script interpreter to run " + where.file, fLocation);
+    return fEvaluate(text, where);
 }
 
 bool TcommandEngine::tryExecuteScript(const std::string& text, TscriptValue* result) {

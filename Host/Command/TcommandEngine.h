@@ -66,6 +66,8 @@ public:
     // For callers that must go on after a failing script (an event procedure
     // inside a simulation step): the error is shown, once, and false returned.
     bool tryExecuteScript(const std::string& text, TscriptValue* result = nullptr);
+    // Runs a whole text as if it were the file `where` names (errors give its lines).
+    TscriptValue executeScript(const std::string& text, const TsourceLocation& where);
     bool hasInterpreter() const { return static_cast<bool>(fEvaluate); }
     void setEvaluator(Evaluator evaluate) { fEvaluate = std::move(evaluate); }
     // Anything with evaluate(source, where) returning a TscriptValue.
@@ -134,6 +136,14 @@ public:
     void echoCommand(const std::string& text);
 
     TundoManager& undoManager() { return fUndo; }
+    // Commands run while this is on are not stored for undo and do not count as
+    // changes (a scene file being read builds a scene of its own).
+    void setUndoSuspended(bool on) { fUndoSuspended = on; }
+    bool undoSuspended() const { return fUndoSuspended; }
+    // Grows with every change a command makes (undo and redo too): a scene is
+    // modified when this differs from its value at the last save.
+    std::uint64_t changeCount() const { return fChanges; }
+    void countChange() { ++fChanges; }
 
     // Long work (run-up, export, baking) asks once per frame or block whether
     // to stop; the program points this at the flag its Ctrl-C handler sets.
@@ -181,6 +191,8 @@ private:
     std::string fLastError;
     std::set<std::string> fShownOnce;
     bool fCommandEcho = false;
+    bool fUndoSuspended = false;
+    std::uint64_t fChanges = 0;
 };
 
 // Texts of numbered messages. The module enters its own at start.

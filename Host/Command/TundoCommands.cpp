@@ -12,7 +12,9 @@ bool replay(TcommandEngine& engine, const std::string& command, bool forward) {
     const std::string name = forward ? queue.redoName() : queue.undoName();
     const int errorsBefore = engine.errorCount();
     try {
-        return forward ? queue.redo() : queue.undo();
+        const bool done = forward ? queue.redo() : queue.undo();
+        if (done) engine.countChange();
+        return done;
     } catch (const TscriptError&) {
         throw;
     } catch (const std::exception& e) {

@@ -2,8 +2,8 @@
 // Attribute descriptors: one per attribute of a node class (or per dynamic
 // attribute of one node). Values live in data blocks, not here.
 
-#include "Host/Data/Tdata.h"
 #include "Host/Base/Tarray.h"
+#include "Host/Data/Tdata.h"
 
 #include <cstdint>
 #include <memory>
@@ -16,7 +16,20 @@ constexpr TiffTag makeIffTag(const char* four) {
            (TiffTag(std::uint8_t(four[2])) << 8) | TiffTag(std::uint8_t(four[3]));
 }
 
-enum class TattrType { Double, Float, Int16, Int32, Boolean, Byte, Enum, Time, Compound, Message, Typed, Generic };
+enum class TattrType {
+    Double,
+    Float,
+    Int16,
+    Int32,
+    Boolean,
+    Byte,
+    Enum,
+    Time,
+    Compound,
+    Message,
+    Typed,
+    Generic
+};
 
 // What happens to a value or multi element when its input connection goes.
 enum class TdisconnectOption { kNothing, kReset, kDelete };
@@ -34,8 +47,8 @@ public:
         kArray = 1u << 5,
         kIndexMatters = 1u << 6,
         kComputeModifies = 1u << 7,
-        kInternal = 1u << 8,               // internal to the class; not per-particle data
-        kHiddenFromPerParticle = 1u << 9,  // skipped by per-particle handling
+        kInternal = 1u << 8,                // internal to the class; not per-particle data
+        kHiddenFromPerParticle = 1u << 9,   // skipped by per-particle handling
         kPerParticleDirtyOnTime = 1u << 10, // dependents dirtied when time changes
         kAlwaysWritable = 1u << 11,         // arrays may be written in place outside a compute
         kHidden = 1u << 12,
@@ -75,9 +88,19 @@ public:
     const Tdata& defaultData() const { return fDefaultData; }
 
     // Hard bounds for numbers; a value set from outside is clamped to them.
-    void setMinValue(double v) { fMin = v; fHasMin = true; }
-    void setMaxValue(double v) { fMax = v; fHasMax = true; }
+    void setMinValue(double v) {
+        fMin = v;
+        fHasMin = true;
+    }
+    void setMaxValue(double v) {
+        fMax = v;
+        fHasMax = true;
+    }
     double clampNumber(double v) const;
+    bool hasMinValue() const { return fHasMin; }
+    bool hasMaxValue() const { return fHasMax; }
+    double minValue() const { return fMin; }
+    double maxValue() const { return fMax; }
 
     void setParent(TattributeCompound* parent);
     TattributeCompound* parent() const { return fParent; }
@@ -177,7 +200,8 @@ private:
 class TattributeNumericCompound : public TattributeCompound {
 public:
     TattributeNumericCompound(const char* n, const char* s, TiffTag t, TattrType childType, unsigned count,
-                              const char* const* childNames = nullptr, const char* const* childShortNames = nullptr);
+                              const char* const* childNames = nullptr,
+                              const char* const* childShortNames = nullptr);
     ~TattributeNumericCompound() override;
     void setNativeDefaultData(double x, double y, double z);
 

@@ -1,6 +1,7 @@
 // setAttr, getAttr, addAttr, deleteAttr.
 
 #include "Host/Data/TdataArrays.h"
+#include "Host/Data/TdataGeometry.h"
 #include "Host/SceneCommands/TsceneCommand.h"
 
 #include <memory>
@@ -19,8 +20,10 @@ class TsetAttrCmd : public TsceneCommand {
         std::vector<double> out;
         if (db.valueCount() < from + count)
             fail("expected " + std::to_string(count) + " value" + (count == 1 ? "" : "s") + " for " +
-                 db.objects()[0] + ", got " + std::to_string(db.valueCount() - std::min(from, db.valueCount())));
-        for (std::size_t i = from; i < from + count; ++i) out.push_back(db.valueDouble(i));
+                 db.objects()[0] + ", got " +
+                 std::to_string(db.valueCount() - std::min(from, db.valueCount())));
+        for (std::size_t i = from; i < from + count; ++i)
+            out.push_back(db.valueDouble(i));
         return out;
     }
     // Array types: a count, then that many elements.
@@ -29,17 +32,94 @@ class TsetAttrCmd : public TsceneCommand {
         int n = db.valueInt(0);
         if (n < 0) fail("a negative element count for " + db.objects()[0]);
         if (db.valueCount() != 1 + static_cast<std::size_t>(n) * perElement)
-            fail("expected " + std::to_string(n) + " element" + (n == 1 ? "" : "s") + " for " + db.objects()[0] +
-                 ", got " + std::to_string((db.valueCount() - 1) / std::max<std::size_t>(perElement, 1)));
+            fail("expected " + std::to_string(n) + " element" + (n == 1 ? "" : "s") + " for " +
+                 db.objects()[0] + ", got " +
+                 std::to_string((db.valueCount() - 1) / std::max<std::size_t>(perElement, 1)));
         return static_cast<std::size_t>(n);
+    }
+
+    // Reads the values in order: counts first, each checked against what is left.
+    class ValueReader {
+    public:
+        ValueReader(TsetAttrCmd& cmd, const TargDatabase& db, const Tplug& plug)
+            : fCmd(cmd), fDb(db), fPlug(plug) {}
+        std::size_t count(const char* what, std::size_t perItem) {
+            const double n = number(what);
+            const std::size_t left = fDb.valueCount() - fNext;
+            if (!(n >= 0) || n != static_cast<double>(static_cast<long long>(n)) ||
+                static_cast<double>(left) < n * static_cast<double>(perItem))
+                fCmd.fail("the " + std::string(what) + " of " + fPlug.name() + " (" + formatScriptNumber(n) +
+                          ") does not fit the " + std::to_string(left) + " values after it");
+            return static_cast<std::size_t>(n);
+        }
+        double number(const char* what) {
+            if (fNext >= fDb.valueCount())
+                fCmd.fail("the values of " + fPlug.name() + " end before its " + what);
+            return fDb.valueDouble(fNext++);
+        }
+        T4dDblVector vector() {
+            const double x = number("points"), y = number("points"), z = number("points");
+            return {x, y, z};
+        }
+        void finish() {
+            if (fNext != fDb.valueCount()) fCmd.fail("too many values for " + fPlug.name());
+        }
+
+    private:
+        TsetAttrCmd& fCmd;
+        const TargDatabase& fDb;
+        const Tplug& fPlug;
+        std::size_t fNext = 0;
+    };
+
+    TpolyMesh meshValue(const TargDatabase& db, const Tplug& plug) {
+        ValueReader in(*this, db, plug);
+        TpolyMesh m;
+        m.points.resize(in.count("point count", 3));
+        for (T4dDblVector& p : m.points)
+            p = in.vector();
+        m.faceCounts.resize(in.count("face count", 1));
+        for (int& c : m.faceCounts)
+            c = static_cast<int>(in.number("face sizes"));
+        m.faceVertices.resize(in.count("corner count", 1));
+        for (int& v : m.faceVertices)
+            v = static_cast<int>(in.number("face corners"));
+        m.uvs.resize(in.count("uv count", 2));
+        for (TuvPoint& uv : m.uvs) {
+            uv.u = in.number("uvs");
+            uv.v = in.number("uvs");
+        }
+        m.uvIndices.resize(in.count("uv corner count", 1));
+        for (int& i : m.uvIndices)
+            i = static_cast<int>(in.number("uv corners"));
+        in.finish();
+        try {
+            m.validate();
+        } catch (const std::invalid_argument& e) {
+            fail("the mesh for " + plug.name() + " is not valid: " + e.what());
+        }
+        return m;
+    }
+
+    Tcurve curveValue(const TargDatabase& db, const Tplug& plug) {
+        ValueReader in(*this, db, plug);
+        const double degree = in.number("degree");
+        if (degree != 1 && degree != 3) fail("a curve's degree is 1 or 3, not " + formatScriptNumber(degree));
+        std::vector<T4dDblVector> cvs(in.count("control point count", 3));
+        for (T4dDblVector& p : cvs)
+            p = in.vector();
+        in.finish();
+        return Tcurve(static_cast<int>(degree), std::move(cvs));
     }
 
     int run(const TargDatabase& db) override {
         Tplug plug = parsePlug(graph(), db.objects()[0]);
         Tattribute* a = plug.attribute();
-        if (a->isArray() && plug.multiIndex() < 0) fail(plug.name() + " is a multi attribute: name an element");
+        if (a->isArray() && plug.multiIndex() < 0)
+            fail(plug.name() + " is a multi attribute: name an element");
         if (!a->hasFlag(Tattribute::kWritable)) fail(plug.name() + " cannot be written to");
-        if (plug.isDestination()) fail(plug.name() + " is connected from " + plug.source().name() + " and cannot be set");
+        if (plug.isDestination())
+            fail(plug.name() + " is connected from " + plug.source().name() + " and cannot be set");
 
         std::string type;
         db.getFlagArgument("type", 0, type);
@@ -51,7 +131,8 @@ class TsetAttrCmd : public TsceneCommand {
             auto v = numbers(db, 0, compound->numericComponents());
             if (db.valueCount() > v.size()) fail("too many values for " + plug.name());
             T4dDblVector vec;
-            for (std::size_t i = 0; i < v.size(); ++i) vec[static_cast<int>(i)] = v[i];
+            for (std::size_t i = 0; i < v.size(); ++i)
+                vec[static_cast<int>(i)] = v[i];
             apply = [plug, vec] { writeOrThrow(plug, [&] { return writePlugVector(plug, vec); }); };
         } else if (a->isNumeric()) {
             if (!type.empty() && type != "double" && type != "float" && type != "long" && type != "bool")
@@ -75,19 +156,22 @@ class TsetAttrCmd : public TsceneCommand {
             }
         } else if (typed) {
             Tdata d;
-            if (type.empty()) fail("give -type for " + plug.name() + " (string, doubleArray, vectorArray, ...)");
+            if (type.empty())
+                fail("give -type for " + plug.name() + " (string, doubleArray, vectorArray, ...)");
             if (type == "string") {
                 if (db.valueCount() != 1) fail("expected one string for " + plug.name());
                 d = makeData<TdataString>(db.valueString(0));
             } else if (type == "doubleArray") {
                 std::size_t n = arrayCount(db, 1);
                 auto letter = new TdataDoubleArray;
-                for (std::size_t i = 0; i < n; ++i) letter->array().addLast(db.valueDouble(1 + i));
+                for (std::size_t i = 0; i < n; ++i)
+                    letter->array().addLast(db.valueDouble(1 + i));
                 d = Tdata(letter);
             } else if (type == "Int32Array") {
                 std::size_t n = arrayCount(db, 1);
                 auto letter = new TdataInt32Array;
-                for (std::size_t i = 0; i < n; ++i) letter->array().addLast(db.valueInt(1 + i));
+                for (std::size_t i = 0; i < n; ++i)
+                    letter->array().addLast(db.valueInt(1 + i));
                 d = Tdata(letter);
             } else if (type == "vectorArray") {
                 std::size_t n = arrayCount(db, 3);
@@ -99,18 +183,23 @@ class TsetAttrCmd : public TsceneCommand {
             } else if (type == "stringArray") {
                 std::size_t n = arrayCount(db, 1);
                 auto letter = new TdataStringArray;
-                for (std::size_t i = 0; i < n; ++i) letter->array().addLast(db.valueString(1 + i));
+                for (std::size_t i = 0; i < n; ++i)
+                    letter->array().addLast(db.valueString(1 + i));
                 d = Tdata(letter);
             } else if (type == "matrix") {
                 auto v = numbers(db, 0, 16);
                 T4dDblMatrix m;
-                for (int i = 0; i < 16; ++i) m.m[i / 4][i % 4] = v[i];
+                for (int i = 0; i < 16; ++i)
+                    m.m[i / 4][i % 4] = v[i];
                 d = makeData<TdataMatrix>(m);
+            } else if (type == "mesh") {
+                d = makeData<TdataMesh>(meshValue(db, plug));
+            } else if (type == "curve") {
+                d = makeData<TdataCurve>(curveValue(db, plug));
             } else {
                 fail("unknown -type '" + type + "'");
             }
-            if (!a->acceptsLetter(d.letterClass()))
-                fail("-type " + type + " does not fit " + plug.name());
+            if (!a->acceptsLetter(d.letterClass())) fail("-type " + type + " does not fit " + plug.name());
             apply = [plug, d] { writeOrThrow(plug, [&] { return writePlugData(plug, d); }); };
         } else {
             fail(plug.name() + " cannot be set by value");
@@ -132,17 +221,27 @@ class TgetAttrCmd : public TsceneCommand {
         Tplug plug = parsePlug(graph(), db.objects()[0]);
         if (db.isFlagSet("size")) {
             if (plug.attribute()->isArray() && plug.multiIndex() < 0) {
-                engine().setResult(static_cast<int>(plug.node()->normalBlock().elementIndices(plug.attribute()).size()));
+                engine().setResult(
+                    static_cast<int>(plug.node()->normalBlock().elementIndices(plug.attribute()).size()));
                 return 0;
             }
             TscriptValue v = plugValue(plug, TdgContext::fsNormal);
             int n = 1;
             switch (v.type()) {
-            case TscriptType::IntArray: n = static_cast<int>(v.intArray().size()); break;
-            case TscriptType::FloatArray: n = static_cast<int>(v.floatArray().size()); break;
-            case TscriptType::StringArray: n = static_cast<int>(v.stringArray().size()); break;
-            case TscriptType::VectorArray: n = static_cast<int>(v.vectorArray().size()); break;
-            default: break;
+            case TscriptType::IntArray:
+                n = static_cast<int>(v.intArray().size());
+                break;
+            case TscriptType::FloatArray:
+                n = static_cast<int>(v.floatArray().size());
+                break;
+            case TscriptType::StringArray:
+                n = static_cast<int>(v.stringArray().size());
+                break;
+            case TscriptType::VectorArray:
+                n = static_cast<int>(v.vectorArray().size());
+                break;
+            default:
+                break;
             }
             engine().setResult(n);
             return 0;
@@ -188,16 +287,24 @@ class TaddAttrCmd : public TsceneCommand {
         const char* s = sn.c_str();
         const TiffTag tag = makeIffTag("USER");
         if (!dt.empty()) {
-            if (dt == "doubleArray") return std::make_unique<TattributeTyped>(l, s, tag, TdataDoubleArray::sClass);
-            if (dt == "vectorArray") return std::make_unique<TattributeTyped>(l, s, tag, TdataVectorArray::sClass);
-            if (dt == "Int32Array") return std::make_unique<TattributeTyped>(l, s, tag, TdataInt32Array::sClass);
+            if (dt == "doubleArray")
+                return std::make_unique<TattributeTyped>(l, s, tag, TdataDoubleArray::sClass);
+            if (dt == "vectorArray")
+                return std::make_unique<TattributeTyped>(l, s, tag, TdataVectorArray::sClass);
+            if (dt == "Int32Array")
+                return std::make_unique<TattributeTyped>(l, s, tag, TdataInt32Array::sClass);
             if (dt == "string") return std::make_unique<TattributeTyped>(l, s, tag, TdataString::sClass);
-            if (dt == "stringArray") return std::make_unique<TattributeTyped>(l, s, tag, TdataStringArray::sClass);
+            if (dt == "stringArray")
+                return std::make_unique<TattributeTyped>(l, s, tag, TdataStringArray::sClass);
             if (dt == "matrix") return std::make_unique<TattributeTyped>(l, s, tag, TdataMatrix::sClass);
+            if (dt == "mesh") return std::make_unique<TattributeTyped>(l, s, tag, TdataMesh::sClass);
+            if (dt == "curve") return std::make_unique<TattributeTyped>(l, s, tag, TdataCurve::sClass);
             fail("unknown -dataType '" + dt + "'");
         }
-        if (at.empty() || at == "double" || at == "float") return std::make_unique<TattributeDouble>(l, s, tag);
-        if (at == "long" || at == "short" || at == "byte") return std::make_unique<TattributeInt32>(l, s, tag);
+        if (at.empty() || at == "double" || at == "float")
+            return std::make_unique<TattributeDouble>(l, s, tag);
+        if (at == "long" || at == "short" || at == "byte")
+            return std::make_unique<TattributeInt32>(l, s, tag);
         if (at == "bool") return std::make_unique<TattributeBoolean>(l, s, tag);
         if (at == "enum") return std::make_unique<TattributeEnum>(l, s, tag);
         if (at == "time") return std::make_unique<TattributeTime>(l, s, tag);
@@ -219,8 +326,10 @@ class TaddAttrCmd : public TsceneCommand {
             auto attr = make(ln, sn, at, dt);
             double v;
             if (db.getFlagArgument("defaultValue", 0, v)) {
-                if (auto* nc = dynamic_cast<TattributeNumericCompound*>(attr.get())) nc->setNativeDefaultData(v, v, v);
-                else attr->setNativeDefaultData(v);
+                if (auto* nc = dynamic_cast<TattributeNumericCompound*>(attr.get()))
+                    nc->setNativeDefaultData(v, v, v);
+                else
+                    attr->setNativeDefaultData(v);
             }
             if (db.getFlagArgument("minValue", 0, v)) attr->setMinValue(v);
             if (db.getFlagArgument("maxValue", 0, v)) attr->setMaxValue(v);
@@ -249,7 +358,8 @@ class TdeleteAttrCmd : public TsceneCommand {
         Tattribute* a = plug.attribute();
         TdependNode* node = plug.node();
         if (!a->hasFlag(Tattribute::kDynamic) || a->parent())
-            fail("'" + a->name() + "' is not an attribute added to " + node->name() + " and cannot be deleted");
+            fail("'" + a->name() + "' is not an attribute added to " + node->name() +
+                 " and cannot be deleted");
         auto holder = std::make_shared<std::unique_ptr<Tattribute>>();
         auto links = std::make_shared<std::vector<std::pair<std::string, std::string>>>();
         auto value = std::make_shared<std::shared_ptr<TplugSnapshot>>();
@@ -268,7 +378,8 @@ class TdeleteAttrCmd : public TsceneCommand {
                 node->addAttribute(std::move(*holder));
                 if (*value) (*value)->restore();
                 TdependGraph& g = TdependGraph::current();
-                for (auto& [s, d] : *links) g.connect(parsePlug(g, s), parsePlug(g, d), true);
+                for (auto& [s, d] : *links)
+                    g.connect(parsePlug(g, s), parsePlug(g, d), true);
             });
         return 0;
     }

@@ -1,4 +1,4 @@
-// polyPlane, polyCube, polySphere, polyCylinder, polyTorus, curve, file -import.
+// polyPlane, polyCube, polySphere, polyCylinder, polyTorus, curve, and OBJ import.
 
 #include "Host/Dag/Tshape.h"
 #include "Host/Dag/Ttransform.h"
@@ -69,8 +69,9 @@ public:
         s.addFlag("sy", "subdivisionsY", {TargType::Int});
     }
     int run(const TargDatabase& db) override {
-        return finish(db, makePolyPlane(number(db, "width", 1, 1e-9), number(db, "height", 1, 1e-9),
-                                        count(db, "subdivisionsX", 10, 1), count(db, "subdivisionsY", 10, 1)));
+        return finish(db,
+                      makePolyPlane(number(db, "width", 1, 1e-9), number(db, "height", 1, 1e-9),
+                                    count(db, "subdivisionsX", 10, 1), count(db, "subdivisionsY", 10, 1)));
     }
 };
 
@@ -120,9 +121,10 @@ public:
         s.addFlag("sc", "subdivisionsCaps", {TargType::Int});
     }
     int run(const TargDatabase& db) override {
-        return finish(db, makePolyCylinder(number(db, "radius", 1, 1e-9), number(db, "height", 2, 1e-9),
-                                           count(db, "subdivisionsX", 20, 3), count(db, "subdivisionsY", 1, 1),
-                                           count(db, "subdivisionsCaps", 0, 0)));
+        return finish(db,
+                      makePolyCylinder(number(db, "radius", 1, 1e-9), number(db, "height", 2, 1e-9),
+                                       count(db, "subdivisionsX", 20, 3), count(db, "subdivisionsY", 1, 1),
+                                       count(db, "subdivisionsCaps", 0, 0)));
     }
 };
 
@@ -137,8 +139,9 @@ public:
         s.addFlag("sy", "subdivisionsY", {TargType::Int});
     }
     int run(const TargDatabase& db) override {
-        return finish(db, makePolyTorus(number(db, "radius", 1, 1e-9), number(db, "sectionRadius", 0.5, 1e-9),
-                                        count(db, "subdivisionsX", 20, 3), count(db, "subdivisionsY", 20, 3)));
+        return finish(db,
+                      makePolyTorus(number(db, "radius", 1, 1e-9), number(db, "sectionRadius", 0.5, 1e-9),
+                                    count(db, "subdivisionsX", 20, 3), count(db, "subdivisionsY", 20, 3)));
     }
 };
 
@@ -168,42 +171,28 @@ class TcurveCmd : public TsceneCommand {
     }
 };
 
-class TfileCmd : public TsceneCommand {
-    void makeSyntax(Tsyntax& s) override {
-        s.addFlag("i", "import", {});
-        s.addFlag("typ", "type", {TargType::String});
-        s.addFlag("ns", "namespace", {TargType::String});
-        s.setObjectKind(Tsyntax::ObjectKind::Strings, 1, 1);
-    }
-    int run(const TargDatabase& db) override {
-        if (!db.isFlagSet("import")) fail("only -import is supported");
-        std::string type = "OBJ";
-        db.getFlagArgument("type", 0, type);
-        if (type != "OBJ" && type != "obj") fail("unknown file type '" + type + "' (OBJ)");
-        std::vector<TnamedMesh> meshes = readObjFile(db.objects()[0]);
-        std::vector<std::string> made;
-        for (TnamedMesh& m : meshes) {
-            std::string base = m.name.empty() ? "imported" : m.name;
-            // Names from files may hold characters node names cannot.
-            for (char& c : base)
-                if (!std::isalnum(static_cast<unsigned char>(c)) && c != '_') c = '_';
-            if (std::isdigit(static_cast<unsigned char>(base[0]))) base = "_" + base;
-            auto names = makeShape(*this, "mesh", graph().uniqueName(base), base, [&](TdependNode* shape) {
-                TmeshShape::cast(shape)->setMesh(std::move(m.mesh));
-            });
-            made.insert(made.end(), names.begin(), names.end());
-        }
-        engine().setResult(made);
-        return 0;
-    }
-};
-
 MOTILANE_REGISTER_COMMAND("polyPlane", TpolyPlaneCmd);
 MOTILANE_REGISTER_COMMAND("polyCube", TpolyCubeCmd);
 MOTILANE_REGISTER_COMMAND("polySphere", TpolySphereCmd);
 MOTILANE_REGISTER_COMMAND("polyCylinder", TpolyCylinderCmd);
 MOTILANE_REGISTER_COMMAND("polyTorus", TpolyTorusCmd);
 MOTILANE_REGISTER_COMMAND("curve", TcurveCmd);
-MOTILANE_REGISTER_COMMAND("file", TfileCmd);
 
 } // namespace
+
+std::vector<std::string> importObj(TDGcommand& cmd, const std::string& path) {
+    std::vector<TnamedMesh> meshes = readObjFile(path);
+    std::vector<std::string> made;
+    for (TnamedMesh& m : meshes) {
+        std::string base = m.name.empty() ? "imported" : m.name;
+        // Names from files may hold characters node names cannot.
+        for (char& c : base)
+            if (!std::isalnum(static_cast<unsigned char>(c)) && c != '_') c = '_';
+        if (std::isdigit(static_cast<unsigned char>(base[0]))) base = "_" + base;
+        auto names =
+            makeShape(cmd, "mesh", TdependGraph::current().uniqueName(base), base,
+                      [&](TdependNode* shape) { TmeshShape::cast(shape)->setMesh(std::move(m.mesh)); });
+        made.insert(made.end(), names.begin(), names.end());
+    }
+    return made;
+}

@@ -21,6 +21,7 @@ class TcreateNodeCmd : public TsceneCommand {
     void makeSyntax(Tsyntax& s) override {
         s.addFlag("n", "name", {TargType::String});
         s.addFlag("p", "parent", {TargType::String});
+        s.addFlag("s", "shared", {});
         s.setObjectKind(Tsyntax::ObjectKind::Strings, 1, 1);
     }
     int run(const TargDatabase& db) override {
@@ -28,6 +29,15 @@ class TcreateNodeCmd : public TsceneCommand {
         db.getFlagArgument("name", 0, name);
         db.getFlagArgument("parent", 0, parentName);
         TdependNode* parent = parentName.empty() ? nullptr : findNodeOrThrow(graph(), parentName);
+        // A shared node that exists already (one every scene has) is taken as it is.
+        if (db.isFlagSet("shared") && !name.empty())
+            if (TdependNode* existing = graph().findNode(name)) {
+                if (std::string(existing->typeName()) != db.objects()[0])
+                    fail("a node named " + name + " exists already and is a " + existing->typeName() +
+                         ", not a " + db.objects()[0]);
+                engine().setResult(existing->name());
+                return 0;
+            }
         TdependNode* n = createNodeUndoable(*this, db.objects()[0], name, parent);
         engine().setResult(n->name());
         return 0;
@@ -112,9 +122,8 @@ class TlsCmd : public TsceneCommand {
             if (!types.empty() &&
                 std::none_of(types.begin(), types.end(), [&](auto* m) { return n->isA(m->metaclass()); }))
                 continue;
-            if (!db.objects().empty() && std::none_of(db.objects().begin(), db.objects().end(), [&](auto& p) {
-                    return wildcardMatch(p, n->name());
-                }))
+            if (!db.objects().empty() && std::none_of(db.objects().begin(), db.objects().end(),
+                                                      [&](auto& p) { return wildcardMatch(p, n->name()); }))
                 continue;
             auto* dag = TdagObject::cast(n);
             out.push_back(longNames && dag ? dag->fullPathName() : n->name());
@@ -155,7 +164,8 @@ class TselectCmd : public TsceneCommand {
         // Undo finds the nodes again by name: they may have been deleted and remade.
         auto names = [](const std::vector<TdependNode*>& v) {
             std::vector<std::string> out;
-            for (TdependNode* n : v) out.push_back(n->name());
+            for (TdependNode* n : v)
+                out.push_back(n->name());
             return out;
         };
         auto select = [this](const std::vector<std::string>& list) {
@@ -216,10 +226,12 @@ void deleteNodesUndoable(TDGcommand& cmd, const std::vector<TdependNode*>& nodes
     auto collect = [&](TdependNode* n, auto&& self) -> void {
         if (std::find(all.begin(), all.end(), n) != all.end()) return;
         if (auto* dag = TdagObject::cast(n))
-            for (TdagObject* c : dag->childObjects()) self(c, self);
+            for (TdagObject* c : dag->childObjects())
+                self(c, self);
         all.push_back(n);
     };
-    for (TdependNode* n : nodes) collect(n, collect);
+    for (TdependNode* n : nodes)
+        collect(n, collect);
 
     for (TdependNode* n : all) {
         auto held = std::make_shared<DetachedNode>();

@@ -49,3 +49,5 @@ TdependNode* createNodeUndoable(TDGcommand& cmd, const std::string& type, const 
                                 TdependNode* parent = nullptr);
 // Deletes nodes undoably, shapes under deleted transforms included.
 void deleteNodesUndoable(TDGcommand& cmd, const std::vector<TdependNode*>& nodes);
+// Reads an OBJ file into new mesh shapes (undoably); the names made, transform then shape.
+std::vector<std::string> importObj(TDGcommand& cmd, const std::string& path);

@@ -29,7 +29,17 @@ void Tsession::notifySceneOpened() {
         c();
 }
 
+namespace {
+Tsession* gCurrent = nullptr;
+} // namespace
+
+Tsession* Tsession::current() {
+    return gCurrent;
+}
+
 Tsession::Tsession() {
+    fPreviousSession = gCurrent;
+    gCurrent = this;
     fPreviousGraph = TdependGraph::hasCurrent() ? &TdependGraph::current() : nullptr;
     fGraph = std::make_unique<TdependGraph>();
     TdependGraph::setCurrent(fGraph.get());
@@ -46,24 +56,66 @@ Tsession::Tsession() {
             names.push_back(n->name());
         return names;
     });
-    fEngine->setObjectExistsCheck([this](const std::string& name) {
+    // The current graph, not this session's: a scene being opened is current before it is ours.
+    fEngine->setObjectExistsCheck([](const std::string& name) {
         try {
-            parsePlug(*fGraph, name, false);
+            parsePlug(TdependGraph::current(), name, false);
             return true;
         } catch (const std::exception&) {
             return false;
         }
     });
-    // A new scene starts in film frames over the default range, at its start, with its time node:
-    // nothing of an earlier scene's timing carries over.
-    TtimeUnit::setCurrent(kFilm);
-    TanimInfo::currAnimInfo().setRange(TanimTime(1.0, kFilm), TanimTime(120.0, kFilm));
-    fGraph->timeNode();
-    fGraph->setTime(TanimInfo::currAnimInfo().startTime(), false);
+    startSceneSettings();
     notifySceneOpened();
 }
 
+void Tsession::startSceneSettings() {
+    // A new scene starts in film frames over the default range, at its start, with its time node:
+    // nothing of an earlier scene's timing carries over.
+    if (TtimeUnit::current() != kFilm) TtimeUnit::setCurrent(kFilm);
+    TanimInfo::currAnimInfo().setRange(TanimTime(1.0, kFilm), TanimTime(120.0, kFilm));
+    TdependGraph& g = TdependGraph::current();
+    g.timeNode();
+    g.setTime(TanimInfo::currAnimInfo().startTime(), false);
+}
+
+void Tsession::replaceScene(const std::function<void()>& build) {
+    // What a failed build gives back.
+    const TtimeUnitSystem unit = TtimeUnit::current();
+    const TanimTime start = TanimInfo::currAnimInfo().startTime();
+    const TanimTime end = TanimInfo::currAnimInfo().endTime();
+    const std::vector<TdependNode*> selection = TmodelList::activeModel()->activeList();
+
+    auto fresh = std::make_unique<TdependGraph>();
+    TdependGraph::setCurrent(fresh.get());
+    TmodelList::reset();
+    try {
+        startSceneSettings();
+        fEngine->setUndoSuspended(true);
+        build();
+        fEngine->setUndoSuspended(false);
+    } catch (...) {
+        fEngine->setUndoSuspended(false);
+        // The half-built scene goes while it is still current, as a session's does.
+        TmodelList::reset();
+        fresh.reset();
+        TdependGraph::setCurrent(fGraph.get());
+        if (TtimeUnit::current() != unit) TtimeUnit::setCurrent(unit);
+        TanimInfo::currAnimInfo().setRange(start, end);
+        TmodelList::activeModel()->setActiveList(selection);
+        throw;
+    }
+    // Undo steps name nodes of the old scene.
+    fEngine->undoManager().flush();
+    std::unique_ptr<TdependGraph> old = std::move(fGraph);
+    fGraph = std::move(fresh);
+    old.reset();
+    notifySceneOpened();
+    markUnmodified();
+}
+
 Tsession::~Tsession() {
+    gCurrent = fPreviousSession;
     TmodelList::reset();
     TcommandEngine::setCurrent(nullptr);
     fInterpreter.reset();

@@ -419,9 +419,10 @@ TEST_F(ParticleMoreTest, PerParticleLifespansDecideInModeThree) {
     EXPECT_EQ(num(p, "finalLifespanPP", 1), 10);
     // Particle 2 kept the lifespan of its birth: never dies.
     EXPECT_EQ(num(p, "finalLifespanPP", 0), 3.4028234663852886e+38);
-    // Derived tables are not written to scene files.
+    // Derived values are not written to scene files; the event table is, as nothing else keeps it.
     auto* vs = TdynParticleShape::sVsData();
-    EXPECT_FALSE(p->shouldBeWritten(Tplug(p, vs->eventName, 0)));
+    EXPECT_TRUE(p->shouldBeWritten(Tplug(p, vs->eventName, 0)));
+    EXPECT_FALSE(p->shouldBeWritten(Tplug(p, vs->collisionRecords)));
     EXPECT_FALSE(p->shouldBeWritten(Tplug(p, vs->count)));
     EXPECT_TRUE(p->shouldBeWritten(Tplug(p, vs->position)));
 }
