@@ -12,6 +12,8 @@ public:
     bool setupDependencies(TdependencyMatrix& m) override;
     TattributeTime input;
     TattributeDouble output;
+    // The keys as scene files hold them: time (seconds), value, in and out tangent types, per key.
+    TattributeTyped keys;
 };
 
 class TanimCurveNode : public TdependNode {
@@ -21,6 +23,8 @@ public:
     const TanimCurve& curve() const { return fCurve; }
     // Changes the keys and dirties the output.
     void setCurve(const TanimCurve& c);
+    // Keys written from outside (a scene file) replace the curve; malformed ones are refused.
+    bool setCachedValue(const Tplug& plug, const TdataHandle& handle, const TdgContext& context) override;
 
 private:
     TanimCurve fCurve;

@@ -152,7 +152,8 @@ public:
     void settings(const TsceneSettings& s) override {
         fOut << "playbackOptions -min " << num(s.minTime.frames()) << " -max " << num(s.maxTime.frames())
              << ";\n";
-        fOut << "currentTime -update false " << num(s.currentTime.frames()) << ";\n";
+        // The scene is drawn at its time once opened, as a viewer would show it.
+        fOut << "currentTime " << num(s.currentTime.frames()) << ";\n";
         if (s.selection.empty()) {
             fOut << "select -cl;\n";
         } else {

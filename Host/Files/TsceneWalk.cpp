@@ -32,13 +32,14 @@ bool isNumericCompound(const Tattribute* a) {
     return a && a->isCompound() && a->numericComponents() > 0;
 }
 
-// A computed value waiting to be computed again: after opening it is computed
-// again too, so its old value is not worth keeping.
+// A computed number waiting to be computed again: after opening it is computed
+// again too, so its old value is not worth keeping. Arrays are kept as they
+// stand: a simulation computes its next state from them.
 bool isStale(TdependNode& n, TdataBlock& block, const Tattribute* a, int element) {
     const int i = a->index();
     const bool computed =
         i >= 0 && static_cast<unsigned>(i) < n.vsData()->attributeCount() && n.vsData()->isAffected(i);
-    return computed && block.slot(a, element).dirty;
+    return computed && a->isNumeric() && block.slot(a, element).dirty;
 }
 
 class Walk {
@@ -102,7 +103,12 @@ private:
             v.components = c->numericComponents();
             for (unsigned k = 0; k < v.components; ++k) {
                 Tattribute* child = c->children()[k];
-                if (Tplug(&n, child, element).isDestination() || isStale(n, block, child, element)) return;
+                // With one part driven, the others are written one by one.
+                if (Tplug(&n, child, element).isDestination() || isStale(n, block, child, element)) {
+                    for (Tattribute* each : c->children())
+                        visitValue(n, block, each, element);
+                    return;
+                }
                 v.vector[static_cast<int>(k)] = block.slot(child, element).number;
                 differs = differs || v.vector[static_cast<int>(k)] != child->defaultNumber();
             }
