@@ -3,6 +3,7 @@
 #include "Host/Data/TdataArrays.h"
 #include "Host/Data/TdataGeometry.h"
 #include "Host/Files/TsceneWalk.h"
+#include "Host/Graph/TuserAttribute.h"
 #include "Host/Script/TscriptValue.h"
 
 #include <charconv>
@@ -39,43 +40,6 @@ std::string num(double v) {
     return formatScriptNumber(v);
 }
 
-std::string dataTypeName(const TletterClass* c) {
-    if (!c) return {};
-    if (c->derivesFrom(TdataDoubleArray::sClass)) return "doubleArray";
-    if (c->derivesFrom(TdataVectorArray::sClass)) return "vectorArray";
-    if (c->derivesFrom(TdataInt32Array::sClass)) return "Int32Array";
-    if (c->derivesFrom(TdataStringArray::sClass)) return "stringArray";
-    if (c->derivesFrom(TdataString::sClass)) return "string";
-    if (c->derivesFrom(TdataMatrix::sClass)) return "matrix";
-    if (c->derivesFrom(TdataMesh::sClass)) return "mesh";
-    if (c->derivesFrom(TdataCurve::sClass)) return "curve";
-    return {};
-}
-
-std::string attributeTypeName(const Tattribute& a) {
-    switch (a.type()) {
-    case TattrType::Double:
-    case TattrType::Float:
-        return "double";
-    case TattrType::Int16:
-    case TattrType::Int32:
-    case TattrType::Byte:
-        return "long";
-    case TattrType::Boolean:
-        return "bool";
-    case TattrType::Enum:
-        return "enum";
-    case TattrType::Time:
-        return "time";
-    case TattrType::Message:
-        return "message";
-    case TattrType::Compound:
-        return a.numericComponents() == 3 ? "double3" : "";
-    default:
-        return "";
-    }
-}
-
 // Numbers of long arrays go several to a line, so the file stays readable.
 class Numbers {
 public:
@@ -107,17 +71,16 @@ public:
     }
 
     void dynamicAttribute(TdependNode& n, const Tattribute& a) override {
-        const std::string dt = a.type() == TattrType::Typed ? dataTypeName(a.letterClasses().front()) : "";
-        const std::string at = dt.empty() ? attributeTypeName(a) : "";
-        if (dt.empty() && at.empty()) {
+        const TuserAttributeType type = userAttributeType(a);
+        if (!type.known()) {
             fOut << "// " << n.name() << "." << a.name() << ": an attribute of a kind files do not hold\n";
             return;
         }
         fOut << "addAttr -ln " << quoted(a.name()) << " -sn " << quoted(a.shortName());
-        if (!dt.empty())
-            fOut << " -dt " << dt;
+        if (!type.dataType.empty())
+            fOut << " -dt " << type.dataType;
         else
-            fOut << " -at " << at;
+            fOut << " -at " << type.attributeType;
         if (a.isNumeric() && a.defaultNumber() != 0) fOut << " -dv " << num(a.defaultNumber());
         if (a.hasMinValue()) fOut << " -min " << num(a.minValue());
         if (a.hasMaxValue()) fOut << " -max " << num(a.maxValue());

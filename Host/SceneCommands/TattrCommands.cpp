@@ -2,6 +2,7 @@
 
 #include "Host/Data/TdataArrays.h"
 #include "Host/Data/TdataGeometry.h"
+#include "Host/Graph/TuserAttribute.h"
 #include "Host/SceneCommands/TsceneCommand.h"
 
 #include <memory>
@@ -281,37 +282,6 @@ class TaddAttrCmd : public TsceneCommand {
         s.setObjectKind(Tsyntax::ObjectKind::Objects, 1);
         s.useSelectionAsDefault(true);
     }
-    std::unique_ptr<Tattribute> make(const std::string& ln, const std::string& sn, const std::string& at,
-                                     const std::string& dt) {
-        const char* l = ln.c_str();
-        const char* s = sn.c_str();
-        const TiffTag tag = makeIffTag("USER");
-        if (!dt.empty()) {
-            if (dt == "doubleArray")
-                return std::make_unique<TattributeTyped>(l, s, tag, TdataDoubleArray::sClass);
-            if (dt == "vectorArray")
-                return std::make_unique<TattributeTyped>(l, s, tag, TdataVectorArray::sClass);
-            if (dt == "Int32Array")
-                return std::make_unique<TattributeTyped>(l, s, tag, TdataInt32Array::sClass);
-            if (dt == "string") return std::make_unique<TattributeTyped>(l, s, tag, TdataString::sClass);
-            if (dt == "stringArray")
-                return std::make_unique<TattributeTyped>(l, s, tag, TdataStringArray::sClass);
-            if (dt == "matrix") return std::make_unique<TattributeTyped>(l, s, tag, TdataMatrix::sClass);
-            if (dt == "mesh") return std::make_unique<TattributeTyped>(l, s, tag, TdataMesh::sClass);
-            if (dt == "curve") return std::make_unique<TattributeTyped>(l, s, tag, TdataCurve::sClass);
-            fail("unknown -dataType '" + dt + "'");
-        }
-        if (at.empty() || at == "double" || at == "float")
-            return std::make_unique<TattributeDouble>(l, s, tag);
-        if (at == "long" || at == "short" || at == "byte")
-            return std::make_unique<TattributeInt32>(l, s, tag);
-        if (at == "bool") return std::make_unique<TattributeBoolean>(l, s, tag);
-        if (at == "enum") return std::make_unique<TattributeEnum>(l, s, tag);
-        if (at == "time") return std::make_unique<TattributeTime>(l, s, tag);
-        if (at == "message") return std::make_unique<TattributeMessage>(l, s, tag);
-        if (at == "double3" || at == "float3") return std::make_unique<Tattribute3Double>(l, s, tag);
-        fail("unknown -attributeType '" + at + "'");
-    }
     int run(const TargDatabase& db) override {
         std::string ln, sn, at, dt;
         if (!db.getFlagArgument("longName", 0, ln)) fail("give the attribute's name with -longName");
@@ -323,7 +293,12 @@ class TaddAttrCmd : public TsceneCommand {
             TdependNode* node = findNodeOrThrow(graph(), name);
             if (node->attribute(ln) || node->attribute(sn))
                 fail("node '" + node->name() + "' already has an attribute named '" + ln + "'");
-            auto attr = make(ln, sn, at, dt);
+            std::unique_ptr<Tattribute> attr;
+            try {
+                attr = makeUserAttribute(ln, sn, {at, dt});
+            } catch (const std::invalid_argument& e) {
+                fail(e.what());
+            }
             double v;
             if (db.getFlagArgument("defaultValue", 0, v)) {
                 if (auto* nc = dynamic_cast<TattributeNumericCompound*>(attr.get()))

@@ -38,14 +38,14 @@ class TfileCmd : public TsceneCommand {
             std::string name;
             db.getFlagArgument("rename", 0, name);
             if (name.empty()) fail("-rename needs a file name");
-            checkType(db, name);
+            format(db, name);
             session->setSceneName(name);
             engine().setResult(name);
         } else if (db.isFlagSet("save")) {
             const std::string target = path.empty() ? session->sceneName() : path;
             if (target.empty()) fail("the scene has no file yet: give one, as file -save scene.mls");
-            checkType(db, target);
-            guarded([&] { saveScene(*session, target); });
+            const TsceneFormat f = format(db, target);
+            guarded([&] { saveScene(*session, target, f); });
             engine().setResult(target);
         } else {
             if (session->isModified() && !db.isFlagSet("force"))
@@ -81,17 +81,14 @@ class TfileCmd : public TsceneCommand {
         }
     }
 
-    // Scene files are text scripts; another -type or extension is a mistake worth naming.
-    void checkType(const TargDatabase& db, const std::string& path) {
+    TsceneFormat format(const TargDatabase& db, const std::string& path) {
         std::string type;
-        if (db.getFlagArgument("type", 0, type)) {
-            if (type != "text") fail("unknown scene file type '" + type + "' (text)");
-            return;
+        db.getFlagArgument("type", 0, type);
+        try {
+            return sceneFormatFor(path, type);
+        } catch (const std::runtime_error& e) {
+            fail(e.what());
         }
-        const std::string ext = kSceneExtension;
-        if (path.size() < ext.size() || path.compare(path.size() - ext.size(), ext.size(), ext) != 0)
-            fail("cannot tell the format of " + path + ": scene files end in " + ext +
-                 " (or give -type text)");
     }
 
     int query(const TargDatabase& db) {

@@ -7,9 +7,15 @@
 
 #include <string>
 
-// The scene file extension: scenes are text scripts of our command language.
-constexpr const char* kSceneExtension = ".mls";
+// Scene files are text (".mls", a script of our command language) or binary
+// (".mlb", tagged chunks: smaller and much faster for large arrays).
+enum class TsceneFormat { kText, kBinary };
 
-void saveScene(Tsession& session, const std::string& path);
+// The format a -type value names ("text", "binary"), or that a path's
+// extension names when the type is empty; throws for anything else.
+TsceneFormat sceneFormatFor(const std::string& path, const std::string& type);
+
+void saveScene(Tsession& session, const std::string& path, TsceneFormat format);
+// Either format, told by the file's first bytes.
 void openScene(Tsession& session, const std::string& path);
 void newScene(Tsession& session);

@@ -86,12 +86,12 @@ protected:
 };
 
 TEST_F(SceneFileTest, EveryNodeTypeComesBackWithItsStoredValues) {
-    std::vector<std::string> made;
+    std::vector<std::string> madeNames;
     for (const TdependNodeMetaClass* m : TnodeTypeRegistry::all()) {
         if (m->metaclass().isAbstract() || std::string(m->typeName()) == "time") continue;
         TdependNode* n = session.graph().createNode(m->typeName(), std::string("saved_") + m->typeName());
         ASSERT_NE(n, nullptr) << m->typeName();
-        made.push_back(n->name());
+        madeNames.push_back(n->name());
         // Every settable stored number moves off its default.
         for (unsigned i = 0; i < n->attributeCount(); ++i) {
             Tattribute* a = n->attribute(i);
@@ -103,31 +103,39 @@ TEST_F(SceneFileTest, EveryNodeTypeComesBackWithItsStoredValues) {
                 writePlugNumber(plug, otherValue(*a));
         }
     }
-    ASSERT_GT(made.size(), 20u);
+    ASSERT_GT(madeNames.size(), 20u);
     ASSERT_TRUE(
         run("select -r saved_particle saved_transform; playbackOptions -min 3 -max 77; currentTime -u 0 9;"))
         << errors.str();
     const auto before = storedValues();
-    const std::string first = sceneText(session.graph());
-    const std::string file = path("catalogue.mls");
-    saveScene(session, file);
-    EXPECT_EQ(fileText(file), first);
+    const std::string text = sceneText(session.graph());
+    // Text, then binary from the scene the text opened: both give back the same scene.
+    for (const auto& [name, format] : {std::pair{"catalogue.mls", TsceneFormat::kText},
+                                       std::pair{"catalogue.mlb", TsceneFormat::kBinary}}) {
+        const std::string file = path(name);
+        saveScene(session, file, format);
+        const std::string bytes = fileText(file);
+        if (format == TsceneFormat::kText) EXPECT_EQ(bytes, text);
 
-    openScene(session, file);
-    for (const std::string& name : made)
-        EXPECT_NE(session.graph().findNode(name), nullptr) << name;
-    const auto after = storedValues();
-    for (const auto& [plug, value] : before) {
-        auto it = after.find(plug);
-        ASSERT_NE(it, after.end()) << plug;
-        EXPECT_EQ(it->second, value) << plug;
+        openScene(session, file);
+        for (const std::string& made : madeNames)
+            EXPECT_NE(session.graph().findNode(made), nullptr) << made;
+        const auto after = storedValues();
+        for (const auto& [plug, value] : before) {
+            auto it = after.find(plug);
+            ASSERT_NE(it, after.end()) << name << " " << plug;
+            EXPECT_EQ(it->second, value) << name << " " << plug;
+        }
+        EXPECT_EQ(after.size(), before.size()) << name;
+        EXPECT_EQ(session.graph().time(), TanimTime(9.0, kFilm)) << name;
+        EXPECT_EQ(TmodelList::activeModel()->activeList().size(), 2u) << name;
+        EXPECT_EQ(sceneText(session.graph()), text) << name;
+        EXPECT_EQ(session.sceneName(), file);
+        EXPECT_FALSE(session.isModified());
+        // Saved again, the same bytes.
+        saveScene(session, file + ".again", format);
+        EXPECT_EQ(fileText(file + ".again"), bytes) << name;
     }
-    EXPECT_EQ(after.size(), before.size());
-    EXPECT_EQ(session.graph().time(), TanimTime(9.0, kFilm));
-    EXPECT_EQ(TmodelList::activeModel()->activeList().size(), 2u);
-    EXPECT_EQ(sceneText(session.graph()), first);
-    EXPECT_EQ(session.sceneName(), file);
-    EXPECT_FALSE(session.isModified());
 }
 
 // Arrays, meshes, curves, added attributes and connections: what interactive work leaves behind.
@@ -220,6 +228,48 @@ TEST_F(SceneFileTest, AFailedOpenLeavesTheSceneAsItWas) {
     EXPECT_FALSE(run("file -new;"));
     EXPECT_NE(errors.str().find("not saved"), std::string::npos) << errors.str();
     EXPECT_NE(session.graph().findNode("kept"), nullptr);
+}
+
+TEST_F(SceneFileTest, ABrokenBinaryFileSaysWhereAndChangesNothing) {
+    ASSERT_TRUE(run("particle -n kept -p 1 2 3 -p 4 5 6; saveInitialState kept;")) << errors.str();
+    const std::string good = path("kept.mlb");
+    ASSERT_TRUE(run("file -save \"" + good + "\";")) << errors.str();
+    const std::string bytes = fileText(good);
+    const std::string saved = sceneText(session.graph());
+
+    auto patched = [&](const std::string& name, std::string b) {
+        std::ofstream(path(name), std::ios::binary) << b;
+        return path(name);
+    };
+    auto replaced = [&](std::string from, const std::string& to) {
+        std::string b = bytes;
+        const std::size_t at = b.find(from);
+        EXPECT_NE(at, std::string::npos) << from;
+        if (at != std::string::npos) b.replace(at, from.size(), to);
+        return b;
+    };
+    std::string newer = bytes;
+    newer[bytes.find("HEAD") + 11] = 9;
+    // The count of position0's elements (after its name, tag and two kind bytes), far beyond the bytes left.
+    std::string huge = bytes;
+    const std::string plug = "keptShape.position0";
+    huge.replace(huge.find(plug) + plug.size() + 4 + 2, 4, std::string("\x7f\xff\xff\xff", 4));
+    const std::pair<std::string, std::string> bad[] = {
+        {patched("half.mlb", bytes.substr(0, bytes.size() / 2)), "are left"},
+        {patched("tag.mlb", replaced("YPAR", "YZZZ")), "unknown node type 'particle' (tag 'YZZZ')"},
+        {patched("chunk.mlb", replaced("CONN", "CONX")), "unknown chunk 'CONX'"},
+        {patched("newer.mlb", newer), "scene format 9"},
+        {patched("count.mlb", huge), "a count of 2147483647 needs"},
+    };
+    for (const auto& [file, message] : bad) {
+        errors.str("");
+        EXPECT_FALSE(run("file -open \"" + file + "\";")) << file;
+        EXPECT_NE(errors.str().find(message), std::string::npos) << file << ": " << errors.str();
+        EXPECT_NE(errors.str().find("at byte"), std::string::npos) << file << ": " << errors.str();
+        EXPECT_EQ(sceneText(session.graph()), saved) << file;
+    }
+    ASSERT_TRUE(run("file -open \"" + good + "\";")) << errors.str();
+    EXPECT_EQ(sceneText(session.graph()), saved);
 }
 
 TEST_F(SceneFileTest, AFailedSaveLeavesTheOldFileWhole) {
