@@ -135,32 +135,32 @@ private:
         } else if (auto* s = d.as<TdataString>()) {
             fOut.putU8(kLetterString);
             fOut.putString(s->string());
-        } else if (auto* a = d.as<TdataDoubleArray>()) {
+        } else if (auto* doubles = d.as<TdataDoubleArray>()) {
             fOut.putU8(kLetterDoubles);
-            fOut.putU32(a->length());
-            for (unsigned i = 0; i < a->length(); ++i)
-                fOut.putF64(a->array()[i]);
-        } else if (auto* a = d.as<TdataInt32Array>()) {
+            fOut.putU32(doubles->length());
+            for (unsigned i = 0; i < doubles->length(); ++i)
+                fOut.putF64(doubles->array()[i]);
+        } else if (auto* ints = d.as<TdataInt32Array>()) {
             fOut.putU8(kLetterInts);
-            fOut.putU32(a->length());
-            for (unsigned i = 0; i < a->length(); ++i)
-                fOut.putI32(a->array()[i]);
-        } else if (auto* a = d.as<TdataVectorArray>()) {
+            fOut.putU32(ints->length());
+            for (unsigned i = 0; i < ints->length(); ++i)
+                fOut.putI32(ints->array()[i]);
+        } else if (auto* vectors = d.as<TdataVectorArray>()) {
             fOut.putU8(kLetterVectors);
-            fOut.putU32(a->length());
-            for (unsigned i = 0; i < a->length(); ++i)
-                point(a->array()[i]);
-        } else if (auto* a = d.as<TdataStringArray>()) {
+            fOut.putU32(vectors->length());
+            for (unsigned i = 0; i < vectors->length(); ++i)
+                point(vectors->array()[i]);
+        } else if (auto* strings = d.as<TdataStringArray>()) {
             fOut.putU8(kLetterStrings);
-            fOut.putU32(a->length());
-            for (unsigned i = 0; i < a->length(); ++i)
-                fOut.putString(a->array()[i]);
-        } else if (auto* m = d.as<TdataMatrix>()) {
+            fOut.putU32(strings->length());
+            for (unsigned i = 0; i < strings->length(); ++i)
+                fOut.putString(strings->array()[i]);
+        } else if (auto* matrix = d.as<TdataMatrix>()) {
             fOut.putU8(kLetterMatrix);
             for (int i = 0; i < 16; ++i)
-                fOut.putF64(m->matrix().m[i / 4][i % 4]);
-        } else if (auto* m = d.as<TdataMesh>()) {
-            const TpolyMesh& mesh = m->mesh();
+                fOut.putF64(matrix->matrix().m[i / 4][i % 4]);
+        } else if (auto* meshData = d.as<TdataMesh>()) {
+            const TpolyMesh& mesh = meshData->mesh();
             fOut.putU8(kLetterMesh);
             list(mesh.points, [&](const T4dDblVector& p) { point(p); });
             list(mesh.faceCounts, [&](int c) { fOut.putI32(c); });

@@ -133,31 +133,31 @@ private:
             fOut << ' ' << num(n->value());
         } else if (auto* s = d.as<TdataString>()) {
             fOut << " -type string " << quoted(s->string());
-        } else if (auto* a = d.as<TdataDoubleArray>()) {
-            fOut << " -type doubleArray " << a->length();
+        } else if (auto* doubles = d.as<TdataDoubleArray>()) {
+            fOut << " -type doubleArray " << doubles->length();
             Numbers out(fOut, 8);
-            for (unsigned i = 0; i < a->length(); ++i)
-                out.add(a->array()[i]);
-        } else if (auto* a = d.as<TdataInt32Array>()) {
-            fOut << " -type Int32Array " << a->length();
+            for (unsigned i = 0; i < doubles->length(); ++i)
+                out.add(doubles->array()[i]);
+        } else if (auto* ints = d.as<TdataInt32Array>()) {
+            fOut << " -type Int32Array " << ints->length();
             Numbers out(fOut, 12);
-            for (unsigned i = 0; i < a->length(); ++i)
-                out.add(a->array()[i]);
-        } else if (auto* a = d.as<TdataVectorArray>()) {
-            fOut << " -type vectorArray " << a->length();
+            for (unsigned i = 0; i < ints->length(); ++i)
+                out.add(ints->array()[i]);
+        } else if (auto* vectors = d.as<TdataVectorArray>()) {
+            fOut << " -type vectorArray " << vectors->length();
             Numbers out(fOut, 2);
-            for (unsigned i = 0; i < a->length(); ++i)
-                out.add(a->array()[i]);
-        } else if (auto* a = d.as<TdataStringArray>()) {
-            fOut << " -type stringArray " << a->length();
-            for (unsigned i = 0; i < a->length(); ++i)
-                fOut << "\n    " << quoted(a->array()[i]);
-        } else if (auto* m = d.as<TdataMatrix>()) {
+            for (unsigned i = 0; i < vectors->length(); ++i)
+                out.add(vectors->array()[i]);
+        } else if (auto* strings = d.as<TdataStringArray>()) {
+            fOut << " -type stringArray " << strings->length();
+            for (unsigned i = 0; i < strings->length(); ++i)
+                fOut << "\n    " << quoted(strings->array()[i]);
+        } else if (auto* matrix = d.as<TdataMatrix>()) {
             fOut << " -type matrix";
             for (int i = 0; i < 16; ++i)
-                fOut << ' ' << num(m->matrix().m[i / 4][i % 4]);
-        } else if (auto* m = d.as<TdataMesh>()) {
-            mesh(m->mesh());
+                fOut << ' ' << num(matrix->matrix().m[i / 4][i % 4]);
+        } else if (auto* meshData = d.as<TdataMesh>()) {
+            mesh(meshData->mesh());
         } else if (auto* c = d.as<TdataCurve>()) {
             const Tcurve& curve = c->curve();
             fOut << " -type curve " << curve.degree() << ' ' << curve.numControlPoints();
