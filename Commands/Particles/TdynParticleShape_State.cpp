@@ -113,6 +113,10 @@ bool TdynParticleShape::shouldBeWritten(const Tplug& plug) const {
              vs->internalRuntimeExpression, vs->internalCreationExpression, vs->emission,
              vs->collisionRecords, vs->samplerPerParticleData})
         if (a == derived) return false;
+    // A runtime array with an initial state is made again from it when the scene starts.
+    if (a->type() == TattrType::Typed && !isInitialStateOrCacheAttribute(a))
+        if (const Tattribute* initial = attribute(a->name() + "0"); initial && runtimeAttribute(initial) == a)
+            return false;
     return TgeometryShape::shouldBeWritten(plug);
 }
 

@@ -37,6 +37,17 @@ void TiffWriter::putF64(double v) {
     putI64(std::bit_cast<std::int64_t>(v));
 }
 
+void TiffWriter::putF64s(const double* values, std::size_t count) {
+    const std::size_t at = fBytes.size();
+    fBytes.resize(at + 8 * count);
+    char* out = fBytes.data() + at;
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto u = std::bit_cast<std::uint64_t>(values[i]);
+        for (int k = 0; k < 8; ++k)
+            out[8 * i + static_cast<std::size_t>(k)] = static_cast<char>(u >> (56 - 8 * k));
+    }
+}
+
 void TiffWriter::putString(std::string_view s) {
     putU32(static_cast<std::uint32_t>(s.size()));
     fBytes.append(s);

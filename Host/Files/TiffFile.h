@@ -36,6 +36,8 @@ public:
     void putI64(std::int64_t v);
     void putF64(double v);
     void putString(std::string_view s);
+    // Many numbers at once (arrays): one allocation, not one a byte.
+    void putF64s(const double* values, std::size_t count);
 
     const std::string& bytes() const { return fBytes; }
 

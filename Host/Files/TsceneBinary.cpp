@@ -138,8 +138,7 @@ private:
         } else if (auto* doubles = d.as<TdataDoubleArray>()) {
             fOut.putU8(kLetterDoubles);
             fOut.putU32(doubles->length());
-            for (unsigned i = 0; i < doubles->length(); ++i)
-                fOut.putF64(doubles->array()[i]);
+            fOut.putF64s(doubles->array().data(), doubles->length());
         } else if (auto* ints = d.as<TdataInt32Array>()) {
             fOut.putU8(kLetterInts);
             fOut.putU32(ints->length());
@@ -148,8 +147,11 @@ private:
         } else if (auto* vectors = d.as<TdataVectorArray>()) {
             fOut.putU8(kLetterVectors);
             fOut.putU32(vectors->length());
-            for (unsigned i = 0; i < vectors->length(); ++i)
-                point(vectors->array()[i]);
+            for (unsigned i = 0; i < vectors->length(); ++i) {
+                const T4dDblVector& p = vectors->array()[i];
+                const double xyz[3] = {p.x, p.y, p.z};
+                fOut.putF64s(xyz, 3);
+            }
         } else if (auto* strings = d.as<TdataStringArray>()) {
             fOut.putU8(kLetterStrings);
             fOut.putU32(strings->length());

@@ -424,7 +424,9 @@ TEST_F(ParticleMoreTest, PerParticleLifespansDecideInModeThree) {
     EXPECT_TRUE(p->shouldBeWritten(Tplug(p, vs->eventName, 0)));
     EXPECT_FALSE(p->shouldBeWritten(Tplug(p, vs->collisionRecords)));
     EXPECT_FALSE(p->shouldBeWritten(Tplug(p, vs->count)));
-    EXPECT_TRUE(p->shouldBeWritten(Tplug(p, vs->position)));
+    // The runtime copy of an initial-state array is made again from it.
+    EXPECT_FALSE(p->shouldBeWritten(Tplug(p, vs->position)));
+    EXPECT_TRUE(p->shouldBeWritten(Tplug(p, vs->position0)));
 }
 
 } // namespace
