@@ -1,5 +1,6 @@
 #include "Host/Files/TsceneBinary.h"
 
+#include "Host/Command/TworkspaceRoot.h"
 #include "Host/Dag/TdagObject.h"
 #include "Host/Dag/Tmodel.h"
 #include "Host/Data/TdataArrays.h"
@@ -22,6 +23,7 @@ constexpr TiffTag kValue = makeIffTag("VALU");
 constexpr TiffTag kConnection = makeIffTag("CONN");
 constexpr TiffTag kTime = makeIffTag("TIME");
 constexpr TiffTag kSelection = makeIffTag("SELE");
+constexpr TiffTag kFileRules = makeIffTag("RULE");
 
 enum ValueKind : std::uint8_t { kNumber = 0, kTimeValue = 1, kVector = 2, kLetter = 3 };
 enum LetterKind : std::uint8_t {
@@ -113,6 +115,13 @@ public:
         fOut.putU32(static_cast<std::uint32_t>(s.selection.size()));
         for (const std::string& n : s.selection)
             fOut.putString(n);
+        fOut.endChunk();
+        fOut.beginChunk(kFileRules);
+        fOut.putU32(static_cast<std::uint32_t>(s.fileRules.size()));
+        for (const auto& [rule, directory] : s.fileRules) {
+            fOut.putString(rule);
+            fOut.putString(directory);
+        }
         fOut.endChunk();
     }
 
@@ -319,6 +328,15 @@ public:
         TmodelList::activeModel()->setActiveList(nodes);
     }
 
+    void fileRules() {
+        for (std::size_t i = 0, n = fIn.count(8); i < n; ++i) {
+            const std::string rule = fIn.string(), directory = fIn.string();
+            if (rule.empty()) fIn.fail("a file rule without a name");
+            TworkspaceRoot::setFileRule(rule, directory);
+        }
+        fIn.finish();
+    }
+
     TanimTime sceneTime() const { return fTime; }
     void reset(const TiffReader::Chunk& chunk) {
         fIn = TiffFields(fReader, chunk);
@@ -479,6 +497,9 @@ void readSceneBinary(std::string_view bytes, const std::string& file) {
                 break;
             case kSelection:
                 in.selection();
+                break;
+            case kFileRules:
+                in.fileRules();
                 break;
             default:
                 chunks.fail(c.offset, "unknown chunk '" + iffTagText(c.tag) + "'");

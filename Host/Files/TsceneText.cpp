@@ -125,6 +125,8 @@ public:
                 fOut << ' ' << quoted(n);
             fOut << ";\n";
         }
+        for (const auto& [rule, directory] : s.fileRules)
+            fOut << "workspace -fileRule " << quoted(rule) << ' ' << quoted(directory) << ";\n";
     }
 
 private:

@@ -1,5 +1,6 @@
 #include "Host/Files/TsceneWalk.h"
 
+#include "Host/Command/TworkspaceRoot.h"
 #include "Host/Dag/TdagObject.h"
 #include "Host/Dag/Tmodel.h"
 #include "Host/Data/TdataArrays.h"
@@ -151,6 +152,8 @@ private:
         if (Tmodel* m = TmodelList::activeModel())
             for (TdependNode* n : m->activeList())
                 s.selection.push_back(n->name());
+        for (const std::string& rule : TworkspaceRoot::fileRuleNames())
+            s.fileRules.emplace_back(rule, TworkspaceRoot::fileRule(rule));
         return s;
     }
 

@@ -25,6 +25,9 @@ struct TsceneSettings {
     TtimeUnitSystem unit = kFilm;
     TanimTime minTime, maxTime, currentTime;
     std::vector<std::string> selection;
+    // The workspace's file rules (rule, directory under the project root); the root itself
+    // is the program's, not the scene's.
+    std::vector<std::pair<std::string, std::string>> fileRules;
 };
 
 class TsceneVisitor {

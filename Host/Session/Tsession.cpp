@@ -1,4 +1,5 @@
 #include "Host/Session/Tsession.h"
+#include "Host/Command/TworkspaceRoot.h"
 #include "Host/Dag/Tmodel.h"
 #include "Host/Graph/TdnTime.h"
 #include "Host/SceneCommands/TplugPath.h"
@@ -85,6 +86,9 @@ void Tsession::replaceScene(const std::function<void()>& build) {
     const TanimTime start = TanimInfo::currAnimInfo().startTime();
     const TanimTime end = TanimInfo::currAnimInfo().endTime();
     const std::vector<TdependNode*> selection = TmodelList::activeModel()->activeList();
+    std::vector<std::pair<std::string, std::string>> rules;
+    for (const std::string& rule : TworkspaceRoot::fileRuleNames())
+        rules.emplace_back(rule, TworkspaceRoot::fileRule(rule));
 
     auto fresh = std::make_unique<TdependGraph>();
     TdependGraph::setCurrent(fresh.get());
@@ -103,6 +107,8 @@ void Tsession::replaceScene(const std::function<void()>& build) {
         if (TtimeUnit::current() != unit) TtimeUnit::setCurrent(unit);
         TanimInfo::currAnimInfo().setRange(start, end);
         TmodelList::activeModel()->setActiveList(selection);
+        for (const auto& [rule, directory] : rules)
+            TworkspaceRoot::setFileRule(rule, directory);
         throw;
     }
     // Undo steps name nodes of the old scene.

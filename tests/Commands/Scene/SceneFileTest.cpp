@@ -152,6 +152,7 @@ TEST_F(SceneFileTest, EditsArraysAndConnectionsSurvive) {
         addAttr -ln note -dt string dropsShape;
         setAttr dropsShape.note -type string "two\nlines \"quoted\"";
         setAttr box.translate 1 2.5 -3;
+        workspace -fileRule "sceneCaches" "caches/saved";
         select -r drops; gravity -n pull; radial -n push;
         delete push;
         select -cl;
@@ -160,11 +161,13 @@ TEST_F(SceneFileTest, EditsArraysAndConnectionsSurvive) {
     const std::string file = path("edits.mls");
     ASSERT_TRUE(run("file -save \"" + file + "\";")) << errors.str();
     const std::string saved = fileText(file);
-    ASSERT_TRUE(run("file -new; polyPlane -n other;")) << errors.str();
+    ASSERT_TRUE(run("file -new; polyPlane -n other; workspace -fileRule sceneCaches elsewhere;"))
+        << errors.str();
     EXPECT_EQ(session.graph().findNode("drops"), nullptr);
     ASSERT_TRUE(run("file -open -force \"" + file + "\";")) << errors.str();
 
     EXPECT_EQ(TtimeUnit::current(), kPal);
+    EXPECT_EQ(TworkspaceRoot::fileRule("sceneCaches"), "caches/saved");
     EXPECT_EQ(session.graph().findNode("other"), nullptr);
     EXPECT_EQ(session.graph().findNode("push"), nullptr);
     auto* p = node<TdynParticleShape>("dropsShape");
