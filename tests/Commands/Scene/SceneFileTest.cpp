@@ -115,7 +115,9 @@ TEST_F(SceneFileTest, EveryNodeTypeComesBackWithItsStoredValues) {
         const std::string file = path(name);
         saveScene(session, file, format);
         const std::string bytes = fileText(file);
-        if (format == TsceneFormat::kText) EXPECT_EQ(bytes, text);
+        if (format == TsceneFormat::kText) {
+            EXPECT_EQ(bytes, text);
+        }
 
         openScene(session, file);
         for (const std::string& made : madeNames)
