@@ -118,4 +118,21 @@ TEST(SceneFileScene, AFreshProgramPlaysASavedScene) {
     EXPECT_EQ(bad.out, "");
 }
 
+// The example: both forms saved, a change dropped only with -force, the binary file played.
+TEST(SceneFileScene, TheExampleSavesOpensAndPlays) {
+    const fs::path project = fs::path(writeScript("unused.mls", "")).parent_path() / "example";
+    fs::remove_all(project);
+    fs::create_directories(project);
+    ProgramRun r = runProgram(
+        {"--project", project.string(), std::string(MOTILANE_SOURCE_DIR) + "/examples/scene_files.mls"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("changes not saved: 1\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("gravity after opening the text file: 9.8\n"), std::string::npos) << r.out;
+    const std::size_t at = r.out.find("first drop at height ");
+    ASSERT_NE(at, std::string::npos) << r.out;
+    EXPECT_GE(std::stod(r.out.substr(at + 21)), 0.0) << "the drop went through the ground";
+    EXPECT_TRUE(fs::exists(project / "rain.mls"));
+    EXPECT_TRUE(fs::exists(project / "rain.mlb"));
+}
+
 } // namespace
