@@ -150,6 +150,7 @@ TEST_F(SceneFileTest, EditsArraysAndConnectionsSurvive) {
         particle -e -id 1 -at velocity -vv 4 5 6 drops;
         addPP -atr rgbPP drops;
         setParticleAttr -at rgbPP -vv 0.5 0.25 1 dropsShape.pt[2];
+        setAttr dropsShape.startFrame 5;
         saveInitialState drops;
         addAttr -ln note -dt string dropsShape;
         setAttr dropsShape.note -type string "two\nlines \"quoted\"";
@@ -160,6 +161,8 @@ TEST_F(SceneFileTest, EditsArraysAndConnectionsSurvive) {
         select -cl;
     )")) << errors.str();
     const TpolyMesh cube = *TmeshShape::cast(session.graph().findNode("boxShape"))->mesh();
+    // Initial ages are kept as saved: reading the start time must not move them again.
+    const double birth = num(node<TdynParticleShape>("dropsShape"), "birthTime0", 0);
     const std::string file = path("edits.mls");
     ASSERT_TRUE(run("file -save \"" + file + "\";")) << errors.str();
     const std::string saved = fileText(file);
@@ -175,6 +178,7 @@ TEST_F(SceneFileTest, EditsArraysAndConnectionsSurvive) {
     auto* p = node<TdynParticleShape>("dropsShape");
     ASSERT_NE(p, nullptr);
     EXPECT_EQ(vec(p, "position0", 2), T4dDblVector(2, 0, 0));
+    EXPECT_EQ(num(p, "birthTime0", 0), birth);
     EXPECT_EQ(vec(p, "velocity0", 1), T4dDblVector(4, 5, 6));
     EXPECT_EQ(vec(p, "rgbPP0", 2), T4dDblVector(0.5, 0.25, 1));
     EXPECT_EQ(plugValue(parsePlug(session.graph(), "dropsShape.note"), TdgContext::fsNormal).asString(),
@@ -189,7 +193,8 @@ TEST_F(SceneFileTest, EditsArraysAndConnectionsSurvive) {
     EXPECT_EQ(sceneText(session.graph()), saved);
 
     // Played from the opened scene as from the one that was saved.
-    frame(2);
+    frame(5);
+    frame(6);
     EXPECT_NEAR(vec(p, "position", 1).x, 1 + 4.0 / 25, 1e-12);
 }
 
