@@ -188,10 +188,23 @@ inline double bndLerpTangent(double t, bool occA, bool occB, double a, double b,
     return a + t * (b - a);
 }
 
+// Bounded index of n and n + 1 on one axis; inside the array no bound applies.
+inline void boundedPair(const Space& s, int axis, int n, int& lo, int& hi) {
+    if (n >= 0 && n < s.r[axis] - 1) {
+        lo = n;
+        hi = n + 1;
+        return;
+    }
+    lo = s.bi(axis, n);
+    hi = s.bi(axis, n + 1);
+}
+
 inline double linearSample(const Space& s, const double g[3]) {
     const Split x = split(g[0]), y = split(g[1]);
     // Indices are bounded once per axis, then read directly.
-    const int i0 = s.bi(0, x.n), i1 = s.bi(0, x.n + 1), j0 = s.bi(1, y.n), j1 = s.bi(1, y.n + 1);
+    int i0, i1, j0, j1;
+    boundedPair(s, 0, x.n, i0, i1);
+    boundedPair(s, 1, y.n, j0, j1);
     // 2D: along y at x = n, along y at x = n+1, then along x.
     auto plane = [&](int k) {
         const double a = lerp(s.raw(i0, j0, k), s.raw(i0, j1, k), y.t);
@@ -200,7 +213,9 @@ inline double linearSample(const Space& s, const double g[3]) {
     };
     if (s.dims == 2) return plane(0);
     const Split z = split(g[2]);
-    return lerp(plane(s.bi(2, z.n)), plane(s.bi(2, z.n + 1)), z.t);
+    int k0, k1;
+    boundedPair(s, 2, z.n, k0, k1);
+    return lerp(plane(k0), plane(k1), z.t);
 }
 
 double quadraticSample(const Space& s, const double g[3]);

@@ -32,52 +32,79 @@ template <class I> constexpr bool hasKernel = requires(const interp_detail::Spac
     I::kernel(s, g, 0, g);
 };
 
-template <class I>
-T3dFltPoint traceT(const I& in, const Tfluid& f, const TvelocityGrid& vel, const T3dFltPoint& p, double dt,
-                   float fr, bool prev) {
-    const unsigned char* occ = f.occupation();
-    const T3dFltVector fv(fr, fr, fr);
-    const bool grid = vel.usesGrid();
-    const TbuffFloatFluidGrid &U = vel.gridU(), &V = vel.gridV(), &W = vel.gridW();
-    auto velocityAt = [&](const T3dFltPoint& q, double out[3]) {
+// Traces a point back (or forward) through the velocity field with a midpoint
+// step. Made once per sweep: what does not change from cell to cell (the
+// sampled spaces, the friction) is worked out here, not per sample.
+template <class I> class Tracer3 {
+public:
+    Tracer3(const I& in, const Tfluid& f, const TvelocityGrid& vel, float fr, bool prev)
+        : fIn(in), fFluid(f), fVel(vel), fOcc(f.occupation()), fFriction(fr, fr, fr), fPrev(prev),
+          fGrid(vel.usesGrid()) {
+        const TbuffFloatFluidGrid &U = vel.gridU(), &V = vel.gridV(), &W = vel.gridW();
+        fSpace[0] = interp_detail::componentSpace(f, fOcc, U, prev ? U.prevArray() : U.array(), 3);
+        fSpace[1] = interp_detail::componentSpace(f, fOcc, V, prev ? V.prevArray() : V.array(), 3);
+        fSpace[2] = interp_detail::componentSpace(f, fOcc, W, prev ? W.prevArray() : W.array(), 3);
+        for (double& r : fFrs)
+            r = fr;
+    }
+
+    T3dFltPoint operator()(const T3dFltPoint& p, double dt) const {
+        double v1[3], v2[3];
+        velocityAt(p, v1);
+        const T3dFltPoint m(float(p.x + 0.5 * dt * v1[0]), float(p.y + 0.5 * dt * v1[1]),
+                            float(p.z + 0.5 * dt * v1[2]));
+        velocityAt(m, v2);
+        return {float(p.x + dt * v2[0]), float(p.y + dt * v2[1]), float(p.z + dt * v2[2])};
+    }
+
+private:
+    void velocityAt(const T3dFltPoint& q, double out[3]) const {
         if constexpr (hasKernel<I>) {
-            if (grid) {
-                const interp_detail::Space s[3] = {
-                    interp_detail::componentSpace(f, occ, U, prev ? U.prevArray() : U.array(), 3),
-                    interp_detail::componentSpace(f, occ, V, prev ? V.prevArray() : V.array(), 3),
-                    interp_detail::componentSpace(f, occ, W, prev ? W.prevArray() : W.array(), 3)};
-                const double frs[3] = {fr, fr, fr};
+            if (fGrid) {
                 double g[3];
-                interp_detail::gridSpace(f, q.x, q.y, q.z, g);
+                interp_detail::gridSpace(fFluid, q.x, q.y, q.z, g);
                 for (int a = 0; a < 3; ++a) {
                     double ga[3] = {g[0], g[1], g[2]};
                     ga[a] += 0.5;
-                    out[a] = double(float(I::kernel(s[a], ga, a, frs))) * vel.velocityScale[a];
+                    out[a] = double(float(I::kernel(fSpace[a], ga, a, fFrs))) * fVel.velocityScale[a];
                 }
                 return;
             }
         }
-        if (grid) {
-            out[0] = double(in.interpVectorComponent(f, occ, q, fv, U, prev ? U.prevArray() : nullptr)) *
-                     vel.velocityScale[0];
-            out[1] = double(in.interpVectorComponent(f, occ, q, fv, V, prev ? V.prevArray() : nullptr)) *
-                     vel.velocityScale[1];
-            out[2] = double(in.interpVectorComponent(f, occ, q, fv, W, prev ? W.prevArray() : nullptr)) *
-                     vel.velocityScale[2];
+        if (fGrid) {
+            const TbuffFloatFluidGrid &U = fVel.gridU(), &V = fVel.gridV(), &W = fVel.gridW();
+            out[0] = double(fIn.interpVectorComponent(fFluid, fOcc, q, fFriction, U,
+                                                      fPrev ? U.prevArray() : nullptr)) *
+                     fVel.velocityScale[0];
+            out[1] = double(fIn.interpVectorComponent(fFluid, fOcc, q, fFriction, V,
+                                                      fPrev ? V.prevArray() : nullptr)) *
+                     fVel.velocityScale[1];
+            out[2] = double(fIn.interpVectorComponent(fFluid, fOcc, q, fFriction, W,
+                                                      fPrev ? W.prevArray() : nullptr)) *
+                     fVel.velocityScale[2];
         } else {
             float u, v, w;
-            vel.velocityAtPoint(q, u, v, w);
+            fVel.velocityAtPoint(q, u, v, w);
             out[0] = u;
             out[1] = v;
             out[2] = w;
         }
-    };
-    double v1[3], v2[3];
-    velocityAt(p, v1);
-    const T3dFltPoint m(float(p.x + 0.5 * dt * v1[0]), float(p.y + 0.5 * dt * v1[1]),
-                        float(p.z + 0.5 * dt * v1[2]));
-    velocityAt(m, v2);
-    return {float(p.x + dt * v2[0]), float(p.y + dt * v2[1]), float(p.z + dt * v2[2])};
+    }
+
+    const I& fIn;
+    const Tfluid& fFluid;
+    const TvelocityGrid& fVel;
+    const unsigned char* fOcc;
+    T3dFltVector fFriction;
+    bool fPrev, fGrid;
+    interp_detail::Space fSpace[3]{};
+    double fFrs[3];
+};
+
+template <class I>
+T3dFltPoint traceT(const I& in, const Tfluid& f, const TvelocityGrid& vel, const T3dFltPoint& p, double dt,
+                   float fr, bool prev) {
+    return Tracer3<I>(in, f, vel, fr, prev)(p, dt);
 }
 
 template <class I>
@@ -179,6 +206,15 @@ void conserve(TbuffFloatFluidGrid& g) {
 // ---- The step ----
 
 void TnsGridSolver::solve(Tfluid& f, double dt) {
+    // Scalars of this step may share their traced cells; nothing outside the step may.
+    struct StepScope {
+        TracedCells& t;
+        explicit StepScope(TracedCells& cells) : t(cells) {
+            t.enabled = true;
+            t.valid = false;
+        }
+        ~StepScope() { t.enabled = t.valid = false; }
+    } step(traced_);
     const bool conserveMass = f.conserveMass();
     TvelocityGrid& vel = f.velocityGrid();
 
@@ -421,9 +457,42 @@ T2dFltPoint TnsGridSolver::advectPrev(Tfluid& f, TvelocityGrid& vel, const T2dFl
 
 // ---- Transport ----
 
+const T3dFltPoint* TnsGridSolver::tracedCells(Tfluid& f, const TbuffFloatFluidGrid& g, TvelocityGrid& vel,
+                                              double dt) {
+    if (!traced_.enabled || !interp_) return nullptr;
+    // Only grids laid on the fluid's own cells start from the same points.
+    if (g.nx != f.nx || g.ny != f.ny || g.nz != f.nz || g.dx != f.dx || g.dy != f.dy || g.dz != f.dz ||
+        g.originX() != f.originX() || g.originY() != f.originY() || g.originZ() != f.originZ())
+        return nullptr;
+    if (traced_.valid && traced_.dt == dt && traced_.scale[0] == vel.velocityScale[0] &&
+        traced_.scale[1] == vel.velocityScale[1] && traced_.scale[2] == vel.velocityScale[2])
+        return traced_.points.data();
+    traced_.points.resize(g.n);
+    T3dFltPoint* out = traced_.points.data();
+    const double x0 = g.originX(), y0 = g.originY(), z0 = g.originZ();
+    withKind(interp_, [&](const auto& in) {
+        const Tracer3 trace(in, f, vel, 0.0f, false);
+        TfluidThreads::forRange(g.nz, [&](size_t lo, size_t hi) {
+            for (unsigned k = unsigned(lo); k < unsigned(hi); ++k)
+                for (unsigned j = 0; j < g.ny; ++j)
+                    for (unsigned i = 0; i < g.nx; ++i) {
+                        const T3dFltPoint p(float((i + 0.5) * g.dx + x0), float((j + 0.5) * g.dy + y0),
+                                            float((k + 0.5) * g.dz + z0));
+                        out[g.index(i, j, k)] = trace(p, -dt);
+                    }
+        });
+    });
+    traced_.valid = true;
+    traced_.dt = dt;
+    for (int a = 0; a < 3; ++a)
+        traced_.scale[a] = vel.velocityScale[a];
+    return out;
+}
+
 void TnsGridSolver::transport_scalar3d(Tfluid& f, TbuffFloatFluidGrid& g, TvelocityGrid& vel, double dt,
                                        bool conserveMass, bool outsideIsZero) {
     if (!interp_ || !g.allocated()) return;
+    const T3dFltPoint* from = tracedCells(f, g, vel, dt);
     g.moveCurrentToPrevious();
     const double x0 = g.originX(), y0 = g.originY(), z0 = g.originZ();
     const unsigned nx = g.nx, ny = g.ny, nz = g.nz;
@@ -432,11 +501,12 @@ void TnsGridSolver::transport_scalar3d(Tfluid& f, TbuffFloatFluidGrid& g, Tveloc
     const unsigned char* occ = f.occupation();
     if (occ && f.n != g.n) occ = nullptr;
     withKind(interp_, [&](const auto& in) {
+        const Tracer3 trace(in, f, vel, 0.0f, false);
         auto cell = [&](unsigned i, unsigned j, unsigned k) {
             const size_t c = g.index(i, j, k);
             const T3dFltPoint p(float((i + 0.5) * g.dx + x0), float((j + 0.5) * g.dy + y0),
                                 float((k + 0.5) * g.dz + z0));
-            const T3dFltPoint q = traceT(in, f, vel, p, -dt, 0.0f, false);
+            const T3dFltPoint q = from ? from[c] : trace(p, -dt);
             cur[c] = in.interpScalar(g, occ, q, prev);
         };
         if (!occ) {
@@ -524,6 +594,7 @@ void TnsGridSolver::transport_field3d(Tfluid& f, TvelocityGrid& vel, double dt, 
             TbuffFloatFluidGrid& g = *comps[a];
             float* out = g.array();
             const float* src = g.prevArray();
+            const Tracer3 trace(in, f, vel, fr, true);
             const double ox = a == 0 ? 0.0 : 0.5, oy = a == 1 ? 0.0 : 0.5, oz = a == 2 ? 0.0 : 0.5;
             // Faces read only the previous velocities: planes go to the threads.
             TfluidThreads::forRange(g.nz, [&](size_t lo, size_t hi) {
@@ -538,7 +609,7 @@ void TnsGridSolver::transport_field3d(Tfluid& f, TvelocityGrid& vel, double dt, 
                             }
                             const T3dFltPoint p(float((i + ox) * dx + x0), float((j + oy) * dy + y0),
                                                 float((k + oz) * dz + z0));
-                            const T3dFltPoint q = traceT(in, f, vel, p, -dt, fr, true);
+                            const T3dFltPoint q = trace(p, -dt);
                             out[c] = in.interpVectorComponent(f, occ, q, fv, g, src);
                         }
             });

@@ -10,6 +10,8 @@
 #include "Fluids/Core/TgridSolver.h"
 #include "Fluids/Core/TvelocityGrid.h"
 
+#include <vector>
+
 class Tfluid;
 
 class TnsGridSolver : public TgridSolver {
@@ -94,4 +96,21 @@ public:
 
     // alpha / max(d*d, 1e-5) per axis, in single precision.
     static void setIdInverse(const TvoxelGrid& grid, float alpha, float& ix, float& iy, float& iz);
+
+private:
+    // Where each cell centre came from in this step. Every scalar of a step
+    // is carried by the same velocity over the same time, so the points are
+    // traced once and read by the others. Kept only within solve(), whose
+    // scalars all come before the velocity changes; the array keeps its room
+    // from step to step.
+    struct TracedCells {
+        bool enabled = false;
+        bool valid = false;
+        double dt = 0;
+        float scale[3] = {0, 0, 0};
+        std::vector<T3dFltPoint> points;
+    };
+    TracedCells traced_;
+    // The traced points for cells of `g` (filled on first use this step), or null when they cannot be shared.
+    const T3dFltPoint* tracedCells(Tfluid& f, const TbuffFloatFluidGrid& g, TvelocityGrid& vel, double dt);
 };
