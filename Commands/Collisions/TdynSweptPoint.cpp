@@ -18,13 +18,14 @@ void TdynSweptPoint::set(const T4dDblVector& start, const T4dDblVector& end, con
     fVelocity = velocity;
     fBoxDone = false;
     clearHit();
+    fFlags = 0;
 }
 
 void TdynSweptPoint::clearHit() {
     fHitTime = DBL_MAX;
     fCandidate = DBL_MAX;
     fTimeLeft = 1;
-    fFlags = 0;
+    fFlags &= kBornAtStart; // the point's own, not its hit's
     fHits.clear();
 }
 
@@ -70,6 +71,8 @@ void TdynSweptPoint::respond(double dt, const T4dDblMatrix* oldMatrix, const T4d
     // Relative to the surface: the normal part reflected and scaled by resilience, the tangent part
     // scaled by 1 - friction.
     T4dDblVector v = vn * (1 + res) - wn * res + vt * fr + wt * (1 - fr);
+    // A point already leaving the surface (one born on it) keeps its velocity; it is only lifted off.
+    if ((fVelocity - hit.surfaceVelocity).dot(n) > 0) v = fVelocity;
 
     const T4dDblVector h = positionAt(hit.time) + n * (res >= 0 ? kLiftOff : -kLiftOff);
     if (oldMatrix && newMatrix) v -= TdynStatic::worldVelocityOfPoint(h, *oldMatrix, *newMatrix, dt);
@@ -79,7 +82,7 @@ void TdynSweptPoint::respond(double dt, const T4dDblMatrix* oldMatrix, const T4d
     fVelocity = v;
     fTimeLeft = 1 - hit.time;
     fBoxDone = false;
-    fFlags |= kChanged;
+    fFlags = (fFlags | kChanged) & ~unsigned(kBornAtStart);
 }
 
 // ---- point set ----

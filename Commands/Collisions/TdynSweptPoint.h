@@ -23,7 +23,7 @@ struct TdynSweptHit {
 
 class TdynSweptPoint {
 public:
-    enum Flags : unsigned { kHit = 1u << 0, kChanged = 1u << 1 };
+    enum Flags : unsigned { kHit = 1u << 0, kChanged = 1u << 1, kBornAtStart = 1u << 2 };
 
     TdynSweptPoint() = default;
 
@@ -40,6 +40,12 @@ public:
     const TdynBoundingBox& boundingBox() const;
 
     bool hasHit() const { return (fFlags & kHit) != 0; }
+    // A point that came into being where its sweep starts (a particle born in this step): a surface
+    // it starts on is hit there only when it ends behind it.
+    bool isBornAtStart() const { return (fFlags & kBornAtStart) != 0; }
+    void setBornAtStart(bool on) {
+        fFlags = on ? (fFlags | kBornAtStart) : (fFlags & ~unsigned(kBornAtStart));
+    }
     bool hasChanged() const { return (fFlags & kChanged) != 0; }
     // The earliest hit's time, DBL_MAX without one.
     double hitTime() const { return fHitTime; }

@@ -348,6 +348,13 @@ double TdynSweptTriangle::earliestHit(TdynSweptPoint& point) const {
 bool TdynSweptTriangle::intersectsPoint(TdynSweptPoint& point, double start) const {
     const double best = earliestHit(point);
     if (best == DBL_MAX) return false;
+    // Born on this surface: a hit where it starts counts only when the point ends behind the surface
+    // (against its normal), so that its birth never carries it through, nor bounces it back in.
+    if (point.isBornAtStart() && best < start && best >= -kEdgeAllowance) {
+        if ((point.position1() - vertex(0, 1.0)).dot(normal(1.0)) >= 0) return false;
+        point.setCandidateTime(0.0);
+        return true;
+    }
     if ((best >= start && best <= 1) || std::fabs(best - start) <= kEdgeAllowance ||
         std::fabs(best - 1) <= kEdgeAllowance) {
         point.setCandidateTime(best);

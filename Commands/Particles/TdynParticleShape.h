@@ -321,6 +321,12 @@ private:
     };
     std::unique_ptr<TdynSweptPointSet, TsweptPointSetDeleter> fSweptPoints;
     std::vector<unsigned char> fPointHit;
+    void recordBirthPoints(TdataArrayAttrs& batch, int firstId, double stepSeconds,
+                           const T4dDblMatrix* toWorld);
+    // Where the particles born in this step came into being (world space), by particle id from
+    // fBirthFirstId: their first sweep starts there, not a whole step back.
+    int fBirthFirstId = 0;
+    std::vector<T4dDblVector> fBirthPoints;
 };
 
 // Per-scene settings: over-sampling and the particle disk cache.

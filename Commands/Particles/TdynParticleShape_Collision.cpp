@@ -108,11 +108,22 @@ void TdynParticleShape::updateSweptPointSetFromState(TdataBlock& block) {
     const unsigned n = p1 ? p1->length() : 0;
     if (!fSweptPoints) fSweptPoints.reset(new TdynSweptPointSet);
     fSweptPoints->setCount(n);
+    // A particle born in this step was not there before its birth: its sweep starts where it was
+    // born, or its own birth would carry it through a surface.
+    const Tdata idData = block.outputValue(vs->particleId).data();
+    const TdoubleArray* ids = fBirthPoints.empty() ? nullptr : TdynStatic::dataDoubleArray(idData);
     for (unsigned i = 0; i < n; ++i) {
         const T4dDblVector end = (*p1)[i];
-        const T4dDblVector start = p0 && i < p0->length() ? (*p0)[i] : end;
+        T4dDblVector start = p0 && i < p0->length() ? (*p0)[i] : end;
+        bool newborn = false;
+        if (ids && i < ids->length()) {
+            const double k = (*ids)[i] - fBirthFirstId;
+            newborn = k >= 0 && k < static_cast<double>(fBirthPoints.size());
+            if (newborn) start = fBirthPoints[static_cast<std::size_t>(k)];
+        }
         const T4dDblVector velocity = v && i < v->length() ? (*v)[i] : T4dDblVector();
         fSweptPoints->point(i).set(start, end, velocity);
+        fSweptPoints->point(i).setBornAtStart(newborn);
     }
 }
 

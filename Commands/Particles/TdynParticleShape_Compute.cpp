@@ -165,6 +165,7 @@ bool TdynParticleShape::computeCount(TdataBlock& block) {
         dirtyCountDependents();
         const bool after = block.inputValue(vs->expressionsAfterDynamics).asBool();
         if (!after) block.inputValue(vs->executeRuntimeExpression);
+        fBirthPoints.clear(); // births of an earlier step are no longer new
         block.inputValue(vs->emission);
         addParticlesFromHistory(block);
         dirtyCountDependents();

@@ -129,6 +129,7 @@ int TdynParticleShape::addRuntimeParticles(TdataArrayAttrs& batch, bool useMax, 
         const int firstId = block.outputValue(vs->nextId).asInt();
         const double T = block.inputValue(vs->evaluationTime).asTime().seconds();
         const double H = block.inputValue(vs->timeStepSize).asTime().seconds();
+        recordBirthPoints(batch, firstId, H, inWorld && !alreadyInObjectSpace ? nullptr : &W);
         // Positions and velocities come in world space; bring them in once, before sampling.
         if (T4dDblVectorArray* p = batch.getVectorData("position")) {
             if (attribute("birthPosition") && attribute("birthWorldPosition")) {
@@ -158,6 +159,30 @@ int TdynParticleShape::addRuntimeParticles(TdataArrayAttrs& batch, bool useMax, 
     c.setClean();
     if (!countWasClean) block.markDirty(vs->count);
     return count;
+}
+
+void TdynParticleShape::recordBirthPoints(TdataArrayAttrs& batch, int firstId, double H,
+                                          const T4dDblMatrix* toWorld) {
+    fBirthFirstId = firstId;
+    fBirthPoints.clear();
+    const T4dDblVectorArray* p = batch.getVectorData("position");
+    if (!p) return;
+    const T4dDblVectorArray* v = batch.getVectorData("velocity");
+    const TdoubleArray* inStep = batch.getDoubleData("timeInStep");
+
+    fBirthPoints.resize(p->length());
+    for (unsigned i = 0; i < p->length(); ++i) {
+        // Emitters place a birth a fraction t into the step back along its velocity to the step's
+        // start, so that the step carries it on from there; it came into being at that fraction.
+        T4dDblVector at = (*p)[i];
+        T4dDblVector vel = v && i < v->length() ? (*v)[i] : T4dDblVector();
+        if (toWorld) {
+            at = toWorld->transformPoint(at);
+            vel = toWorld->transformVector(vel);
+        }
+        const double t = inStep && i < inStep->length() ? (*inStep)[i] : 0.0;
+        fBirthPoints[i] = at + vel * (t * H);
+    }
 }
 
 void TdynParticleShape::fillNewValues(Tattribute* a, TdataArrayAttrs& batch, TdataBlock& block, int n, int k,

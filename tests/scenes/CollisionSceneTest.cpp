@@ -23,6 +23,51 @@ std::vector<double> lastResult(const std::string& out) {
     return v;
 }
 
+// A particle is never taken through a surface by its own birth: a jet on the ground, a surface emitter
+// on a colliding floor, a jet just above the ground. Every particle ends on the side it was born on.
+TEST(CollisionScene, BirthsNearAColliderStayOnTheirSide) {
+    const char* count = R"(
+        global proc int below(string $object, float $level) {
+            float $p[] = `getParticleAttr -at position $object`;
+            int $n = 0;
+            for ($i = 1; $i < size($p); $i += 3) if ($p[$i] < $level - 1e-9) $n++;
+            return $n;
+        }
+    )";
+    const std::string scene = std::string(count) + R"(
+        polyPlane -n ground -w 20 -h 20;
+        particle -n drops;
+        emitter -n jet -type dir -pos 0 0 0 -r 48 -dx 0 -dy 1 -dz 0 -spd 6 -sp 0.2;
+        connectDynamic -em jet drops;
+        polyPlane -n floor -w 2 -h 2; move 30 0 0 floor;
+        particle -n flakes; select -r floor; emitter -n shed -type surface -r 20 -spd 2; select -cl;
+        connectDynamic -em shed flakes;
+        polyPlane -n low -w 20 -h 20; move 0 -5 0 low;
+        particle -n up;
+        emitter -n jet2 -type dir -pos 3 -4.9 0 -r 96 -dx 0 -dy 1 -dz 0 -spd 6 -sp 0.2;
+        connectDynamic -em jet2 up;
+        select -r drops flakes up; gravity; select -cl;
+        collision -r 0.5 -f 0.2 ground drops;
+        collision -r 0.5 -f 0.2 floor flakes;
+        collision -r 0.5 -f 0.2 low up;
+        for ($f = 2; $f <= 48; $f++) currentTime $f;
+        print ("drops " + `particle -q -ct drops` + " " + below("drops", 0) + "\n");
+        print ("flakes " + `particle -q -ct flakes` + " " + below("flakes", 0) + "\n");
+        print ("up " + `particle -q -ct up` + " " + below("up", -5) + "\n");
+    )";
+    ProgramRun r = runProgram({writeScript("births.mls", scene)});
+    ASSERT_EQ(r.status, 0) << r.err;
+    for (const char* object : {"drops ", "flakes ", "up "}) {
+        const std::size_t at = r.out.find(object);
+        ASSERT_NE(at, std::string::npos) << r.out;
+        std::istringstream line(r.out.substr(at + std::string(object).size()));
+        int made = 0, under = -1;
+        line >> made >> under;
+        EXPECT_GT(made, 20) << object;
+        EXPECT_EQ(under, 0) << object << "of " << made << " went through";
+    }
+}
+
 TEST(CollisionScene, AParticleBouncesOffAPlaneWithHalfItsSpeed) {
     // 12 units a second from y = 0.75: 0.25 at frame 2, the plane at half of the next step. It leaves at
     // 6 units a second from 0.01 above the hit and flies the remaining half step: 0.01 + 6 / 48.
