@@ -105,6 +105,8 @@ std::string counted(std::size_t n, const char* noun) {
 std::string shown(const TscriptValue& value) {
     const char* kind = kindName(value);
     if (*kind) return kind;
+    if (value.type() == TscriptType::Float && !std::isfinite(value.asFloat()))
+        return std::string("'") + value.asString() + "', which is not a finite number";
     // Built by appending: GCC 12 warns falsely (-Wrestrict) on "'" + temporary.
     std::string out(1, '\'');
     out += value.asString();
@@ -140,9 +142,12 @@ bool scriptValueToBool(const TscriptValue& value, bool& out) {
 bool scriptValueToDouble(const TscriptValue& value, double& out) {
     switch (value.type()) {
     case TscriptType::Int:
-    case TscriptType::Float:
         out = value.asFloat();
         return true;
+    case TscriptType::Float:
+        // 0/0 and overflows make NaN and infinities in scripts: they stop where they enter.
+        out = value.asFloat();
+        return std::isfinite(out);
     case TscriptType::String:
         return readDouble(value.asString(), out);
     default:
@@ -244,7 +249,7 @@ void TargDatabase::parseInto(const Tsyntax& syntax, const TargList& args) {
                     TscriptValue converted;
                     if (!convert(TscriptValue(component), componentType, converted))
                         fail("flag '" + info.displayName() + "' expects " + typeWanted(componentType) +
-                             ", got " + shown(value));
+                             ", got " + shown(TscriptValue(component)) + " in a vector");
                     got.push_back(std::move(converted));
                 }
                 continue;

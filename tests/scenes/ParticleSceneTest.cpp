@@ -40,6 +40,24 @@ TEST(ParticleScene, AMalformedGridStopsTheScriptWithAMessage) {
     EXPECT_EQ(r.out.find("after"), std::string::npos);
 }
 
+// 0/0 in a script makes NaN; it stops where it enters instead of spreading through a cache.
+TEST(ParticleScene, ANonFiniteValueStopsWhereItEnters) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"particle -e -id 0 -at velocity -vv (0/$z) 0 0 p;",
+         "flag '-vectorValue' expects a number, got '-nan'"},
+        {"setParticleAttr -at position -vv 0 (1/$z) 0 p;", "which is not a finite number"},
+        {"emit -object p -pos <<0, 0, -1/$z>>;", "which is not a finite number"},
+        {"setAttr p.translateX (1/$z);", "got 'inf', which is not a finite number"},
+    };
+    for (const auto& [command, message] : cases) {
+        ProgramRun r = runProgram({"-c", std::string("particle -n p -p 0 0 0; float $z = 0; ") + command +
+                                             " print `getParticleAttr -at position p`;"});
+        EXPECT_EQ(r.status, 1) << command;
+        EXPECT_NE(r.err.find(message), std::string::npos) << command << ": " << r.err;
+        EXPECT_EQ(r.out.find("nan"), std::string::npos) << command << ": " << r.out;
+    }
+}
+
 TEST(ParticleScene, DemoWritesParticlePositionsPerFrame) {
     const std::string out =
         (std::filesystem::path(writeScript("unused.mls", "")).parent_path() / "demo").string();

@@ -111,7 +111,7 @@ TEST_F(CommandArgParsing, WrongTypesNameTheCommandTheFlagAndTheValue) {
     EXPECT_EQ(TargDatabase(grid, whole).flagArgumentInt("res", 0, 1), 20);
     TargList fraction("fluid", {});
     fraction.addFlag("res").add(TscriptValue(TscriptVector{10, 2.5, 5}));
-    EXPECT_EQ(parseError(grid, fraction), "fluid: flag '-resolution' expects an integer, got a vector");
+    EXPECT_EQ(parseError(grid, fraction), "fluid: flag '-resolution' expects an integer, got '2.5' in a vector");
 }
 
 TEST_F(CommandArgParsing, RepeatedFlagsOnlyWhereAllowed) {
