@@ -69,12 +69,22 @@ protected:
         }
         bool set = false;
         double v = 0;
-        if (getFlagArg(db, "r", "resilience", v, set)) fResilience = v;
+        // Both are refused alike outside what they mean: resilience 1 bounces back at full speed, 0
+        // stops, a negative one lets particles through at that part of their speed; friction from
+        // none to all of the sliding.
+        if (getFlagArg(db, "r", "resilience", v, set)) {
+            if (!(v >= -1 && v <= 2)) {
+                engine().displayError("collision: -resilience must lie between -1 and 2, got " +
+                                      formatScriptNumber(v));
+                return -1;
+            }
+            fResilience = v;
+        }
         set = false;
         if (getFlagArg(db, "f", "friction", v, set)) {
-            if (v < 0 || v > 1) {
+            if (!(v >= 0 && v <= 1)) {
                 engine().displayError("collision: -friction must lie between 0 and 1, got " +
-                                      std::to_string(v));
+                                      formatScriptNumber(v));
                 return -1;
             }
             fFriction = v;

@@ -28,6 +28,18 @@ const std::vector<TdynFieldFlag>& commonFlags() {
 }
 } // namespace
 
+double TdynStandardFieldCmd::inRange(const std::string& cmd, const TdynFieldFlag& f, double v) {
+    // Values outside a flag's range are clamped as they are parsed; the user is told what is used.
+    if (v >= f.low && v <= f.high) return v;
+    const double used = std::min(std::max(v, f.low), f.high);
+    const std::string range = std::isfinite(f.high)
+                                  ? formatScriptNumber(f.low) + " to " + formatScriptNumber(f.high)
+                                  : "at least " + formatScriptNumber(f.low);
+    engine().displayWarning(cmd + ": -" + f.longName + " " + formatScriptNumber(v) + " is outside " + range +
+                            "; " + formatScriptNumber(used) + " is used");
+    return used;
+}
+
 void TdynStandardFieldCmd::set(Values& v, const std::string& attr, double value) {
     for (auto& [name, old] : v)
         if (name == attr) {
@@ -114,10 +126,10 @@ bool TdynStandardFieldCmd::parseValueFlags(const TargDatabase& db, Values& out) 
             }
             if (lname == "torusSectionRadius" && v < 0) {
                 engine().displayError(cmd + ": -torusSectionRadius cannot be negative, got " +
-                                      std::to_string(v));
+                                      formatScriptNumber(v));
                 return false;
             }
-            v = std::min(std::max(v, f.low), f.high);
+            v = inRange(cmd, f, v);
             if (lname == "volumeSweep") v /= kDegreesPerRadian; // typed in degrees, kept in radians
             const int n = f.kind == TdynFieldFlag::kAllThree ? 3 : 1;
             for (int k = 0; k < n; ++k)
@@ -135,7 +147,7 @@ bool TdynStandardFieldCmd::parseValueFlags(const TargDatabase& db, Values& out) 
         case TdynFieldFlag::kInt: {
             int v = 0;
             getFlagArg(db, f.shortName, f.longName, v, given);
-            set(out, f.attrs[0], std::min(std::max<double>(v, f.low), f.high));
+            set(out, f.attrs[0], inRange(cmd, f, v));
             break;
         }
         case TdynFieldFlag::kTriple: {

@@ -58,6 +58,8 @@ protected:
     int afterFirstRedo() override { return 0; }
 
     static void set(Values& v, const std::string& attr, double value);
+    // v, or the end of the flag's range it lies beyond (with a warning saying so).
+    double inRange(const std::string& cmd, const TdynFieldFlag& f, double v);
     static void writeValues(TdynField* field, const Values& values);
 
 private:

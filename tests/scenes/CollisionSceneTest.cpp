@@ -68,6 +68,27 @@ TEST(CollisionScene, BirthsNearAColliderStayOnTheirSide) {
     }
 }
 
+// Resilience and friction are checked alike: outside their meaning both are refused, naming the value.
+TEST(CollisionScene, ResilienceAndFrictionRangesAreCheckedAlike) {
+    const std::pair<const char*, const char*> refused[] = {
+        {"-r -3", "-resilience must lie between -1 and 2, got -3"},
+        {"-r 2.5", "-resilience must lie between -1 and 2, got 2.5"},
+        {"-f 7", "-friction must lie between 0 and 1, got 7"},
+        {"-f -0.1", "-friction must lie between 0 and 1, got -0.1"},
+    };
+    for (const auto& [flags, message] : refused) {
+        ProgramRun r =
+            runProgram({"-c", std::string("polyPlane -n g; particle -n p; collision ") + flags + " g p"});
+        EXPECT_EQ(r.status, 1) << flags;
+        EXPECT_NE(r.err.find(message), std::string::npos) << flags << ": " << r.err;
+    }
+    // A negative resilience lets particles through the surface, slowed: a meaning, so it is taken.
+    ProgramRun r =
+        runProgram({"-c", "polyPlane -n g; particle -n p; collision -r -0.5 -f 1 g p; collision -q -r g"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("// Result: -0.5 //"), std::string::npos) << r.out;
+}
+
 TEST(CollisionScene, AParticleBouncesOffAPlaneWithHalfItsSpeed) {
     // 12 units a second from y = 0.75: 0.25 at frame 2, the plane at half of the next step. It leaves at
     // 6 units a second from 0.01 above the hit and flies the remaining half step: 0.01 + 6 / 48.

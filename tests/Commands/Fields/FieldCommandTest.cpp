@@ -79,6 +79,8 @@ TEST_F(FieldCommandTest, AirPresetsComeFirstAndClampSpeed) {
     ASSERT_TRUE(run("air -windSetup -iv 7 -speed -2 -n wind;")) << errors.str();
     EXPECT_EQ(num("wind", "inheritVelocity"), 1); // clamped to 1
     EXPECT_EQ(num("wind", "speed"), 0);           // clamped to 0
+    EXPECT_NE(errors.str().find("air: -speed -2 is outside 0 to 1; 0 is used"), std::string::npos)
+        << errors.str();
     EXPECT_EQ(num("wind", "inheritRotation"), 1);
     // Querying a preset warns and fails.
     EXPECT_FALSE(run("air -q -fanSetup fan;"));
