@@ -124,6 +124,10 @@ public:
                                   Tint32Array& counts);
     // Particles for a whole geometry in one step; `size` is its area or length (1 when not scaling).
     static int totalEmitCount(double size, double rate, double dt, double& remainder);
+    // The most particles one emitter makes in one step; more would take the machine's memory.
+    static constexpr long long kMaxBirthsPerStep = 5'000'000;
+    // Cuts the counts down to the step's limit (saying so once); false when nothing is to be made.
+    bool limitBirths(Tint32Array& counts);
     bool getEmitCountPerPoint(const Tplug& plug, TdataBlock& block, unsigned n, Tint32Array& counts);
     bool getEmitCountVolume(const Tplug& plug, TdataBlock& block, Tint32Array& counts);
     bool getEmitCountSweptGeo(const Tplug& plug, TdataBlock& block, const TdynSweptGeometry& geometry,
@@ -264,6 +268,7 @@ private:
     std::map<int, TargetStore> fStores;
     TanimTime fCurrentFrame, fLastFrame;
     bool fHaveFrame = false;
+    bool fBirthLimitWarned = false;
     std::unique_ptr<TdynVolumePrimitive> fPrimitives[5];
     static bool sForceEmission;
 };

@@ -4,8 +4,10 @@
 #include "Commands/Emitters/TdynEmitter.h"
 
 #include "Commands/Particles/TdynParticleShape.h"
+#include "Host/Command/TcommandEngine.h"
 #include "Host/Graph/TmsgDirty.h"
 
+#include <climits>
 #include <cmath>
 #include <cstdlib>
 
@@ -162,7 +164,7 @@ bool TdynEmitter::pointEmitter(const Tplug& plug, TdataBlock& block) {
     if (TdynParticleShape::cast(ownerObject())) ids = block.inputValue(&vs->parentId).data();
     Tint32Array counts;
     if (!readSettings(block, f) || !getEmitCountPerPoint(plug, block, positions.length(), counts) ||
-        !distancesUsable(f.s)) {
+        !limitBirths(counts) || !distancesUsable(f.s)) {
         endFrame(block, f);
         return true;
     }
@@ -194,7 +196,8 @@ bool TdynEmitter::volumeEmitter(const Tplug& plug, TdataBlock& block) {
     }
     getRandomState(f.target, block);
     Tint32Array counts;
-    if (!readSettings(block, f) || !getEmitCountVolume(plug, block, counts) || !distancesUsable(f.s)) {
+    if (!readSettings(block, f) || !getEmitCountVolume(plug, block, counts) || !limitBirths(counts) ||
+        !distancesUsable(f.s)) {
         endFrame(block, f);
         return true;
     }
@@ -226,7 +229,27 @@ void TdynEmitter::emitCountPerPoint(double rate, double dt, double& remainder, i
         r -= 1;
     }
     remainder = r;
-    count = n < 0 ? 0 : static_cast<int>(n);
+    // Counts beyond an int are far past any step's limit; kept finite here, cut down by limitBirths.
+    count = n < 0 ? 0 : n > INT_MAX ? INT_MAX : static_cast<int>(n);
+}
+
+bool TdynEmitter::limitBirths(Tint32Array& counts) {
+    long long total = 0;
+    for (unsigned j = 0; j < counts.length(); ++j)
+        total += counts[j];
+    if (total <= kMaxBirthsPerStep) return total > 0;
+    // Cut every point's share alike, before anything is allocated for them.
+    const double keep = static_cast<double>(kMaxBirthsPerStep) / static_cast<double>(total);
+    for (unsigned j = 0; j < counts.length(); ++j)
+        counts[j] = static_cast<int>(std::floor(counts[j] * keep));
+    if (!fBirthLimitWarned) {
+        fBirthLimitWarned = true;
+        TcommandEngine::current().displayWarning(
+            name() + ": " + std::to_string(total) + " births in one step are more than the " +
+            std::to_string(kMaxBirthsPerStep) + " a step can make; that many are made (this is said once). " +
+            "Lower the rate, or give the particle object a maxCount");
+    }
+    return true;
 }
 
 void TdynEmitter::emitCountPerPoint(double dt, const TdoubleArray& rates, TdoubleArray& remainders,

@@ -69,7 +69,7 @@ bool TdynEmitter::sweptFrame(const Tplug& plug, TdataBlock& block, Frame& f, Tdy
     if (!checkFrame(block, f) || !usable) return false;
     getRandomState(f.target, block);
     return readSettings(block, f) && getEmitCountSweptGeo(plug, block, *geometry, counts) &&
-           distancesUsable(f.s);
+           limitBirths(counts) && distancesUsable(f.s);
 }
 
 bool TdynEmitter::surfaceEmitter(const Tplug& plug, TdataBlock& block) {

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cmath>
 #include <sstream>
 
@@ -64,6 +65,56 @@ TEST_F(EmitterRateTest, RemaindersCarryFractionsBetweenSteps) {
     EXPECT_EQ(TdynEmitter::totalEmitCount(2.0, 0, 0.1, rem), 0);
     EXPECT_EQ(TdynEmitter::totalEmitCount(2.5, 10, 0.1, rem), 2);
     EXPECT_NEAR(rem, 0.5, 1e-12);
+}
+
+// A rate far beyond what a step can hold is cut to the step's limit, shared alike, before anything is
+// allocated, and said once; a count beyond an int stays finite.
+TEST_F(EmitterRateTest, AStepMakesNoMoreThanItsLimit) {
+    double rem = 0;
+    int n = 0;
+    TdynEmitter::emitCountPerPoint(1e15, 1.0 / 24, rem, n);
+    EXPECT_EQ(n, INT_MAX);
+    ASSERT_TRUE(run("emitter -n jet -pos 0 0 0 -r 10;")) << errors.str();
+    auto* e = node<TdynEmitter>("jet");
+    ASSERT_NE(e, nullptr);
+    Tint32Array counts;
+    for (int c : {INT_MAX, INT_MAX, 7})
+        counts.addLast(c);
+    errors.str("");
+    EXPECT_TRUE(e->limitBirths(counts));
+    const long long total = static_cast<long long>(counts[0]) + counts[1] + counts[2];
+    EXPECT_LE(total, TdynEmitter::kMaxBirthsPerStep);
+    EXPECT_GT(total, TdynEmitter::kMaxBirthsPerStep - 3);
+    EXPECT_EQ(counts[0], counts[1]);
+    EXPECT_EQ(counts[2], 0);
+    EXPECT_NE(errors.str().find("jet: 4294967301 births in one step are more than the 5000000"),
+              std::string::npos)
+        << errors.str();
+    errors.str("");
+    EXPECT_TRUE(e->limitBirths(counts)); // within the limit now: kept as they are, nothing said
+    EXPECT_EQ(counts[0] + counts[1] + counts[2], total);
+    counts[0] = INT_MAX;
+    e->limitBirths(counts);
+    EXPECT_EQ(errors.str(), ""); // said once
+    // Nothing to make is nothing to make.
+    Tint32Array none;
+    none.addLast(0);
+    EXPECT_FALSE(e->limitBirths(none));
+}
+
+// 100 a second at 24 frames a second gives 99 after one second: 100/24 s in doubles is
+// 4.166666666666666 and its 24 fractions sum to 0.99999999999998, so the 100th birth comes one step
+// later. None is lost: the count stays within one of the exact total.
+TEST_F(EmitterRateTest, RemaindersNeverLoseABirth) {
+    double rem = 0;
+    long long total = 0;
+    for (int step = 1; step <= 24 * 60; ++step) {
+        int n = 0;
+        TdynEmitter::emitCountPerPoint(100, 250.0 / 6000.0, rem, n);
+        total += n;
+        const double exact = 100.0 * step / 24;
+        EXPECT_LE(std::fabs(static_cast<double>(total) - exact), 1.0) << step;
+    }
 }
 
 TEST_F(EmitterRateTest, ARateOfTenAtPalGivesTenBirthsInTwentyFiveSteps) {
