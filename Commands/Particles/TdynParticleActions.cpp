@@ -430,6 +430,18 @@ public:
             if (v < 1 || v > most)
                 fail(db, "-overSampling must lie between 1 and " + std::to_string(most) +
                              " (one tick a step), got " + std::to_string(v));
+            // Steps of a whole number of ticks that fill the frame exactly, or every frame drifts.
+            if (most % v != 0) {
+                std::string choices;
+                for (std::int64_t d = 1, shown = 0; d <= most && shown < 12; ++d)
+                    if (most % d == 0) {
+                        choices += (shown++ ? ", " : "") + std::to_string(d);
+                    }
+                fail(db, "-overSampling " + std::to_string(v) + " does not divide a frame (" +
+                             std::to_string(most) + " ticks in " + TtimeUnit::name(TtimeUnit::current()) +
+                             "), so its steps could not all be alike and the frames would drift; use " +
+                             choices);
+            }
             TstandaloneValue value(&vs->overSamples);
             value.handle().set(static_cast<std::int32_t>(v));
             g->setCachedValue(Tplug(g, &vs->overSamples), value.handle(), TdgContext::fsNormal);

@@ -20,7 +20,14 @@ int TdynStatic::activeGlobalsOverSampling() {
     if (!g) return 1;
     // A sub-step is at least one tick.
     const int most = static_cast<int>(std::max<std::int64_t>(1, TanimTime(1.0, kCurrentFrameUnit).ticks()));
-    return std::clamp(g->overSamples(), 1, most);
+    const int n = std::clamp(g->overSamples(), 1, most);
+    // Set before the time unit changed, or set on the attribute: said once, as frames will drift.
+    if (most % n != 0)
+        TcommandEngine::current().displayWarning(
+            "over-sampling " + std::to_string(n) + " does not divide a frame (" + std::to_string(most) +
+                " ticks): the steps cannot all be alike and frames drift; choose a number that divides it",
+            true);
+    return n;
 }
 
 bool TdynStatic::runupToCurrentTimeIsOn() {

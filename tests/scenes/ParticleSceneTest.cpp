@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include <cstdio>
 
 #include <filesystem>
@@ -56,6 +58,30 @@ TEST(ParticleScene, ANonFiniteValueStopsWhereItEnters) {
         EXPECT_NE(r.err.find(message), std::string::npos) << command << ": " << r.err;
         EXPECT_EQ(r.out.find("nan"), std::string::npos) << command << ": " << r.out;
     }
+}
+
+// Steps of a frame must fill it exactly: at 24 units a second a particle is at 24 after one second with
+// any over-sampling the clock can divide a frame into; one it cannot is refused, naming the choices.
+TEST(ParticleScene, OverSamplingKeepsFramesOnTime) {
+    for (const auto& [unit, fps, os] :
+         {std::tuple{"film", 24, 5}, std::tuple{"film", 24, 10}, std::tuple{"pal", 25, 3},
+          std::tuple{"pal", 25, 8}, std::tuple{"pal", 25, 16}}) {
+        const std::string script =
+            "currentUnit -t " + std::string(unit) + "; dynGlobals -os " + std::to_string(os) +
+            "; particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv " + std::to_string(fps) +
+            " 0 0 p; for ($f = 2; $f <= " + std::to_string(fps + 1) +
+            "; $f++) currentTime $f; getParticleAttr -at position p.pt[0];";
+        ProgramRun r = runProgram({"-c", script});
+        ASSERT_EQ(r.status, 0) << unit << " " << os << ": " << r.err;
+        const std::size_t at = r.out.rfind("// Result: ");
+        ASSERT_NE(at, std::string::npos) << r.out;
+        EXPECT_NEAR(std::stod(r.out.substr(at + 11)), fps, 1e-9) << unit << " -os " << os;
+    }
+    ProgramRun r = runProgram({"-c", "dynGlobals -os 3"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("-overSampling 3 does not divide a frame (250 ticks in film)"), std::string::npos)
+        << r.err;
+    EXPECT_NE(r.err.find("use 1, 2, 5, 10, 25, 50, 125, 250"), std::string::npos) << r.err;
 }
 
 TEST(ParticleScene, DemoWritesParticlePositionsPerFrame) {
