@@ -4,12 +4,15 @@
 #include "Commands/Caches/TdynParticleImporter.h"
 #include "Commands/Particles/TdynParticleShape.h"
 #include "Commands/Scene/TdynObjectLookup.h"
+#include "Commands/Scene/TdynStatic.h"
 #include "Host/Command/TargDatabase.h"
 #include "Host/Command/TcommandEngine.h"
 #include "Host/Files/TatomicFile.h" // makeDirectories
 #include "Host/Graph/TdependGraph.h"
+#include "Host/Time/TanimInfo.h"
 
 #include <cmath>
+#include <numeric>
 #include <sstream>
 
 MOTILANE_REGISTER_COMMAND("dynExport", TdynExportAction);
@@ -23,6 +26,16 @@ const bool kMessages = [] {
     TmessageTable::set(4716, "writing the exported data failed: ");
     return true;
 }();
+
+// One export writes at most this many files.
+constexpr long long kMostFiles = 1'000'000;
+
+void setOverSamples(TdynGlobals& g, int n) {
+    auto* vs = TdynGlobals::sVsData();
+    TstandaloneValue value(&vs->overSamples);
+    value.handle().set(static_cast<std::int32_t>(n));
+    g.setCachedValue(Tplug(&g, &vs->overSamples), value.handle(), TdgContext::fsNormal);
+}
 
 std::string number(double v) {
     std::ostringstream o;
@@ -77,6 +90,20 @@ int TdynExportAction::doIt(const TargList& args) {
                      number(last));
     const int samples = has("os") ? db.flagArgumentInt("os") : 1;
     if (samples < 1) return error("-overSampling must be 1 or more, not " + std::to_string(samples));
+    // Samples fall on ticks, and the simulation steps on every one of them and on its own steps as
+    // playing does: both must fill a frame exactly.
+    const std::int64_t frameTicks = TanimTime(1.0, kCurrentFrameUnit).ticks();
+    const int played = TdynStatic::activeGlobalsOverSampling();
+    if (frameTicks % samples != 0)
+        return error("-overSampling " + std::to_string(samples) + " does not divide a frame (" +
+                     std::to_string(frameTicks) +
+                     " ticks), so its samples would not fall on the frame's steps");
+    const std::int64_t steps = std::lcm<std::int64_t>(samples, played);
+    if (frameTicks % steps != 0)
+        return error("-overSampling " + std::to_string(samples) + " and the scene's " +
+                     std::to_string(played) + " steps a frame need " + std::to_string(steps) +
+                     " steps a frame, which do not divide a frame (" + std::to_string(frameTicks) +
+                     " ticks); export with a number of samples that does");
 
     std::vector<TdynParticleShape*> objects;
     if (has("all")) {
@@ -107,24 +134,42 @@ int TdynExportAction::doIt(const TargList& args) {
     if (directory.back() != '/') directory += '/';
     if (std::string why; !makeDirectories(directory, why)) return error(why);
 
+    // The times to write: each frame and its samples, none past the last frame; counted, not listed.
+    const TanimTime firstTime(first, kCurrentFrameUnit), lastTime(last, kCurrentFrameUnit);
+    const std::int64_t sampleTicks = frameTicks / samples;
+    const long long total = (lastTime.ticks() - firstTime.ticks()) / sampleTicks + 1;
+    const long long files = static_cast<long long>(objects.size()) * total;
+    if (files > kMostFiles)
+        return error("the range and samples make " + std::to_string(files) + " files, more than the " +
+                     std::to_string(kMostFiles) +
+                     " one export writes; export a shorter range or fewer samples");
+
     driver->setFirstFrame(first);
     driver->setLastFrame(last);
     driver->prepare();
     const bool onlyParticles = has("oup");
-    // The times to write: each frame and its over-samples, none past the last frame.
-    std::vector<TanimTime> times;
-    const long long frames = static_cast<long long>(std::floor(last - first + 1e-9)) + 1;
-    for (long long f = 0; f < frames; ++f)
-        for (int k = 0; k < samples; ++k) {
-            const TanimTime t(first + static_cast<double>(f) + static_cast<double>(k) / samples,
-                              kCurrentFrameUnit);
-            if (t.frames() <= last + 1e-9) times.push_back(t);
-        }
     std::vector<std::string> written;
     int status = 0;
-    const long long total = static_cast<long long>(times.size());
+    // Steps as fine as the samples need, for the length of the export.
+    TdynGlobals* globals = TdynGlobals::activeGlobalsNode(false);
+    const int saved = globals ? globals->overSamples() : 1;
+    if (globals && steps != played) setOverSamples(*globals, static_cast<int>(steps));
+    // The state at the first frame is what playing the scene gives: played frame by frame from where time
+    // stands, or from the start of the playback range when the range lies behind it.
+    TanimTime from = startTime;
+    if (firstTime < startTime) {
+        from = std::min(TanimInfo::currAnimInfo().startTime(), firstTime);
+        graph.setTime(from, !onlyParticles);
+    }
+    for (TanimTime t = from + TanimTime::fromTicks(frameTicks); t < firstTime && status == 0;
+         t = t + TanimTime::fromTicks(frameTicks)) {
+        if (engine.interruptRequested())
+            status = error("interrupted at frame " + number(t.frames()) + " before the export began");
+        else
+            graph.setTime(t, !onlyParticles);
+    }
     for (long long done = 0; done < total && status == 0; ++done) {
-        const TanimTime t = times[static_cast<std::size_t>(done)];
+        const TanimTime t = firstTime + TanimTime::fromTicks(sampleTicks * done);
         if (engine.interruptRequested()) {
             status = error("interrupted at frame " + number(t.frames()) + "; the files written are whole");
             break;
@@ -141,6 +186,7 @@ int TdynExportAction::doIt(const TargList& args) {
         }
         engine.progress("dynExport", done + 1, total);
     }
+    if (globals && steps != played) setOverSamples(*globals, saved);
     graph.setTime(startTime, true);
     if (status != 0) return status;
     engine.setResult(written);

@@ -121,4 +121,51 @@ TEST(ExportScene, TheDemoWritesOneParticleDataFilePerFrame) {
     }
 }
 
+// An export holds what playing the scene gives, wherever its range starts and however finely it samples.
+TEST(ExportScene, ExportsHoldWhatPlayingGives) {
+    const fs::path project = fs::path(writeScript("unused.mls", "")).parent_path() / "played";
+    fs::remove_all(project);
+    auto lastLine = [](const std::string& text) {
+        const std::size_t begin = text.find("BEGIN DATA\n");
+        return begin == std::string::npos ? std::string()
+                                          : text.substr(begin + 11, text.find('\n', begin + 11) - begin - 11);
+    };
+    // A range ahead of the current frame: the frames before it are played first (gravity, frame 25).
+    ProgramRun r = runProgram({"--project", project.string(), "-c",
+                               "particle -n p -p 0 0 0; select -r p; gravity -n g; select -cl;"
+                               "dynExport -path ahead -mnf 25 -mxf 25 -f pda -atr position p;"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(lastLine(readFile((project / "particles/ahead/pShape.6250.pda").string())), "0 -5.1041665 0 ");
+    // Samples between frames are states of their own, with the scene's steps at 1 or 5 a frame.
+    for (const char* played : {"1", "5"}) {
+        r = runProgram({"--project", project.string(), "-c",
+                        std::string("dynGlobals -os ") + played +
+                            "; particle -n p -p 0 0 0; particle -e -id 0 -at velocity -vv 24 0 0 p;"
+                            "dynExport -path half" +
+                            played + " -mnf 1 -mxf 3 -os 2 -f pda -atr position p;"});
+        ASSERT_EQ(r.status, 0) << r.err;
+        for (const auto& [ticks, x] :
+             {std::pair{375, "0.5"}, std::pair{500, "1"}, std::pair{625, "1.5"}, std::pair{750, "2"}}) {
+            const std::string file = (project / ("particles/half" + std::string(played)) /
+                                      ("pShape." + std::to_string(ticks) + ".pda"))
+                                         .string();
+            EXPECT_EQ(lastLine(readFile(file)), std::string(x) + " 0 0 ") << played << " " << ticks;
+        }
+    }
+    // Requests that cannot be met are refused before anything is written or allocated.
+    const std::pair<const char*, const char*> refused[] = {
+        {"-os 3", "-overSampling 3 does not divide a frame (250 ticks)"},
+        {"-os 2147483647", "-overSampling 2147483647 does not divide a frame"},
+        {"-mxf 1e15", "files, more than the 1000000 one export writes"},
+    };
+    for (const auto& [flags, message] : refused) {
+        r = runProgram(
+            {"--project", project.string(), "-c",
+             std::string("particle -n p -p 0 0 0; dynExport -path refused ") + flags + " -f pda p;"});
+        EXPECT_EQ(r.status, 1) << flags;
+        EXPECT_NE(r.err.find(message), std::string::npos) << flags << ": " << r.err;
+    }
+    EXPECT_FALSE(fs::exists(project / "particles/refused") && !fs::is_empty(project / "particles/refused"));
+}
+
 } // namespace
