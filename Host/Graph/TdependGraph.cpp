@@ -25,8 +25,12 @@ TdependGraph& TdependGraph::current() {
     return *gCurrent;
 }
 
-bool TdependGraph::hasCurrent() { return gCurrent != nullptr; }
-void TdependGraph::setCurrent(TdependGraph* g) { gCurrent = g; }
+bool TdependGraph::hasCurrent() {
+    return gCurrent != nullptr;
+}
+void TdependGraph::setCurrent(TdependGraph* g) {
+    gCurrent = g;
+}
 
 std::string TdependGraph::uniqueName(const std::string& wanted, const TdependNode* except) const {
     auto taken = [&](const std::string& n) {
@@ -35,7 +39,8 @@ std::string TdependGraph::uniqueName(const std::string& wanted, const TdependNod
     };
     if (!wanted.empty() && !taken(wanted)) return wanted;
     std::string base = wanted;
-    while (!base.empty() && std::isdigit(static_cast<unsigned char>(base.back()))) base.pop_back();
+    while (!base.empty() && std::isdigit(static_cast<unsigned char>(base.back())))
+        base.pop_back();
     if (base.empty()) base = "node";
     unsigned& next = fNextSuffix[base];
     if (next == 0) next = 1;
@@ -74,11 +79,14 @@ TdependNode* TdependGraph::addNode(std::unique_ptr<TdependNode> node, const std:
 std::unique_ptr<TdependNode> TdependGraph::detachNode(TdependNode* node) {
     // Break every connection first, so the neighbours hear of it.
     std::vector<std::pair<Tplug, Tplug>> links;
-    for (auto& [k, src] : node->fInputs) links.emplace_back(src, Tplug(node, node->attribute(k.attr), k.index));
+    for (auto& [k, src] : node->fInputs)
+        links.emplace_back(src, Tplug(node, node->attribute(k.attr), k.index));
     for (auto& [k, dst] : node->fOutputs)
         if (dst.node() != node) // links within the node are among the inputs already
             links.emplace_back(Tplug(node, node->attribute(k.attr), k.index), dst);
-    for (auto& [s, d] : links) disconnect(s, d);
+    for (auto& [s, d] : links)
+        disconnect(s, d);
+    node->fDetachedLinks = std::move(links);
     node->aboutToDelete();
     fByName.erase(node->name());
     // Searched from the back: clearing a scene removes the newest first.
@@ -90,7 +98,8 @@ std::unique_ptr<TdependNode> TdependGraph::detachNode(TdependNode* node) {
         out = std::move(it->second);
         fOwned.erase(it);
     }
-    for (auto& [id, blocks] : fContextBlocks) blocks.erase(node);
+    for (auto& [id, blocks] : fContextBlocks)
+        blocks.erase(node);
     node->removeFromGraph();
     if (nodeListener) nodeListener(node, false);
     return out;
@@ -104,6 +113,18 @@ void TdependGraph::reattachNode(std::unique_ptr<TdependNode> node) {
     fOwned.emplace(n, std::move(node));
     n->addToGraph();
     if (nodeListener) nodeListener(n, true);
+    // Back with the connections it had (the time, its owner ...), where the other end is here too;
+    // a node that returns later makes the ones to this node itself.
+    std::vector<std::pair<Tplug, Tplug>> links = std::move(n->fDetachedLinks);
+    n->fDetachedLinks.clear();
+    for (auto& [s, d] : links) {
+        if (!fOwned.count(s.node()) || !fOwned.count(d.node()) || !d.source().isNull()) continue;
+        try {
+            connect(s, d, false);
+        } catch (const TgraphError&) {
+            // A node that changed while away may refuse; the rest still come back.
+        }
+    }
 }
 
 TdependNode* TdependGraph::findNode(const std::string& name) const {
@@ -116,14 +137,16 @@ void TdependGraph::renameNode(TdependNode* node, const std::string& name) {
     for (char c : name)
         if (!(std::isalnum(static_cast<unsigned char>(c)) || c == '_'))
             throw TgraphError("'" + name + "' is not a valid node name");
-    if (std::isdigit(static_cast<unsigned char>(name[0]))) throw TgraphError("'" + name + "' is not a valid node name");
+    if (std::isdigit(static_cast<unsigned char>(name[0])))
+        throw TgraphError("'" + name + "' is not a valid node name");
     fByName.erase(node->name());
     node->setNameInternal(uniqueName(name, node));
     fByName[node->name()] = node;
 }
 
 void TdependGraph::clear() {
-    while (!fOrder.empty()) detachNode(fOrder.back());
+    while (!fOrder.empty())
+        detachNode(fOrder.back());
     fContextBlocks.clear();
     fTimeNode = nullptr;
 }
@@ -131,8 +154,12 @@ void TdependGraph::clear() {
 // ---- connections ----
 
 namespace {
-bool isMessageLike(const Tattribute* a) { return a->type() == TattrType::Message; }
-bool isDataLike(const Tattribute* a) { return a->type() == TattrType::Typed || a->type() == TattrType::Generic; }
+bool isMessageLike(const Tattribute* a) {
+    return a->type() == TattrType::Message;
+}
+bool isDataLike(const Tattribute* a) {
+    return a->type() == TattrType::Typed || a->type() == TattrType::Generic;
+}
 } // namespace
 
 std::string TdependGraph::connectionProblem(const Tplug& src, const Tplug& dst) const {
@@ -188,7 +215,8 @@ void TdependGraph::connect(const Tplug& src, const Tplug& dst, bool force) {
         disconnect(old, dst);
     }
     Tstring why;
-    if (!src.node()->legalConnection(src, dst, true, why) || !dst.node()->legalConnection(dst, src, false, why))
+    if (!src.node()->legalConnection(src, dst, true, why) ||
+        !dst.node()->legalConnection(dst, src, false, why))
         throw TgraphError(why.empty() ? "connection " + src.name() + " -> " + dst.name() + " refused" : why);
 
     // Elements exist on both sides once connected.
@@ -212,7 +240,8 @@ void TdependGraph::disconnect(const Tplug& src, const Tplug& dst) {
     }
     auto& in = dst.node()->fInputs;
     auto it = in.find({dst.attribute()->index(), dst.multiIndex()});
-    if (it == in.end() || it->second != src) throw TgraphError(src.name() + " is not connected to " + dst.name());
+    if (it == in.end() || it->second != src)
+        throw TgraphError(src.name() + " is not connected to " + dst.name());
     if (!src.node()->legalDisconnection(src, dst, true) || !dst.node()->legalDisconnection(dst, src, false))
         throw TgraphError("disconnection " + src.name() + " -> " + dst.name() + " refused");
     in.erase(it);
@@ -232,25 +261,32 @@ void TdependGraph::disconnect(const Tplug& src, const Tplug& dst) {
         s.data = dst.attribute()->defaultData();
         break;
     }
-    case TdisconnectOption::kDelete: db.removeElement(dst.attribute(), dst.multiIndex()); break;
-    case TdisconnectOption::kNothing: break;
+    case TdisconnectOption::kDelete:
+        db.removeElement(dst.attribute(), dst.multiIndex());
+        break;
+    case TdisconnectOption::kNothing:
+        break;
     }
     src.node()->connectionBroken(src, dst, true);
     dst.node()->connectionBroken(dst, src, false);
-    if (dst.node()->isInGraph() && db.hasElement(dst.attribute(), dst.multiIndex()) == dst.attribute()->isElementOfArray())
+    if (dst.node()->isInGraph() &&
+        db.hasElement(dst.attribute(), dst.multiIndex()) == dst.attribute()->isElementOfArray())
         dirtyDependents(dst);
 }
 
 // ---- dirty propagation ----
 
-void TdependGraph::queueDirty(const Tplug& plug) { fDirtyQueue.push_back(plug); }
+void TdependGraph::queueDirty(const Tplug& plug) {
+    fDirtyQueue.push_back(plug);
+}
 
 void TdependGraph::queueDestinations(const Tplug& plug) {
     // Straight from the node's table: this runs for every dirtied plug.
     const auto& out = plug.node()->fOutputs;
     if (out.empty()) return;
     auto range = out.equal_range(TdependNode::PlugKey{plug.attribute()->index(), plug.multiIndex()});
-    for (auto it = range.first; it != range.second; ++it) queueDirty(it->second);
+    for (auto it = range.first; it != range.second; ++it)
+        queueDirty(it->second);
 }
 
 void TdependGraph::dirtyPlug(const Tplug& plug) {
@@ -292,7 +328,8 @@ void TdependGraph::propagate() {
         node->setDependentsDirty(msg);
         queueDestinations(p);
         if (auto* c = asCompound(p.attribute()))
-            for (Tattribute* k : c->children()) queueDirty(Tplug(node, k, p.multiIndex()));
+            for (Tattribute* k : c->children())
+                queueDirty(Tplug(node, k, p.multiIndex()));
     }
     fPropagating = false;
 }
@@ -301,8 +338,10 @@ void TdependGraph::propagate() {
 
 TdnTime* TdependGraph::timeNode() {
     if (!fTimeNode) {
-        if (auto* n = findNode("time1"); n && TdnTime::cast(n)) fTimeNode = TdnTime::cast(n);
-        else fTimeNode = TdnTime::cast(createNode("time", "time1"));
+        if (auto* n = findNode("time1"); n && TdnTime::cast(n))
+            fTimeNode = TdnTime::cast(n);
+        else
+            fTimeNode = TdnTime::cast(createNode("time", "time1"));
     }
     return fTimeNode;
 }
@@ -335,4 +374,6 @@ TdataBlock* TdependGraph::contextBlock(const TdgContext& ctx, TdependNode* node,
     return b;
 }
 
-void TdependGraph::releaseContext(const TdgContext& ctx) { fContextBlocks.erase(ctx.id()); }
+void TdependGraph::releaseContext(const TdgContext& ctx) {
+    fContextBlocks.erase(ctx.id());
+}

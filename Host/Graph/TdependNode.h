@@ -49,7 +49,8 @@ public:
     virtual bool addAttribute(std::unique_ptr<Tattribute> attr, TattrClass cls = TattrClass::kLocalDynamic);
     // Takes a dynamic attribute (and its children) off the node and gives it
     // back, so that undo can put it on again.
-    virtual std::unique_ptr<Tattribute> removeAttribute(Tattribute* attr, TattrClass cls = TattrClass::kLocalDynamic);
+    virtual std::unique_ptr<Tattribute> removeAttribute(Tattribute* attr,
+                                                        TattrClass cls = TattrClass::kLocalDynamic);
 
     // Evaluation. Returns true if it computed the attribute; a class that does
     // not know the attribute calls its base.
@@ -134,11 +135,13 @@ private:
     Tstring fName;
     bool fInGraph = false;
     std::unique_ptr<TdataBlock> fNormalBlock;
-    std::vector<Tattribute*> fDynamic;                     // by index past the static ones; null where removed
+    std::vector<Tattribute*> fDynamic; // by index past the static ones; null where removed
     std::vector<std::unique_ptr<Tattribute>> fOwnedDynamic; // roots of the dynamic attributes
     std::map<PlugKey, Tplug> fInputs;
     std::multimap<PlugKey, Tplug> fOutputs;
     std::map<int, ClientHook> fHooks;
+    // The connections broken when the node was taken out of its graph, made again when it returns.
+    std::vector<std::pair<Tplug, Tplug>> fDetachedLinks;
     int fNextHook = 1;
     std::uint64_t fComputeCount = 0;
 };

@@ -33,6 +33,29 @@ TEST(EmitterScene, AnEmitterFeedsAParticleObjectOneBirthAFrame) {
     EXPECT_EQ(r.err, "");
 }
 
+// Undo and redo give back a working emitter: its time, its owner and its connections return with it.
+TEST(EmitterScene, AnEmitterUndoneAndRedoneStillEmits) {
+    const std::pair<const char*, const char*> scenes[] = {
+        {"particle -n drops; emitter -n jet -pos 0 1 0 -r 24; connectDynamic -em jet drops;",
+         "undo; undo; redo; redo;"},
+        {"polyPlane -n sheet; particle -n drops; select -r sheet; emitter -n shed -type surface -r 40; "
+         "select -cl;"
+         "connectDynamic -em shed drops;",
+         "undo; undo; redo; redo;"},
+    };
+    for (const auto& [scene, undoRedo] : scenes) {
+        const std::string play =
+            "for ($f = 2; $f <= 24; $f++) currentTime $f; print (`particle -q -ct drops` + \"\\n\");";
+        ProgramRun straight = runProgram({"-c", std::string(scene) + play});
+        ProgramRun redone = runProgram({"-c", std::string(scene) + undoRedo + play});
+        ASSERT_EQ(straight.status, 0) << straight.err;
+        ASSERT_EQ(redone.status, 0) << redone.err;
+        const std::string count = straight.out.substr(straight.out.rfind("//\n") + 3);
+        EXPECT_GT(std::stoi(count), 10) << scene;
+        EXPECT_EQ(redone.out.substr(redone.out.rfind("//\n") + 3), count) << scene;
+    }
+}
+
 TEST(EmitterScene, BadEmitterInputStopsTheScriptWithAMessage) {
     const std::string script =
         writeScript("bademitter.mls", "particle -n p;\nemitter -type sideways;\nprint \"after\\n\";\n");
