@@ -3,6 +3,7 @@
 // saving the initial state, run-up, preferences, globals and the controller.
 
 #include "Commands/Particles/TdynParticleShape.h"
+#include "Commands/Particles/TdynParticleSnapshot.h"
 #include "Commands/Scene/TdynObjectLookup.h"
 
 #include "Host/Command/TargDatabase.h"
@@ -500,11 +501,11 @@ public:
 };
 
 MOTILANE_REGISTER_COMMAND("getParticleAttr", TdynGetAttrAction);
-MOTILANE_REGISTER_COMMAND("setParticleAttr", TdynSetAttrAction);
+MOTILANE_REGISTER_COMMAND("setParticleAttr", TdynUndoableParticleAction<TdynSetAttrAction>);
 MOTILANE_REGISTER_COMMAND("particleExists", TdynParticleExistsAction);
-MOTILANE_REGISTER_COMMAND("emit", TdynEmitAction);
-MOTILANE_REGISTER_COMMAND("addPP", TdynAddPPAction);
-MOTILANE_REGISTER_COMMAND("saveInitialState", TdynSaveInitAction);
+MOTILANE_REGISTER_COMMAND("emit", TdynUndoableParticleAction<TdynEmitAction>);
+MOTILANE_REGISTER_COMMAND("addPP", TdynUndoableParticleAction<TdynAddPPAction>);
+MOTILANE_REGISTER_COMMAND("saveInitialState", TdynUndoableParticleAction<TdynSaveInitAction>);
 MOTILANE_REGISTER_COMMAND("runup", TdynRunupAction);
 MOTILANE_REGISTER_COMMAND("dynPref", TdynPrefAction);
 MOTILANE_REGISTER_COMMAND("dynGlobals", TdynGlobalsCmd);

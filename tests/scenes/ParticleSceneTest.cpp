@@ -84,6 +84,32 @@ TEST(ParticleScene, OverSamplingKeepsFramesOnTime) {
     EXPECT_NE(r.err.find("use 1, 2, 5, 10, 25, 50, 125, 250"), std::string::npos) << r.err;
 }
 
+// Commands that edit particles in place undo themselves, never the command before them, and redo.
+TEST(ParticleScene, ParticleEditsUndoAndRedo) {
+    const char* setup = "particle -n p -p 0 0 0;\n";
+    const std::pair<const char*, const char*> cases[] = {
+        {"setParticleAttr -at velocity -vv 4 5 6 p;", "print `getParticleAttr -at velocity p`;"},
+        {"emit -object p -pos 1 1 1 -pos 2 2 2;",
+         "print `particle -q -ct p`; print `getParticleAttr -at particleId p`;"},
+        {"addPP -atr rgbPP p;", "print `objExists pShape.rgbPP`; print `objExists pShape.rgbPP0`;"},
+        {"setParticleAttr -at position -vv 7 0 0 p; saveInitialState p;",
+         "currentTime 2; currentTime 1; print `getParticleAttr -at position p`;"},
+    };
+    auto run = [&](const std::string& body) {
+        ProgramRun r = runProgram({writeScript("edit.mls", std::string(setup) + body + "\n")});
+        EXPECT_EQ(r.status, 0) << body << r.err;
+        return r.out;
+    };
+    for (const auto& [edit, show] : cases) {
+        const std::string before = run(show);
+        const std::string after = run(std::string(edit) + show);
+        EXPECT_NE(after, before) << edit;
+        EXPECT_EQ(run(std::string(edit) + " undo; print (`objExists p` + \"|\");" + show), "1|" + before)
+            << edit;
+        EXPECT_EQ(run(std::string(edit) + " undo; redo;" + show), after) << edit;
+    }
+}
+
 TEST(ParticleScene, DemoWritesParticlePositionsPerFrame) {
     const std::string out =
         (std::filesystem::path(writeScript("unused.mls", "")).parent_path() / "demo").string();
