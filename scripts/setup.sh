@@ -23,3 +23,9 @@ motilane_build() {
   cmake -S "$ROOT" -B "$BUILD" -G Ninja -DCMAKE_BUILD_TYPE=Release "$@" >/dev/null
   cmake --build "$BUILD" -j "$(nproc)"
 }
+
+# Configures like motilane_build, then builds only the named targets.
+motilane_build_targets() {
+  cmake -S "$ROOT" -B "$BUILD" -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
+  cmake --build "$BUILD" -j "$(nproc)" --target "$@"
+}
