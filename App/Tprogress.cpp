@@ -20,6 +20,11 @@ void Tprogress::done() {
 void installProgressHandler(TcommandEngine& engine, bool quiet) {
     if (quiet || !isatty(STDERR_FILENO)) return;
     engine.setProgressHandler([](const std::string& what, long long done, long long total) {
+        // A negative count ends the line of work that stopped early.
+        if (done < 0) {
+            std::fprintf(stderr, " stopped\n");
+            return;
+        }
         std::fprintf(stderr, "\r%s: %lld/%lld", what.c_str(), done, total);
         if (done >= total) std::fprintf(stderr, " done\n");
     });

@@ -186,6 +186,7 @@ int TdynExportAction::doIt(const TargList& args) {
         }
         engine.progress("dynExport", done + 1, total);
     }
+    if (status != 0) engine.progress("dynExport", -1, total);
     if (globals && steps != played) setOverSamples(*globals, saved);
     graph.setTime(startTime, true);
     if (status != 0) return status;

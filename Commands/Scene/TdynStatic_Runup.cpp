@@ -128,8 +128,12 @@ bool TdynStatic::runupSceneFromTo(TanimTime from, TanimTime to, int oversample, 
         b + TanimTime::fromTicks(static_cast<std::int64_t>(std::floor(0.99 * sub.ticks())));
     const long long total = (b - a).ticks() / std::max<std::int64_t>(1, sub.ticks()) + 1;
     long long done = 0;
+    bool stopped = false;
     while (t <= limit) {
-        if (interruptible && engine.interruptRequested()) break;
+        if (interruptible && engine.interruptRequested()) {
+            stopped = true;
+            break;
+        }
         if (t > b) t = b;
         gotoRunupFrame(t);
         for (TdependNode* n : nodes)
@@ -137,6 +141,8 @@ bool TdynStatic::runupSceneFromTo(TanimTime from, TanimTime to, int oversample, 
         if (interruptible) engine.progress("runup", ++done, total);
         t += sub;
     }
+    // The line ends whole, however the estimate of steps came out.
+    if (interruptible) engine.progress("runup", stopped ? -1 : total, total);
     fIsInRunup = false;
     return true;
 }

@@ -149,7 +149,8 @@ public:
     // to stop; the program points this at the flag its Ctrl-C handler sets.
     void setInterruptFlag(const std::atomic<bool>* flag) { fInterrupt = flag; }
     bool interruptRequested() const { return fInterrupt && fInterrupt->load(std::memory_order_relaxed); }
-    // And tells how far it got; the program decides whether to show it.
+    // And tells how far it got; the program decides whether to show it. Work that stops early says
+    // so with a done of -1.
     using ProgressHandler = std::function<void(const std::string& what, long long done, long long total)>;
     void setProgressHandler(ProgressHandler handler) { fProgress = std::move(handler); }
     void progress(const std::string& what, long long done, long long total) const {
