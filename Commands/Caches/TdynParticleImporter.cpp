@@ -5,13 +5,21 @@
 #include "Host/Command/TworkspaceRoot.h"
 
 #include <bit>
+#include <cerrno>
 #include <cstring>
+#include <filesystem>
 
 TdynParticleImporter::TdynParticleImporter(const Tstring& path)
     : fPath(path), fArrays(makeData<TdataArrayAttrs>()) {
+    std::error_code ec;
+    const auto status = std::filesystem::status(path, ec);
+    if (!ec && std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
+        fError = path + ": not a regular file";
+        return;
+    }
     fFile = std::fopen(path.c_str(), "rb");
     if (!fFile) {
-        fError = "cannot open " + path;
+        fError = "cannot open " + path + ": " + std::strerror(errno);
         return;
     }
     if (std::fseek(fFile, 0, SEEK_END) == 0) fSize = std::ftell(fFile);
@@ -28,7 +36,11 @@ TdynParticleImporter::~TdynParticleImporter() {
 }
 
 int TdynParticleImporter::failAt(const Tstring& what) {
-    fError = fPath + ": " + what + " (at byte " + std::to_string(fOffset) + ")";
+    return failAt(what, fOffset);
+}
+
+int TdynParticleImporter::failAt(const Tstring& what, long long offset) {
+    fError = fPath + ": " + what + " (at byte " + std::to_string(offset) + ")";
     return -1;
 }
 
@@ -100,7 +112,7 @@ int TdynParticleImporterPDC::readHeader() {
     if (!readBytes(h, sizeof h)) return failAt("the file is shorter than a particle data header");
     auto up = [](unsigned char c) { return c >= 'a' && c <= 'z' ? static_cast<unsigned char>(c - 32) : c; };
     if (up(h[0]) != 'P' || up(h[1]) != 'D' || up(h[2]) != 'C' || h[3] != ' ')
-        return failAt("not a particle data file (the magic is not \"PDC \")");
+        return failAt("not a particle data file (the magic is not \"PDC \")", 0);
     // Version, byte order tag and the extras are read but not checked.
     fCount = static_cast<std::int32_t>(be32(h + 20));
     fRecordCount = static_cast<std::int32_t>(be32(h + 24));

@@ -50,6 +50,7 @@ protected:
     long long position() const { return fOffset; }
     long long remaining() const { return fSize - fOffset; }
     int failAt(const Tstring& what);
+    int failAt(const Tstring& what, long long offset);
     void clearContents();
 
     std::FILE* fFile = nullptr;

@@ -281,12 +281,22 @@ bool TdynParticleShape::doEvent(TdataBlock& block, bool die, int split, int emit
         else
             call += ", \"\" )";
         TcommandEngine& engine = TcommandEngine::current();
+        // Said where the scene stood when the step ran, and where the procedure failed inside.
+        const TsourceLocation at = engine.currentLocation();
+        const std::string prefix =
+            at.file.empty() ? std::string() : at.file + ":" + std::to_string(at.line) + ": ";
         try {
             engine.executeScript(call);
-        } catch (const std::exception& e) {
+        } catch (const TscriptError& e) {
             // The step goes on: a broken procedure must not stop the simulation.
-            engine.displayWarning("event procedure '" + proc + "' of " + name() + " failed: " + e.what(),
-                                  true);
+            const bool inside = !e.where().file.empty() && e.where().file != at.file;
+            engine.displayWarning(
+                prefix + "event procedure '" + proc + "' of " + name() + " failed: " + e.what() +
+                    (inside ? " (" + e.where().file + ":" + std::to_string(e.where().line) + ")" : ""),
+                true);
+        } catch (const std::exception& e) {
+            engine.displayWarning(
+                prefix + "event procedure '" + proc + "' of " + name() + " failed: " + e.what(), true);
         }
     }
     return made;

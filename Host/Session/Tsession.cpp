@@ -5,6 +5,9 @@
 #include "Host/SceneCommands/TplugPath.h"
 #include "Host/Time/TanimInfo.h"
 
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <vector>
@@ -131,9 +134,15 @@ Tsession::~Tsession() {
 }
 
 bool Tsession::runFile(const std::string& path, bool echo) {
+    std::error_code ec;
+    const auto status = std::filesystem::status(path, ec);
+    if (!ec && std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
+        fEngine->displayError("cannot read the script file " + path + ": not a regular file");
+        return false;
+    }
     std::ifstream in(path, std::ios::binary);
     if (!in) {
-        fEngine->error(TsourceLocation{path, 0}, "cannot read the script file");
+        fEngine->displayError("cannot read the script file " + path + ": " + std::strerror(errno));
         return false;
     }
     std::stringstream text;

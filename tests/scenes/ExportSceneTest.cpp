@@ -168,4 +168,33 @@ TEST(ExportScene, ExportsHoldWhatPlayingGives) {
     EXPECT_FALSE(fs::exists(project / "particles/refused") && !fs::is_empty(project / "particles/refused"));
 }
 
+// Messages name what went wrong and where: the magic at the file's start, a folder as a folder, the
+// system's reason for a script that cannot be read, the script line a failing event procedure ran from.
+TEST(ExportScene, FileMessagesNameWhatAndWhere) {
+    const fs::path dir = fs::path(writeScript("unused.mls", "")).parent_path() / "messages";
+    fs::create_directories(dir / "folder.pdc");
+    const std::string notPdc = writeScript("text.pdc", "this is text and not particle data at all\n");
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{"-c", "readPDC -file \"" + notPdc + "\""},
+         "not a particle data file (the magic is not \"PDC \") (at byte 0)"},
+        {{"-c", "readPDC -file \"" + (dir / "folder.pdc").string() + "\""}, "folder.pdc: not a regular file"},
+        {{(dir / "missing.mls").string()}, "missing.mls: No such file or directory"},
+        {{(dir / "folder.pdc").string()}, "folder.pdc: not a regular file"},
+    };
+    for (const auto& [args, message] : cases) {
+        ProgramRun r = runProgram(args);
+        EXPECT_EQ(r.status, 1) << message;
+        EXPECT_NE(r.err.find(message), std::string::npos) << r.err;
+    }
+    const std::string events =
+        writeScript("events.mls", "particle -n p -p 0 1 0; particle -e -id 0 -at velocity -vv 0 -30 0 p;\n"
+                                  "polyPlane -n g; collision g p; event -pr noSuchProc p;\n"
+                                  "currentTime 2;\n");
+    ProgramRun r = runProgram({events});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.err.find("// Warning: " + events + ":3: event procedure 'noSuchProc' of pShape failed"),
+              std::string::npos)
+        << r.err;
+}
+
 } // namespace
