@@ -11,6 +11,7 @@
 #include "Host/Command/ToptionVars.h"
 #include "Host/Time/TanimInfo.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 namespace {
@@ -477,6 +478,18 @@ public:
             s.addFlag(r.s, r.l, {r.type});
         TargDatabase db(s, args);
         TdynController* c = TdynController::controller(true);
+        // Without a switch named, every switch with its value, so that a bare call shows them.
+        if (std::none_of(std::begin(rows), std::end(rows),
+                         [&](const Row& r) { return flag(db, r.s, r.l); })) {
+            std::vector<std::string> all;
+            for (const Row& r : rows) {
+                double v = 0;
+                c->getAttributeValue(r.a, v);
+                all.push_back(std::string(r.l) + " " + formatScriptNumber(v));
+            }
+            engine().setResult(all);
+            return 0;
+        }
         for (const Row& r : rows) {
             if (!flag(db, r.s, r.l)) continue;
             if (db.isQuery()) {

@@ -187,7 +187,24 @@ void TargDatabase::fail(const std::string& text) const {
     throw TargError(fCommand.empty() ? text : fCommand + ": " + text);
 }
 
+namespace {
+TsyntaxProbe* gProbe = nullptr;
+} // namespace
+
+TsyntaxProbe::TsyntaxProbe() : fOuter(gProbe) {
+    gProbe = this;
+}
+
+TsyntaxProbe::~TsyntaxProbe() {
+    gProbe = fOuter;
+}
+
 void TargDatabase::parseInto(const Tsyntax& syntax, const TargList& args) {
+    if (gProbe) {
+        gProbe->fSyntax = syntax;
+        gProbe->fFound = true;
+        throw TsyntaxProbed{};
+    }
     fCommand = args.commandName();
     fFlagInfo = syntax.flags();
     fFlags.assign(fFlagInfo.size(), FlagUses{});

@@ -18,6 +18,27 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// Asks a command what it accepts without running it: while a probe is open,
+// the first TargDatabase a command builds hands its syntax to the probe and
+// stops the command (by throwing TsyntaxProbed, which is no std::exception,
+// so no command's own error handling swallows it).
+struct TsyntaxProbed {};
+class TsyntaxProbe {
+public:
+    TsyntaxProbe();
+    ~TsyntaxProbe();
+    TsyntaxProbe(const TsyntaxProbe&) = delete;
+    TsyntaxProbe& operator=(const TsyntaxProbe&) = delete;
+    const Tsyntax& syntax() const { return fSyntax; }
+    bool found() const { return fFound; }
+
+private:
+    friend class TargDatabase;
+    Tsyntax fSyntax;
+    bool fFound = false;
+    TsyntaxProbe* fOuter = nullptr;
+};
+
 class TargDatabase {
 public:
     TargDatabase() = default;

@@ -360,6 +360,28 @@ class TdeleteAttrCmd : public TsceneCommand {
     }
 };
 
+// listAttr NODE: the node's attributes by long name, in their order; -ud only those added to it.
+class TlistAttrCmd : public TsceneCommand {
+    void makeSyntax(Tsyntax& s) override {
+        s.addFlag("ud", "userDefined", {});
+        s.setObjectKind(Tsyntax::ObjectKind::Strings, 1, 1);
+    }
+    int run(const TargDatabase& db) override {
+        TdependNode* node = findNodeOrThrow(graph(), db.objects()[0]);
+        std::vector<std::string> names;
+        if (db.isFlagSet("userDefined")) {
+            for (Tattribute* a : node->localDynamicAttrs())
+                names.push_back(a->name());
+        } else {
+            for (unsigned i = 0; i < node->attributeCount(); ++i)
+                if (Tattribute* a = node->attribute(i)) names.push_back(a->name());
+        }
+        engine().setResult(names);
+        return 0;
+    }
+};
+
+MOTILANE_REGISTER_COMMAND("listAttr", TlistAttrCmd);
 MOTILANE_REGISTER_COMMAND("setAttr", TsetAttrCmd);
 MOTILANE_REGISTER_COMMAND("getAttr", TgetAttrCmd);
 MOTILANE_REGISTER_COMMAND("addAttr", TaddAttrCmd);

@@ -26,14 +26,14 @@ TEST(Program, CommandTextEchoesEachResult) {
 }
 
 TEST(Program, AValueSetUpstreamArrivesDownstream) {
-    std::string script = writeScript("chain.mls",
-                                     "for ($i = 0; $i < 5; $i++) createNode transform -n (\"n\" + $i);\n"
-                                     "for ($i = 0; $i < 4; $i++)\n"
-                                     "    connectAttr (\"n\" + $i + \".translateX\") (\"n\" + ($i + 1) + \".translateY\");\n"
-                                     "for ($i = 1; $i < 4; $i++)\n"
-                                     "    connectAttr (\"n\" + $i + \".translateY\") (\"n\" + $i + \".translateX\");\n"
-                                     "setAttr n0.translateX 42;\n"
-                                     "print (`getAttr n4.translateY` + \"\\n\");\n");
+    std::string script = writeScript(
+        "chain.mls", "for ($i = 0; $i < 5; $i++) createNode transform -n (\"n\" + $i);\n"
+                     "for ($i = 0; $i < 4; $i++)\n"
+                     "    connectAttr (\"n\" + $i + \".translateX\") (\"n\" + ($i + 1) + \".translateY\");\n"
+                     "for ($i = 1; $i < 4; $i++)\n"
+                     "    connectAttr (\"n\" + $i + \".translateY\") (\"n\" + $i + \".translateX\");\n"
+                     "setAttr n0.translateX 42;\n"
+                     "print (`getAttr n4.translateY` + \"\\n\");\n");
     ProgramRun r = runProgram({script});
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.out, "42\n");
@@ -52,15 +52,17 @@ struct BadInput {
 };
 
 // Names the case in test listings instead of its bytes.
-void PrintTo(const BadInput& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const BadInput& c, std::ostream* os) {
+    *os << c.name;
+}
 
 class ProgramBadInput : public ::testing::TestWithParam<BadInput> {};
 
 TEST_P(ProgramBadInput, ReportsWhereAndWhatAndStops) {
     const BadInput& c = GetParam();
     std::string path = writeScript(std::string("bad_") + c.name + ".mls",
-                                   std::string("createNode transform -n t;\nprint \"before\\n\";\n") + c.script +
-                                       "\nprint \"after\\n\";\n");
+                                   std::string("createNode transform -n t;\nprint \"before\\n\";\n") +
+                                       c.script + "\nprint \"after\\n\";\n");
     ProgramRun r = runProgram({path});
     EXPECT_EQ(r.status, 1);
     const std::string want = "// Error: " + path + ":" + c.expected;
@@ -75,18 +77,18 @@ TEST_P(ProgramBadInput, ReportsWhereAndWhatAndStops) {
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, ProgramBadInput,
-    ::testing::Values(BadInput{"syntax", "setAttr t.translateX (1 + ;", "3:"},
-                      BadInput{"unknownCommand", "frobnicate t;", "3: unknown command or procedure 'frobnicate'"},
-                      BadInput{"unknownFlag", "polySphere -wobble 2;", "3: polySphere: invalid flag '-wobble'"},
-                      BadInput{"wrongType", "polySphere -radius big;", "3: polySphere: flag '-radius' expects"},
-                      BadInput{"missingNode", "getAttr nobody.translateX;",
-                               "3: getAttr: no object matches name: nobody"},
-                      BadInput{"missingAttribute", "getAttr t.wings;", "3: getAttr: no attribute 'wings'"},
-                      BadInput{"indexOutOfRange", "getAttr t.translateX[99999999];", "3: getAttr: plug index out of range"},
-                      BadInput{"refused", "particle -n p -p 0 0 0;\nsetAttr pShape.particleRenderType 12;",
-                               "4: setAttr: pShape.particleRenderType refused the value"},
-                      BadInput{"incompatible", "createNode transform -n u;\nconnectAttr t.worldMatrix u.translateX;",
-                               "4: connectAttr: the data types of t.worldMatrix and u.translateX are not compatible"}),
+    ::testing::Values(
+        BadInput{"syntax", "setAttr t.translateX (1 + ;", "3:"},
+        BadInput{"unknownCommand", "frobnicate t;", "3: unknown command or procedure 'frobnicate'"},
+        BadInput{"unknownFlag", "polySphere -wobble 2;", "3: polySphere: invalid flag '-wobble'"},
+        BadInput{"wrongType", "polySphere -radius big;", "3: polySphere: flag '-radius' expects"},
+        BadInput{"missingNode", "getAttr nobody.translateX;", "3: getAttr: no object matches name: nobody"},
+        BadInput{"missingAttribute", "getAttr t.wings;", "3: getAttr: no attribute 'wings'"},
+        BadInput{"indexOutOfRange", "getAttr t.translateX[99999999];", "3: getAttr: plug index out of range"},
+        BadInput{"refused", "particle -n p -p 0 0 0;\nsetAttr pShape.particleRenderType 12;",
+                 "4: setAttr: pShape.particleRenderType refused the value"},
+        BadInput{"incompatible", "createNode transform -n u;\nconnectAttr t.worldMatrix u.translateX;",
+                 "4: connectAttr: the data types of t.worldMatrix and u.translateX are not compatible"}),
     [](const ::testing::TestParamInfo<BadInput>& param) { return std::string(param.param.name); });
 
 TEST(Program, BadUsageExitsWithTwo) {
@@ -116,6 +118,36 @@ TEST(Program, DemoWritesTheSameBytesEveryRun) {
     EXPECT_NE(first.find("\n48 10 0 0\n"), std::string::npos) << first;
     std::filesystem::remove_all(out1);
     std::filesystem::remove_all(out2);
+}
+
+// Discovery: help lists every command, and every command lists its flags; listAttr a node's attributes.
+TEST(Program, CommandsAndNodesDescribeThemselves) {
+    ProgramRun all =
+        runProgram({writeScript("help.mls", "string $all[] = `help`; print (size($all) + \" commands\\n\"); "
+                                            "for ($c in $all) eval(\"help \" + $c);")});
+    ASSERT_EQ(all.status, 0) << all.err;
+    const int commands = std::stoi(all.out);
+    EXPECT_GT(commands, 50);
+    int synopses = 0;
+    for (std::size_t at = all.out.find("Synopsis: "); at != std::string::npos;
+         at = all.out.find("Synopsis: ", at + 1))
+        ++synopses;
+    EXPECT_EQ(synopses, commands);
+    EXPECT_NE(all.out.find("Synopsis: emitter [flags] [objects]\n"), std::string::npos);
+    EXPECT_NE(all.out.find("  -r -rate NUMBER\n"), std::string::npos);
+    EXPECT_NE(all.out.find("  -typ -type STRING\n"), std::string::npos);
+
+    ProgramRun attrs =
+        runProgram({"-c", "particle -n p; addPP -atr rgbPP p; listAttr -ud pShape; listAttr pShape"});
+    ASSERT_EQ(attrs.status, 0) << attrs.err;
+    EXPECT_NE(attrs.out.find("// Result: rgbPP rgbPP0 //"), std::string::npos) << attrs.out;
+    EXPECT_NE(attrs.out.find(" position "), std::string::npos) << attrs.out;
+
+    for (const char* bad : {"help noSuchCommand", "listAttr noSuchNode"}) {
+        ProgramRun r = runProgram({"-c", bad});
+        EXPECT_EQ(r.status, 1) << bad;
+        EXPECT_NE(r.err.find("noSuch"), std::string::npos) << r.err;
+    }
 }
 
 } // namespace
