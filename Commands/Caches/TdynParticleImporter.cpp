@@ -2,6 +2,7 @@
 
 #include "Commands/Caches/TdynBigEndian.h"
 
+#include "Host/Command/TcommandEngine.h"
 #include "Host/Command/TworkspaceRoot.h"
 
 #include <bit>
@@ -54,11 +55,10 @@ bool TdynParticleImporter::readBytes(void* into, std::size_t n) {
 }
 
 bool TdynParticleImporter::readString(Tstring& result, std::int32_t length) {
-    char buffer[64];
-    const std::int32_t chunk = length < 63 ? length : 63;
-    if (!readBytes(buffer, static_cast<std::size_t>(chunk))) return false;
-    result.append(buffer, static_cast<std::size_t>(chunk));
-    return length > chunk ? readString(result, length - chunk) : true;
+    // Checked against the bytes left before any memory is taken; read in one go.
+    if (length < 0 || static_cast<long long>(length) > remaining()) return false;
+    result.resize(static_cast<std::size_t>(length));
+    return readBytes(result.data(), result.size());
 }
 
 void TdynParticleImporter::clearContents() {
@@ -128,13 +128,20 @@ int TdynParticleImporterPDC::readAttributes() {
     if (!fFile) return -1;
     TdataArrayAttrs& out = arrays();
     const std::size_t n = static_cast<std::size_t>(fCount);
+    const TcommandEngine& engine = TcommandEngine::current();
     for (std::int32_t r = 0; r < fRecordCount; ++r) {
+        // A long read stops on Ctrl-C like the rest of the program.
+        if (r % 4096 == 0 && engine.interruptRequested()) return failAt("interrupted");
         const Tstring where = "record " + std::to_string(r + 1) + " of " + std::to_string(fRecordCount);
         unsigned char w[8];
         if (!readBytes(w, 4)) return failAt(where + ": the file ends before the name length");
         const std::int32_t length = static_cast<std::int32_t>(be32(w));
         if (length < 0) return failAt(where + ": negative name length " + std::to_string(length));
         Tstring name;
+        if (length > remaining())
+            return failAt(where + ": a name of " + std::to_string(length) +
+                          " bytes runs past the end of the file (" + std::to_string(remaining()) +
+                          " bytes left)");
         if (length > 0 && !readString(name, length)) return failAt(where + ": the file ends inside the name");
         if (!readBytes(w, 4)) return failAt(where + " ('" + name + "'): the file ends before the type code");
         const std::int32_t type = static_cast<std::int32_t>(be32(w));

@@ -4,6 +4,7 @@
 
 #include "Host/Data/TdataArrays.h"
 
+#include <unordered_map>
 #include <vector>
 
 class TdataArrayAttrs : public Tletter {
@@ -11,7 +12,10 @@ class TdataArrayAttrs : public Tletter {
 public:
     enum class Kind { Double, Vector, Int32, String, VoidPtr };
 
-    void clear() { fEntries.clear(); }
+    void clear() {
+        fEntries.clear();
+        fIndex.clear();
+    }
     unsigned count() const { return static_cast<unsigned>(fEntries.size()); }
 
     // Adds an array under a name (replacing one of the same name) and returns it.
@@ -58,4 +62,6 @@ private:
     Entry* find(const Tstring& name, Kind kind);
 
     std::vector<Entry> fEntries;
+    // Names to places, so that a batch of many arrays is found and filled in linear time.
+    std::unordered_map<Tstring, unsigned> fIndex;
 };

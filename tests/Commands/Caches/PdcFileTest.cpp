@@ -206,6 +206,47 @@ TEST_F(PdcFile, NamesOfAnyLengthAndOfNoLength) {
     EXPECT_EQ(in.intScalars()[0].second, 42);
 }
 
+// Hostile sizes: a 16 MB name reads in one go (no recursion to overflow the stack), a name longer than
+// the file is refused with its record and place, and many records read in linear time.
+TEST_F(PdcFile, HugeNamesAndManyRecordsReadWithoutHarm) {
+    const std::string huge(16 << 20, 'n');
+    Bytes b = header(1, 1);
+    name(b, huge);
+    be32(b, 0);
+    be32(b, 7);
+    {
+        TdynParticleImporterPDC in(file(b));
+        ASSERT_EQ(in.readAttributes(), 0) << in.error();
+        ASSERT_EQ(in.intScalars().size(), 1u);
+        EXPECT_EQ(in.intScalars()[0].first.size(), huge.size());
+    }
+    Bytes past = header(1, 1);
+    be32(past, 1'000'000);
+    past += "abc";
+    {
+        TdynParticleImporterPDC in(file(past));
+        EXPECT_EQ(in.readAttributes(), -1);
+        EXPECT_NE(in.error().find(
+                      "record 1 of 1: a name of 1000000 bytes runs past the end of the file (3 bytes left) "
+                      "(at byte 32)"),
+                  std::string::npos)
+            << in.error();
+    }
+    // 160,000 arrays of one particle each, every one found again by its name.
+    const int records = 160'000;
+    Bytes many = header(1, records);
+    for (int r = 0; r < records; ++r) {
+        name(many, "a" + std::to_string(r));
+        be32(many, 3);
+        be64(many, r);
+    }
+    TdynParticleImporterPDC in(file(many));
+    ASSERT_EQ(in.readAttributes(), 0) << in.error();
+    ASSERT_EQ(in.arrays().count(), static_cast<unsigned>(records));
+    EXPECT_EQ((*in.arrays().getDoubleData("a159999"))[0], 159999.0);
+    EXPECT_EQ((*in.arrays().getDoubleData("a7"))[0], 7.0);
+}
+
 TEST_F(PdcFile, TheHeadersRecordCountEndsTheReadingAndUnknownTypesAreSkipped) {
     Bytes b = header(1, 2);
     name(b, "odd");
