@@ -188,6 +188,14 @@ protected:
                 engine().displayError(std::string("event: -") + what + " cannot be negative");
                 return -1;
             }
+        // Every hit makes this many: bounded as an emitter's births a step are.
+        for (const auto& [value, what] : {std::pair{fSet.split, "split"}, {fSet.emit, "emit"}})
+            if (value && *value > TdynParticleShape::kMostBirthsPerHit) {
+                engine().displayError(
+                    std::string("event: -") + what + " " + std::to_string(*value) + " is more than the " +
+                    std::to_string(TdynParticleShape::kMostBirthsPerHit) + " particles a hit can make");
+                return -1;
+            }
         if (fRename && (fRename->empty() || (!isEditMode() && !fDelete))) {
             engine().displayError("event: -rename needs edit mode and a new name");
             return -1;

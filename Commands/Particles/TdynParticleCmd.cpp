@@ -12,6 +12,12 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <sstream>
+
+namespace {
+// The most particles one particle command makes at once (a grid, or jittered points).
+constexpr long long kMostGridParticles = 50'000'000;
+} // namespace
 
 namespace {
 T4dDblVector vectorArg(const TargDatabase& db, const char* flag, std::size_t use = 0) {
@@ -132,7 +138,7 @@ protected:
             const double step = db.flagArgumentDouble("grs");
             if (!(step > 0) || !std::isfinite(step)) {
                 engine().displayError("particle: -gridSpacing must be greater than 0, got " +
-                                      std::to_string(step));
+                                      formatScriptNumber(step));
                 return -1;
             }
             for (int k = 0; k < 3; ++k)
@@ -141,14 +147,24 @@ protected:
                                           "xyz"[k]);
                     return -1;
                 }
-            const long long nx = static_cast<long long>(std::floor((hi.x - lo.x) / step + 1e-9)) + 1;
-            const long long ny = static_cast<long long>(std::floor((hi.y - lo.y) / step + 1e-9)) + 1;
-            const long long nz = static_cast<long long>(std::floor((hi.z - lo.z) / step + 1e-9)) + 1;
-            if (nx * ny * nz > 50'000'000) {
-                engine().displayError("particle: the grid would make " + std::to_string(nx * ny * nz) +
-                                      " particles; use a larger -gridSpacing");
+            // Counted in doubles, so that no size can wrap past the limit; refused before anything is made.
+            double per[3];
+            for (int k = 0; k < 3; ++k)
+                per[k] = std::floor((hi[k] - lo[k]) / step + 1e-9) + 1;
+            const double total = per[0] * per[1] * per[2];
+            if (!(total <= kMostGridParticles)) {
+                std::ostringstream n;
+                n.precision(3);
+                n << total;
+                engine().displayError("particle: the grid would make " + n.str() + " particles (" +
+                                      formatScriptNumber(per[0]) + " x " + formatScriptNumber(per[1]) +
+                                      " x " + formatScriptNumber(per[2]) + "), more than the " +
+                                      std::to_string(kMostGridParticles) +
+                                      " one command makes; use a larger -gridSpacing");
                 return -1;
             }
+            const auto nx = static_cast<long long>(per[0]), ny = static_cast<long long>(per[1]),
+                       nz = static_cast<long long>(per[2]);
             for (long long k = 0; k < nz; ++k)
                 for (long long j = 0; j < ny; ++j)
                     for (long long i = 0; i < nx; ++i)
@@ -164,8 +180,13 @@ protected:
                 engine().displayError("particle: -numJitters and -jitterRadius cannot be negative");
                 return -1;
             }
-            if (static_cast<long long>(n) * static_cast<long long>(db.flagUseCount("jbp")) > 50'000'000) {
-                engine().displayError("particle: -numJitters would make more than 50,000,000 particles");
+            if (static_cast<long long>(n) * static_cast<long long>(db.flagUseCount("jbp")) >
+                kMostGridParticles) {
+                engine().displayError("particle: -numJitters would make " +
+                                      std::to_string(static_cast<long long>(n) *
+                                                     static_cast<long long>(db.flagUseCount("jbp"))) +
+                                      " particles, more than the " + std::to_string(kMostGridParticles) +
+                                      " one command makes");
                 return -1;
             }
             // A fixed stream, so that the same command makes the same points.

@@ -219,6 +219,8 @@ public:
     TdoubleArray* doubleArrayReference(const Tattribute* attr);
     // The attribute as a per-particle array attribute (runtime family), or null.
     Tattribute* perParticleAttribute(const Tstring& name) const;
+    // The most particles one collision event makes at a hit (split or emit).
+    static constexpr int kMostBirthsPerHit = 10'000;
     unsigned countNoCompute();
     unsigned initialCount();
     void copyParticleAttribute(const Tattribute* from, TdataBlock& blockFrom, const Tattribute* to,

@@ -267,6 +267,8 @@ bool TdynParticleShape::doEvent(TdataBlock& block, bool die, int split, int emit
             record.mass = mass;
             record.age = 0.0;
         }
+        // However the count was set, one hit makes no more than a hit may.
+        n = std::min(n, kMostBirthsPerHit);
         record.count = random ? static_cast<int>(n * eventRandgen(block) + 1.0) : n;
         record.position = position;
         record.velocity = velocity;

@@ -110,6 +110,23 @@ TEST(ParticleScene, ParticleEditsUndoAndRedo) {
     }
 }
 
+// Requests for more than the machine holds are refused before anything is allocated, saying how much.
+TEST(ParticleScene, OversizedRequestsAreRefusedSayingHowMuch) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"particle -ll 0 0 0 -ur 4294967295 4294967295 0 -grs 1",
+         "the grid would make 1.84e+19 particles (4294967296 x 4294967296 x 1), more than the 50000000"},
+        {"particle -ll 0 0 0 -ur 1 1 1 -grs 1e-300", "the grid would make inf particles"},
+        {"particle -n p; event -spl 100000000 p",
+         "-split 100000000 is more than the 10000 particles a hit can make"},
+        {"particle -n p; event -em 20000 p", "-emit 20000 is more than the 10000"},
+    };
+    for (const auto& [command, message] : cases) {
+        ProgramRun r = runProgram({"-c", command});
+        EXPECT_EQ(r.status, 1) << command;
+        EXPECT_NE(r.err.find(message), std::string::npos) << command << ": " << r.err;
+    }
+}
+
 TEST(ParticleScene, DemoWritesParticlePositionsPerFrame) {
     const std::string out =
         (std::filesystem::path(writeScript("unused.mls", "")).parent_path() / "demo").string();
