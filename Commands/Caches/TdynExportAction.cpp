@@ -85,6 +85,9 @@ int TdynExportAction::doIt(const TargList& args) {
     const double now = startTime.frames();
     const double first = has("mnf") ? db.flagArgumentDouble("mnf") : now;
     const double last = has("mxf") ? db.flagArgumentDouble("mxf") : std::max(first, has("mnf") ? first : now);
+    if (!TanimTime::fits(first, kCurrentFrameUnit) || !TanimTime::fits(last, kCurrentFrameUnit))
+        return error("-minFrame " + number(first) + " or -maxFrame " + number(last) +
+                     " is beyond the times the clock holds");
     if (!std::isfinite(first) || !std::isfinite(last) || first > last)
         return error(TmessageTable::text(4709) + "-minFrame " + number(first) + " is after -maxFrame " +
                      number(last));

@@ -341,7 +341,8 @@ public:
         TdependGraph& g = TdependGraph::current();
         TanimTime to = g.time();
         if (flag(db, "mxf", "maxFrame"))
-            to = TanimTime(db.flagArgumentDouble(which(db, "mxf", "maxFrame")), kCurrentFrameUnit);
+            to = TanimTime::checked(db.flagArgumentDouble(which(db, "mxf", "maxFrame")), kCurrentFrameUnit,
+                                    "-maxFrame");
         const int n = TdynStatic::activeGlobalsOverSampling();
         bool fromStart = ToptionVars::intValue("dynPrefRunupFrom", 2) == 1;
         if (flag(db, "fsf", "fromStartFrame")) fromStart = true;

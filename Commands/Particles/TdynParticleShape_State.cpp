@@ -484,6 +484,8 @@ bool TdynParticleShape::setCachedValue(const Tplug& plug, const TdataHandle& han
             save.set(handle.asTime());
             save.setClean();
         }
+    } else if (a == vs->startFrame && !TanimTime::fits(handle.asDouble(), kCurrentFrameUnit)) {
+        return false; // a start no clock holds
     } else if (a == vs->startFrame || a == vs->startTime) {
         const TanimTime newStart =
             a == vs->startFrame ? TanimTime(handle.asDouble(), kCurrentFrameUnit) : handle.asTime();

@@ -429,7 +429,8 @@ double TargDatabase::flagArgumentTime(const std::string& flag, std::size_t useIn
 
 TanimTime TargDatabase::flagArgumentAnimTime(const std::string& flag, std::size_t useIndex,
                                              std::size_t position) const {
-    return TanimTime(flagArgumentDouble(flag, useIndex, position), kCurrentFrameUnit);
+    return TanimTime::checked(flagArgumentDouble(flag, useIndex, position), kCurrentFrameUnit,
+                              "-" + stripFlagDash(flag));
 }
 
 std::string TargDatabase::flagArgumentString(const std::string& flag, std::size_t useIndex,

@@ -150,7 +150,7 @@ class TsetAttrCmd : public TsceneCommand {
             }
             if (db.valueCount() > 1) fail("too many values for " + plug.name());
             if (a->type() == TattrType::Time) {
-                TanimTime t(v, kCurrentFrameUnit);
+                const TanimTime t = TanimTime::checked(v, kCurrentFrameUnit, plug.name());
                 apply = [plug, t] { writeOrThrow(plug, [&] { return writePlugTime(plug, t); }); };
             } else {
                 apply = [plug, v] { writeOrThrow(plug, [&] { return writePlugNumber(plug, v); }); };
@@ -259,7 +259,7 @@ class TgetAttrCmd : public TsceneCommand {
             return 0;
         }
         if (db.isFlagSet("time")) {
-            TdgContextTimed at(TanimTime(db.flagArgumentTime("time"), kCurrentFrameUnit));
+            TdgContextTimed at(TanimTime::checked(db.flagArgumentTime("time"), kCurrentFrameUnit, "-time"));
             engine().setResult(plugValue(plug, at));
         } else {
             engine().setResult(plugValue(plug, TdgContext::fsNormal));

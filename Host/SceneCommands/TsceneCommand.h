@@ -22,6 +22,8 @@ public:
             fail(e.what());
         } catch (const TgraphError& e) {
             fail(e.what());
+        } catch (const std::out_of_range& e) {
+            fail(e.what()); // a time or count no clock or array holds
         }
         // Commands that changed nothing leave nothing to undo.
         if (operationCount() == 0) setOkayForUndo(false);

@@ -25,7 +25,7 @@ class TcurrentTimeCmd : public TsceneCommand {
         bool update = true;
         db.getFlagArgument("update", 0, update);
         double frame = db.valueDouble(0);
-        graph().setTime(TanimTime(frame, kCurrentFrameUnit), update);
+        graph().setTime(TanimTime::checked(frame, kCurrentFrameUnit, "the frame"), update);
         engine().setResult(frame);
         return 0;
     }
@@ -40,15 +40,18 @@ class TplaybackOptionsCmd : public TsceneCommand {
     int run(const TargDatabase& db) override {
         TanimInfo& info = TanimInfo::currAnimInfo();
         if (db.isQuery()) {
-            if (db.isFlagSet("minTime")) engine().setResult(info.startTime().valueInThisUnit(kCurrentFrameUnit));
-            else if (db.isFlagSet("maxTime")) engine().setResult(info.endTime().valueInThisUnit(kCurrentFrameUnit));
-            else fail("query -minTime or -maxTime");
+            if (db.isFlagSet("minTime"))
+                engine().setResult(info.startTime().valueInThisUnit(kCurrentFrameUnit));
+            else if (db.isFlagSet("maxTime"))
+                engine().setResult(info.endTime().valueInThisUnit(kCurrentFrameUnit));
+            else
+                fail("query -minTime or -maxTime");
             return 0;
         }
         TanimTime start = info.startTime(), end = info.endTime();
         double v;
-        if (db.getFlagArgument("minTime", 0, v)) start = TanimTime(v, kCurrentFrameUnit);
-        if (db.getFlagArgument("maxTime", 0, v)) end = TanimTime(v, kCurrentFrameUnit);
+        if (db.getFlagArgument("minTime", 0, v)) start = TanimTime::checked(v, kCurrentFrameUnit, "-minTime");
+        if (db.getFlagArgument("maxTime", 0, v)) end = TanimTime::checked(v, kCurrentFrameUnit, "-maxTime");
         if (end < start) fail("the end of the range comes before its start");
         TanimTime oldStart = info.startTime(), oldEnd = info.endTime();
         perform([start, end] { TanimInfo::currAnimInfo().setRange(start, end); },
@@ -68,7 +71,8 @@ class TcurrentUnitCmd : public TsceneCommand {
             return 0;
         }
         std::string name;
-        if (!db.getFlagArgument("time", 0, name)) fail("give the unit with -time (film, pal, ntsc, game, show, palf, ntscf)");
+        if (!db.getFlagArgument("time", 0, name))
+            fail("give the unit with -time (film, pal, ntsc, game, show, palf, ntscf)");
         TtimeUnitSystem unit = TtimeUnit::fromName(name.c_str());
         if (unit == kInvalidTimeUnit || unit == kSeconds || unit == kHours || unit == kMinutes ||
             unit == kMilliseconds)
@@ -146,15 +150,19 @@ class TsetKeyframeCmd : public TsceneCommand {
         if (!db.isFlagSet("inTangentType")) in = db.isFlagSet("outTangentType") ? out : in;
         if (!db.isFlagSet("outTangentType")) out = in;
 
-        const double time = static_cast<double>(
-            (db.isFlagSet("time") ? TanimTime(db.flagArgumentTime("time"), kCurrentFrameUnit) : graph().time()).ticks());
+        const double time =
+            static_cast<double>((db.isFlagSet("time") ? TanimTime::checked(db.flagArgumentTime("time"),
+                                                                           kCurrentFrameUnit, "-time")
+                                                      : graph().time())
+                                    .ticks());
         int keyed = 0;
         for (const Tplug& plug : targets(db)) {
             Tattribute* a = plug.attribute();
             if (!a->isNumeric() || a->type() == TattrType::Time)
                 fail(plug.name() + " cannot be keyed: it does not hold a number");
             double value = 0;
-            if (!db.getFlagArgument("value", 0, value)) value = plugValue(plug, TdgContext::fsNormal).asFloat();
+            if (!db.getFlagArgument("value", 0, value))
+                value = plugValue(plug, TdgContext::fsNormal).asFloat();
 
             Tplug src = plug.source();
             TanimCurveNode* curveNode = src.isNull() ? nullptr : TanimCurveNode::cast(src.node());
@@ -167,13 +175,14 @@ class TsetKeyframeCmd : public TsceneCommand {
                 Tplug timePlug = graph().timeNode()->outTimePlug();
                 Tplug input(curveNode, &cvs->input);
                 Tplug output(curveNode, &cvs->output);
-                perform([this, timePlug, input, output, plug] {
-                            graph().connect(timePlug, input, true);
-                            graph().connect(output, plug, true);
-                        },
-                        [this, output, plug] {
-                            if (plug.source() == output) graph().disconnect(output, plug);
-                        });
+                perform(
+                    [this, timePlug, input, output, plug] {
+                        graph().connect(timePlug, input, true);
+                        graph().connect(output, plug, true);
+                    },
+                    [this, output, plug] {
+                        if (plug.source() == output) graph().disconnect(output, plug);
+                    });
             }
             TanimCurve before = curveNode->curve();
             TanimCurve after = before;

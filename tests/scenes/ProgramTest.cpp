@@ -150,4 +150,23 @@ TEST(Program, CommandsAndNodesDescribeThemselves) {
     }
 }
 
+// Times beyond what the clock holds are refused where the script gives them, never wrapped onto others.
+TEST(Program, HugeTimesAreRefused) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"currentTime 1e300", "currentTime: the frame 1e+300 is beyond the times the clock holds"},
+        {"playbackOptions -min 1e23", "playbackOptions: -minTime 1e+23 is beyond"},
+        {"playbackOptions -max -1e300", "playbackOptions: -maxTime -1e+300 is beyond"},
+        {"particle -n p; setAttr pShape.startFrame 1e23", "pShape.startFrame refused the value"},
+        {"polyCube -n c; setKeyframe -t 1e20 -v 1 c.tx", "setKeyframe: -time 1e+20 is beyond"},
+        {"particle -n p; dynExport -path x -mnf 1e20 -mxf 1e20 p", "is beyond the times the clock holds"},
+        {"particle -n p; runup -mxf 1e30", "-maxFrame 1e+30 is beyond"},
+    };
+    for (const auto& [command, message] : cases) {
+        ProgramRun r = runProgram({"-c", std::string(command) + "; print \"after\\n\";"});
+        EXPECT_EQ(r.status, 1) << command;
+        EXPECT_NE(r.err.find(message), std::string::npos) << command << ": " << r.err;
+        EXPECT_EQ(r.out.find("after"), std::string::npos) << command;
+    }
+}
+
 } // namespace
