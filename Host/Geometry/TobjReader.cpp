@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -44,8 +45,11 @@ bool parseFaceCorner(const std::string& tok, long idx[3]) {
             if (part != 1 || slash == std::string::npos) return false;
         } else {
             char* end = nullptr;
+            errno = 0;
             idx[part] = std::strtol(piece.c_str(), &end, 10);
             if (end != piece.c_str() + piece.size() || idx[part] == 0) return false;
+            // Beyond an int no file can have so many elements; and negating the extreme would overflow.
+            if (errno == ERANGE || idx[part] > INT_MAX || idx[part] < -INT_MAX) return false;
         }
         if (slash == std::string::npos) return true;
         at = slash + 1;
@@ -55,7 +59,33 @@ bool parseFaceCorner(const std::string& tok, long idx[3]) {
 
 // The loader reads a malformed number as 0, drops short faces and clamps bad indices with at most a
 // warning; find such lines first so that a broken file is reported rather than read as other geometry.
-void checkLines(const std::string& path, std::istream& in) {
+// Lines ending in a backslash go on in the next: joined here, so that the checks and the loader read the
+// same lines. `firstLine` maps each joined line to the file line it starts on.
+std::string joinContinuedLines(const std::string& text, std::vector<int>& firstLine) {
+    std::string out;
+    out.reserve(text.size());
+    std::istringstream in(text);
+    std::string line;
+    int lineNo = 0;
+    bool continuing = false;
+    while (std::getline(in, line)) {
+        ++lineNo;
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        if (!continuing) firstLine.push_back(lineNo);
+        continuing = !line.empty() && line.back() == '\\';
+        if (continuing) {
+            line.back() = ' ';
+            out += line;
+        } else {
+            out += line;
+            out += '\n';
+        }
+    }
+    if (continuing) out += '\n';
+    return out;
+}
+
+void checkLines(const std::string& path, std::istream& in, const std::vector<int>& firstLine) {
     static const char* kinds[3] = {"vertex", "uv", "normal"};
     static const char* plural[3] = {"vertices", "uvs", "normals"};
     long defined[3] = {0, 0, 0};
@@ -67,11 +97,12 @@ void checkLines(const std::string& path, std::istream& in) {
     };
     std::vector<Use> uses;
     std::string line;
-    int lineNo = 0;
+    int logical = 0;
     while (std::getline(in, line)) {
-        ++lineNo;
-        // Continuation lines are rare and the loader joins them; leave such files to it.
-        if (!line.empty() && line.back() == '\\') return;
+        const int lineNo = logical < static_cast<int>(firstLine.size())
+                               ? firstLine[static_cast<std::size_t>(logical)]
+                               : logical + 1;
+        ++logical;
         std::istringstream ss(line);
         std::string key;
         if (!(ss >> key) || key[0] == '#') continue;
@@ -118,9 +149,17 @@ void checkLines(const std::string& path, std::istream& in) {
 } // namespace
 
 std::vector<TnamedMesh> readObjFile(const std::string& path) {
-    std::ifstream file(path);
-    if (!file) fail(path, 0, std::string("cannot open the file: ") + std::strerror(errno));
-    checkLines(path, file);
+    std::error_code ec;
+    const auto status = std::filesystem::status(path, ec);
+    if (!ec && std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
+        fail(path, 0, "not a regular file");
+    std::ifstream raw(path, std::ios::binary);
+    if (!raw) fail(path, 0, std::string("cannot open the file: ") + std::strerror(errno));
+    std::stringstream whole;
+    whole << raw.rdbuf();
+    std::vector<int> firstLine;
+    std::istringstream file(joinContinuedLines(whole.str(), firstLine));
+    checkLines(path, file, firstLine);
     file.clear();
     file.seekg(0);
 
@@ -190,6 +229,11 @@ std::vector<TnamedMesh> readObjFile(const std::string& path) {
                 if (allUvs) faceUv.push_back(local(usedUv, src.indices[at].texcoord_index));
             }
             m.addFace(face, faceUv);
+        }
+        try {
+            m.validate();
+        } catch (const std::invalid_argument& e) {
+            fail(path, 0, "object '" + nm.name + "' is not a valid mesh: " + e.what());
         }
         out.push_back(std::move(nm));
     }

@@ -137,6 +137,11 @@ TEST(ObjWriter, WrittenMeshesReadBack) {
     std::remove(path.c_str());
 }
 
+struct Case {
+    const char* text;
+    const char* expected;
+};
+
 std::string errorOf(const std::string& path) {
     try {
         readObjFile(path);
@@ -152,10 +157,6 @@ TEST(ObjReader, ErrorsNameTheFileAndLine) {
     EXPECT_EQ(m.rfind(missing, 0), 0u) << m;
     EXPECT_NE(m.find("cannot open"), std::string::npos) << m;
 
-    struct Case {
-        const char* text;
-        const char* expected;
-    };
     std::vector<Case> cases = {
         {"v 0 0 0\nv 1 0 0\nv 1 abc 0\nf 1 2 3\n", ":3: 'abc' is not a finite number"},
         {"# comment\nv 0 0 0\nv 1 0 0\nvt 0 nan\n", ":4: 'nan' is not a finite number"},
@@ -194,6 +195,39 @@ TEST(ObjReader, ErrorsNameTheFileAndLine) {
         EXPECT_NE(msg.find(c.expected), std::string::npos) << msg;
         std::remove(path.c_str());
     }
+}
+
+// Continued lines are joined and then checked like any other; a folder is not a file; an index at the
+// integer's limit is refused rather than negated.
+TEST(ObjReader, ContinuedLinesFoldersAndExtremeIndicesAreChecked) {
+    std::string continued = "v 0 0 0\nv 1 0 0\nv 0 1 0\nf";
+    for (int i = 0; i < 100; ++i)
+        continued += " 1 2 3";
+    continued += " \\\n 1 2 3\n";
+    const Case cases[] = {
+        {"v 0 0 0\nv 1 0 0\nv 0 1 0\nv nan \\\n 0 0\nf 1 2 3\n", ":4: 'nan' is not a finite number"},
+        {continued.c_str(), ":4: a face of 303 corners; at most 255 can be read"},
+        {"v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 -9223372036854775808\n",
+         ":4: '-9223372036854775808' is not a face corner"},
+    };
+    for (const auto& c : cases) {
+        const std::string path = tempPath("continued.obj");
+        writeText(path, c.text);
+        const std::string msg = errorOf(path);
+        EXPECT_NE(msg.find(c.expected), std::string::npos) << msg;
+        std::remove(path.c_str());
+    }
+    // A continued line that is fine reads as the one line it is.
+    const std::string ok = tempPath("joined.obj");
+    writeText(ok, "v 0 0 0\nv 1 \\\n 0 0\nv 0 1 0\nf 1 2 \\\n 3\n");
+    const auto meshes = readObjFile(ok);
+    ASSERT_EQ(meshes.size(), 1u);
+    EXPECT_EQ(meshes[0].mesh.numFaces(), 1);
+    EXPECT_EQ(meshes[0].mesh.points[1].x, 1.0);
+    std::remove(ok.c_str());
+    const std::string folder = tempPath("folder.obj");
+    std::filesystem::create_directories(folder);
+    EXPECT_NE(errorOf(folder).find("folder.obj: not a regular file"), std::string::npos) << errorOf(folder);
 }
 
 } // namespace
