@@ -89,7 +89,7 @@ public:
     // Turning undo off flushes the queues: they would no longer match the scene.
     void setState(bool on);
     bool state() const { return fOn; }
-    // With infinity on (the default) every chunk is kept; otherwise the
+    // With infinity on every chunk is kept; otherwise (the default) the
     // newest `length` ones.
     void setInfinite(bool on);
     bool infinite() const { return fInfinite; }
@@ -123,6 +123,7 @@ private:
     bool fReplaying = false;
     const TargList* fGroupCall = nullptr;
     bool fOn = true;
-    bool fInfinite = true;
-    std::size_t fLength = 50;
+    // A long script keeps its memory bounded: the newest 1000 steps, unless told otherwise.
+    bool fInfinite = false;
+    std::size_t fLength = 1000;
 };

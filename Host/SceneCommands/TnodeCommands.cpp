@@ -150,17 +150,6 @@ class TselectCmd : public TsceneCommand {
         }
         std::vector<TdependNode*> before = model().activeList();
         std::vector<TdependNode*> after;
-        if (db.isFlagSet("clear")) {
-        } else if (db.isFlagSet("add")) {
-            after = before;
-            for (TdependNode* n : named)
-                if (std::find(after.begin(), after.end(), n) == after.end()) after.push_back(n);
-        } else if (db.isFlagSet("deselect")) {
-            for (TdependNode* n : before)
-                if (std::find(named.begin(), named.end(), n) == named.end()) after.push_back(n);
-        } else {
-            after = named;
-        }
         // Undo finds the nodes again by name: they may have been deleted and remade.
         auto names = [](const std::vector<TdependNode*>& v) {
             std::vector<std::string> out;
@@ -168,6 +157,31 @@ class TselectCmd : public TsceneCommand {
                 out.push_back(n->name());
             return out;
         };
+        if (db.isFlagSet("add")) {
+            // Only what is added is kept for undo, so that selecting one by one stays linear in memory.
+            std::vector<TdependNode*> added;
+            for (TdependNode* n : named)
+                if (!model().isActive(n) && std::find(added.begin(), added.end(), n) == added.end())
+                    added.push_back(n);
+            if (added.empty()) return 0; // nothing changed, nothing to undo
+            auto add = [this](const std::vector<std::string>& list) {
+                for (const std::string& n : list)
+                    if (TdependNode* node = graph().findNode(n)) model().addToActiveList(node);
+            };
+            auto remove = [this](const std::vector<std::string>& list) {
+                for (const std::string& n : list)
+                    if (TdependNode* node = graph().findNode(n)) model().removeFromActiveList(node);
+            };
+            perform([add, a = names(added)] { add(a); }, [remove, a = names(added)] { remove(a); });
+            return 0;
+        }
+        if (db.isFlagSet("clear")) {
+        } else if (db.isFlagSet("deselect")) {
+            for (TdependNode* n : before)
+                if (std::find(named.begin(), named.end(), n) == named.end()) after.push_back(n);
+        } else {
+            after = named;
+        }
         auto select = [this](const std::vector<std::string>& list) {
             std::vector<TdependNode*> nodes;
             for (const std::string& n : list)

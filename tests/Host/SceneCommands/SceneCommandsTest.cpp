@@ -6,6 +6,8 @@
 
 #include "Host/Time/TanimInfo.h"
 
+#include "Host/Dag/Tmodel.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -76,6 +78,30 @@ TEST_F(SceneCommands, WorldMatricesFollowTheHierarchy) {
     EXPECT_NE(e.find("descendant"), std::string::npos) << e;
 }
 
+// Selecting one by one keeps only what each step added: undo takes exactly that back, whatever came
+// before, and the queue holds a bounded number of steps.
+TEST_F(SceneCommands, SelectingOneByOneUndoesStepByStep) {
+    ASSERT_TRUE(run("createNode transform -n a; createNode transform -n b; createNode transform -n c;"
+                    "select -r a; select -add b c; select -add a;"));
+    auto selected = [&] {
+        std::string out;
+        for (TdependNode* n : TmodelList::activeModel()->activeList())
+            out += n->name() + " ";
+        return out;
+    };
+    EXPECT_EQ(selected(), "a b c ");
+    ASSERT_TRUE(run("undo;")); // adding a again changed nothing and left nothing to undo
+    EXPECT_EQ(selected(), "a ");
+    ASSERT_TRUE(run("redo;"));
+    EXPECT_EQ(selected(), "a b c ");
+    ASSERT_TRUE(run("select -d b; undo;"));
+    EXPECT_EQ(selected(), "a b c ");
+    // A thousand steps are kept by default; the oldest go.
+    for (int k = 0; k < 1100; ++k)
+        ASSERT_TRUE(run(k % 2 ? "select -add a;" : "select -d a;")) << k;
+    EXPECT_EQ(session.engine().undoManager().undoCount(), 1000u);
+}
+
 TEST_F(SceneCommands, UndoAndRedoRestoreExactly) {
     ASSERT_TRUE(run("createNode transform -n a; createNode transform -n b; setAttr a.translateX 1.25;"));
     ASSERT_TRUE(run("setAttr a.translateX 7;"));
@@ -92,7 +118,8 @@ TEST_F(SceneCommands, UndoAndRedoRestoreExactly) {
     ASSERT_TRUE(run("redo;"));
     EXPECT_EQ(number("getAttr b.translateY"), 7.0);
 
-    ASSERT_TRUE(run("createNode transform -n c; connectAttr c.translateZ a.translateZ; setAttr c.translateZ 2;"));
+    ASSERT_TRUE(
+        run("createNode transform -n c; connectAttr c.translateZ a.translateZ; setAttr c.translateZ 2;"));
     ASSERT_TRUE(run("delete c;"));
     EXPECT_EQ(number("objExists c"), 0.0);
     ASSERT_TRUE(run("undo;"));
@@ -136,7 +163,8 @@ TEST_F(SceneCommands, TypedAndDynamicAttributes) {
     EXPECT_NE(failure("getAttr n.gain;").find("no attribute 'gain'"), std::string::npos);
     ASSERT_TRUE(run("undo;"));
     EXPECT_EQ(number("getAttr n.gain"), 10.0);
-    EXPECT_NE(failure("setAttr -type doubleArray n.weights 3 1 2;").find("expected 3 elements"), std::string::npos);
+    EXPECT_NE(failure("setAttr -type doubleArray n.weights 3 1 2;").find("expected 3 elements"),
+              std::string::npos);
 }
 
 TEST_F(SceneCommands, QueriesOfTheScene) {
