@@ -548,11 +548,23 @@ TscriptValue TscriptEvaluator::evalNode(const TscriptExpr& e) {
         bool pure = rhs.kind == TscriptExprKind::Literal || rhs.kind == TscriptExprKind::Var;
         const TscriptValue& a = pure ? evalRef(*e.kids[0], ta) : ta.emplace(eval(*e.kids[0]));
         const TscriptValue& b = evalRef(rhs, tb);
+        TscriptValue sum;
         try {
-            return scriptBinary(e.opCode, a, b);
+            sum = scriptBinary(e.opCode, a, b);
         } catch (const TscriptFault& f) {
             fail(e.line, f.message);
         }
+        // The rest of a chain of the same operator, from left to right.
+        for (std::size_t i = 2; i < e.kids.size(); ++i) {
+            TscriptTemp tk;
+            const TscriptValue& k = evalRef(*e.kids[i], tk);
+            try {
+                sum = scriptBinary(e.opCode, sum, k);
+            } catch (const TscriptFault& f) {
+                fail(e.kids[i]->line, f.message);
+            }
+        }
+        return sum;
     }
     case TscriptExprKind::Logical: {
         bool a = scriptTruthAt(*e.kids[0]);

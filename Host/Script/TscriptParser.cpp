@@ -845,6 +845,7 @@ TscriptExprPtr TscriptParser::parseTernary() {
 TscriptExprPtr TscriptParser::parseBinaryLevel(int level) {
     if (level == static_cast<int>(kLevels.size())) return parseUnary();
     TscriptExprPtr lhs = parseBinaryLevel(level + 1);
+    bool chain = false; // lhs is a node this loop made
     while (fCur.kind == TscriptTok::Op) {
         const auto& ops = kLevels[level];
         if (std::find(ops.begin(), ops.end(), fCur.text) == ops.end()) break;
@@ -852,6 +853,13 @@ TscriptExprPtr TscriptParser::parseBinaryLevel(int level) {
         std::string op = fCur.text;
         advance();
         TscriptExprPtr rhs = parseBinaryLevel(level + 1);
+        // a + b + c ... is one chain, worked from left to right, not a nesting as deep as it is long.
+        if (chain && lhs->kind == TscriptExprKind::Binary && lhs->op == op) {
+            lhs->depth = std::max(lhs->depth, rhs->depth + 1);
+            lhs->kids.push_back(std::move(rhs));
+            continue;
+        }
+        chain = true;
         std::vector<TscriptExprPtr> kids;
         kids.push_back(std::move(lhs));
         kids.push_back(std::move(rhs));

@@ -167,10 +167,20 @@ TEST(TscriptFuzz, DeepNestingIsRefusedNotOverflowed) {
             text += open;
         refused(text + "1");
     }
+    // A chain of one operator is not nesting: any length runs, left to right.
     std::string chain = "print (1";
     for (int i = 0; i < 5000; ++i)
         chain += " + 1";
-    refused(chain + ");");
+    host.out.clear();
+    EXPECT_TRUE(interp.run(chain + " - 1 - 1 * 2);", "deep", false));
+    EXPECT_EQ(host.out, "4998");
+    std::string words = "print (\"a\"";
+    for (int i = 0; i < 300; ++i)
+        words += " + " + std::to_string(i % 10);
+    host.out.clear();
+    EXPECT_TRUE(interp.run(words + ");", "deep", false));
+    EXPECT_EQ(host.out.size(), 301u);
+    EXPECT_EQ(host.out.substr(0, 5), "a0123");
     std::string indexes = "int $a[]; print ($a";
     for (int i = 0; i < 5000; ++i)
         indexes += "[0]";
