@@ -8,7 +8,9 @@
 #include "Host/Session/TsceneFiles.h"
 #include "Host/Session/Tsession.h"
 
+#include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <iostream>
@@ -65,6 +67,17 @@ int runDemoCommand(int argc, char** argv) {
 
 } // namespace
 
+// Output that could not be written (a full disk, a closed pipe, /dev/full) is a failed run.
+bool outputWritten() {
+    errno = 0;
+    std::cout.flush();
+    if (std::cout.good() && std::fflush(stdout) == 0 && !std::ferror(stdout)) return true;
+    const int why = errno;
+    std::fprintf(stderr, "// Error: cannot write the output: %s //\n",
+                 why ? std::strerror(why) : "the stream broke");
+    return false;
+}
+
 bool openSceneFile(Tsession& session, const std::string& path) {
     try {
         openScene(session, path);
@@ -79,9 +92,12 @@ bool openSceneFile(Tsession& session, const std::string& path) {
 
 int main(int argc, char** argv) {
     std::signal(SIGINT, onInterrupt);
+    // A job scheduler's stop is a Ctrl-C: the file in hand is finished, then the run stops cleanly.
+    std::signal(SIGTERM, onInterrupt);
     if (argc >= 2 && std::strcmp(argv[1], "demo") == 0) {
         TdynamicsBasket::initialize();
-        return runDemoCommand(argc, argv);
+        const int status = runDemoCommand(argc, argv);
+        return outputWritten() ? status : 1;
     }
 
     bool echo = false;
@@ -128,8 +144,12 @@ int main(int argc, char** argv) {
     if (!project.empty()) TworkspaceRoot::set(std::filesystem::absolute(project).string());
     std::vector<std::string> argvValue(scriptArgs.begin(), scriptArgs.end());
     session.interpreter().setGlobal("argv", TscriptValue(argvValue));
-    if (!scene.empty() && !openSceneFile(session, scene)) return 1;
-    if (!script.empty() && !session.runFile(script, echo)) return 1;
-    if (haveText && !session.runText(text, "-c", true)) return 1;
-    return 0;
+    int status = 0;
+    if (!scene.empty() && !openSceneFile(session, scene))
+        status = 1;
+    else if (!script.empty() && !session.runFile(script, echo))
+        status = 1;
+    else if (haveText && !session.runText(text, "-c", true))
+        status = 1;
+    return outputWritten() ? status : 1;
 }

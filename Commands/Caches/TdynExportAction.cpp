@@ -12,6 +12,7 @@
 #include "Host/Time/TanimInfo.h"
 
 #include <cmath>
+#include <filesystem>
 #include <numeric>
 #include <sstream>
 
@@ -136,6 +137,22 @@ int TdynExportAction::doIt(const TargList& args) {
     directory = path.front() == '/' ? path : directory + path;
     if (directory.back() != '/') directory += '/';
     if (std::string why; !makeDirectories(directory, why)) return error(why);
+    // An export stopped hard (killed) leaves its file in hand as OBJECT.TIME.EXT.partial; the next export
+    // of the same objects into the same place clears them.
+    {
+        std::error_code ec;
+        for (const auto& entry : std::filesystem::directory_iterator(directory, ec)) {
+            const std::string leaf = entry.path().filename().string();
+            const std::string tail = std::string(driver->extension()) + ".partial";
+            if (leaf.size() <= tail.size() || leaf.compare(leaf.size() - tail.size(), tail.size(), tail) != 0)
+                continue;
+            for (TdynParticleShape* o : objects)
+                if (leaf.rfind(o->name() + ".", 0) == 0) {
+                    std::filesystem::remove(entry.path(), ec);
+                    break;
+                }
+        }
+    }
 
     // The times to write: each frame and its samples, none past the last frame; counted, not listed.
     const TanimTime firstTime(first, kCurrentFrameUnit), lastTime(last, kCurrentFrameUnit);

@@ -69,7 +69,7 @@ int TdynExportDriver::writeAttributes(std::ostream& file, TdynParticleShape& obj
 int TdynExportDriver::writeFile(const Tstring& path, TdynParticleShape& object,
                                 const std::vector<Tstring>& names) {
     TatomicFile out(path);
-    if (!out.isOpen()) return fail("cannot write " + path);
+    if (!out.isOpen()) return fail("cannot write " + path + ": " + out.openError());
     if (writeAttributes(out.stream(), object, names) != 0) return fail(path + ": " + fError);
     if (std::string why; !out.commit(why)) return fail(TmessageTable::text(4716) + why);
     return 0;

@@ -138,6 +138,9 @@ TscriptValue TcommandEngine::runCommand(const std::string& name, const std::vect
     } catch (const TfailedException& e) {
         throw failed(name + ": command failed" +
                      (e.code() != -1 ? " (code " + std::to_string(e.code()) + ")" : ""));
+    } catch (const std::bad_alloc&) {
+        throw failed(name +
+                     ": out of memory: what it was asked to make does not fit in this machine's memory");
     } catch (const std::exception& e) {
         throw failed(e.what());
     } catch (...) {

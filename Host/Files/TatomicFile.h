@@ -14,6 +14,8 @@ public:
     TatomicFile& operator=(const TatomicFile&) = delete;
 
     bool isOpen() const { return fStream.is_open(); }
+    // Why the file could not be made (the system's reason), when it is not open.
+    const std::string& openError() const { return fOpenError; }
     std::ofstream& stream() { return fStream; }
     const std::string& path() const { return fPath; }
     // Flushes, closes and renames into place; false (and the reason in `error`) on failure.
@@ -24,6 +26,7 @@ private:
     std::string fTemp;
     std::ofstream fStream;
     bool fCommitted = false;
+    std::string fOpenError;
 };
 
 // Makes a directory and its parents; false with the reason on failure.

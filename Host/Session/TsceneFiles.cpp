@@ -47,7 +47,7 @@ void saveScene(Tsession& session, const std::string& path, TsceneFormat format) 
     std::string binary;
     if (format == TsceneFormat::kBinary) binary = writeSceneBinary(session.graph());
     TatomicFile file(path);
-    if (!file.isOpen()) throw std::runtime_error("cannot write " + path + ": " + std::strerror(errno));
+    if (!file.isOpen()) throw std::runtime_error("cannot write " + path + ": " + file.openError());
     if (format == TsceneFormat::kBinary)
         file.stream().write(binary.data(), static_cast<std::streamsize>(binary.size()));
     else

@@ -197,4 +197,41 @@ TEST(ExportScene, FileMessagesNameWhatAndWhere) {
         << r.err;
 }
 
+// Hard stops: output that cannot be written fails the run, a file that cannot be made says why, a
+// killed export's leftovers are cleared by the next, and SIGTERM stops a long run cleanly.
+TEST(ExportScene, HardStopsEndCleanly) {
+    const fs::path project = fs::path(writeScript("unused.mls", "")).parent_path() / "hard";
+    fs::remove_all(project);
+    // The runner gives standard output a file; a full one is given through a shell here.
+    const std::string cmd = "'" + programPath() + "' -c 'print \"hello\\n\"' >/dev/full 2>/dev/null";
+    EXPECT_NE(std::system(cmd.c_str()), 0);
+
+    ProgramRun r = runProgram({"-c", "particle -n p -p 0 0 0; dynExport -path \"/dev/null/x\" -f pda p"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("/dev/null/x/: Not a directory"), std::string::npos) << r.err;
+
+    fs::create_directories(project / "particles/again");
+    for (const char* leftover : {"pShape.250.pda.partial", "other.250.pda.partial"})
+        std::ofstream((project / "particles/again" / leftover).string()) << "half";
+    r = runProgram({"--project", project.string(), "-c",
+                    "particle -n p -p 0 0 0; dynExport -path again -mnf 2 -mxf 2 -f pda p"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_FALSE(fs::exists(project / "particles/again/pShape.250.pda.partial"));
+    EXPECT_TRUE(fs::exists(project / "particles/again/other.250.pda.partial")); // not this export's
+    EXPECT_TRUE(fs::exists(project / "particles/again/pShape.500.pda"));
+
+    // A long export told to stop by SIGTERM finishes the file in hand and says so.
+    const std::string script = writeScript("long.mls", "particle -n p -p 0 0 0; select -r p; gravity; "
+                                                       "dynExport -path long -mnf 1 -mxf 20000 -f pda p;");
+    const std::string term = "'" + programPath() + "' --project '" + project.string() + "' '" + script +
+                             "' 2>'" + (project / "err.txt").string() +
+                             "' & pid=$!; sleep 1; kill -TERM $pid; wait $pid";
+    const int status = std::system(term.c_str());
+    EXPECT_NE(status, 0);
+    const std::string err = readFile((project / "err.txt").string());
+    EXPECT_NE(err.find("interrupted at frame"), std::string::npos) << err;
+    for (const auto& e : fs::directory_iterator(project / "particles/long"))
+        EXPECT_NE(e.path().extension(), ".partial") << e.path();
+}
+
 } // namespace
