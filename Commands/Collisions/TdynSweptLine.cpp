@@ -3,7 +3,16 @@
 #include <cmath>
 
 namespace {
-std::vector<TdynSweptLine*> gFreeLines; // evaluation thread only
+// Elements kept for reuse across the module (evaluation thread only); deleted when it unloads, so
+// that nothing kept is reported as lost.
+struct FreeList {
+    std::vector<TdynSweptLine*> items;
+    ~FreeList() {
+        for (TdynSweptLine* e : items)
+            delete e;
+    }
+} gFreeLinesHolder;
+std::vector<TdynSweptLine*>& gFreeLines = gFreeLinesHolder.items;
 } // namespace
 
 TdynSweptLine* TdynSweptLine::newLine() {

@@ -5,7 +5,16 @@
 #include <cmath>
 
 namespace {
-std::vector<TdynSweptPoint*> gFreePoints; // evaluation thread only
+// Elements kept for reuse across the module (evaluation thread only); deleted when it unloads, so
+// that nothing kept is reported as lost.
+struct FreeList {
+    std::vector<TdynSweptPoint*> items;
+    ~FreeList() {
+        for (TdynSweptPoint* e : items)
+            delete e;
+    }
+} gFreePointsHolder;
+std::vector<TdynSweptPoint*>& gFreePoints = gFreePointsHolder.items;
 
 constexpr double kSameTime = 1e-10;
 // How far off the surface a bounced point restarts, in world units.

@@ -6,7 +6,16 @@
 #include <cmath>
 
 namespace {
-std::vector<TdynSweptTriangle*> gFreeTriangles; // evaluation thread only
+// Elements kept for reuse across the module (evaluation thread only); deleted when it unloads, so
+// that nothing kept is reported as lost.
+struct FreeList {
+    std::vector<TdynSweptTriangle*> items;
+    ~FreeList() {
+        for (TdynSweptTriangle* e : items)
+            delete e;
+    }
+} gFreeTrianglesHolder;
+std::vector<TdynSweptTriangle*>& gFreeTriangles = gFreeTrianglesHolder.items;
 
 constexpr double kEdgeAllowance = 1e-10;
 constexpr double kRootLimit = 1.1; // roots a little past the step's end still count as found
