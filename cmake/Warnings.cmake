@@ -1,7 +1,12 @@
 # Common warning set for every target of ours.
 function(motilane_warnings target)
-  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow=local
-                                           -Wnon-virtual-dtor -Wno-unused-parameter)
+  # -Wshadow=local is GCC's; clang (the fuzz build) has no such option.
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow=local
+                                             -Wnon-virtual-dtor -Wno-unused-parameter)
+  else()
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wnon-virtual-dtor -Wno-unused-parameter)
+  endif()
   if(MOTILANE_VALIDATE)
     target_compile_definitions(${target} PRIVATE MOTILANE_VALIDATE=1)
   endif()
